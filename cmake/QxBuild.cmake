@@ -1,0 +1,23 @@
+# Compiler settings every target of this project shares.
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# qx_configure(TARGET): C++20, warnings as errors, the sanitizers of this build.
+function(qx_configure target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+    -Woverloaded-virtual -Werror)
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    target_compile_options(${target} PRIVATE -Wthread-safety)
+  endif()
+  if(QX_SANITIZE)
+    target_compile_options(${target} PUBLIC -fsanitize=${QX_SANITIZE} -fno-omit-frame-pointer
+      -fno-sanitize-recover=all)
+    target_link_options(${target} PUBLIC -fsanitize=${QX_SANITIZE})
+  endif()
+endfunction()

@@ -1,0 +1,41 @@
+// Immutable bytes shared by reference.
+//
+// Threads: a Data may be copied and read from any thread; the bytes never change while one exists.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qx {
+
+/// A handle to bytes: copying it copies the handle, never the bytes.
+class Data {
+ public:
+  /// No bytes.
+  Data() = default;
+  /// Takes the bytes of `text`, without a copy.
+  explicit Data(std::string text);
+  /// Takes the bytes of `bytes`, without a copy.
+  explicit Data(std::vector<std::byte> bytes);
+  /// Refers to `size` bytes at `bytes`, which stay valid and unchanged as long as `owner` lives.
+  Data(std::shared_ptr<const void> owner, const void* bytes, std::size_t size);
+
+  const std::byte* bytes() const { return bytes_; }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  /// The bytes as text, whatever they hold.
+  std::string_view text() const { return {reinterpret_cast<const char*>(bytes_), size_}; }
+
+  /// Equal bytes, wherever they lie.
+  friend bool operator==(const Data& a, const Data& b) { return a.text() == b.text(); }
+
+ private:
+  std::shared_ptr<const void> owner_;
+  const std::byte* bytes_ = nullptr;
+  std::size_t size_ = 0;
+};
+
+}  // namespace qx

@@ -1,0 +1,10 @@
+#include "platform/Files.h"
+
+namespace qx {
+
+bool isPlainPathComponent(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+}  // namespace qx

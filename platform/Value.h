@@ -1,0 +1,128 @@
+// What a host dictionary, a JSON text or a property list can hold, and one reader per type.
+//
+// Threads: a Value is a plain value; copies are independent, payloads (Data) are shared.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <typeindex>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "platform/Data.h"
+
+namespace qx {
+
+class Value;
+using Array = std::vector<Value>;
+using Dictionary = std::map<std::string, Value, std::less<>>;
+
+/// An instant, as seconds since 1970-01-01T00:00:00Z.
+struct Date {
+  double secondsSince1970 = 0;
+  friend bool operator==(const Date&, const Date&) = default;
+};
+
+/// An object of the host that the library only passes on or calls: a callback, as a rule.
+class HostObject {
+ public:
+  template <typename T>
+  static HostObject of(T object) {
+    return HostObject(std::make_shared<const T>(std::move(object)), typeid(T));
+  }
+  /// The object when it is exactly a T, else null. Alive as long as a copy of this handle.
+  template <typename T>
+  const T* as() const {
+    return type_ == typeid(T) ? static_cast<const T*>(object_.get()) : nullptr;
+  }
+  /// The same object, not an equal one.
+  friend bool operator==(const HostObject& a, const HostObject& b) {
+    return a.object_ == b.object_;
+  }
+
+ private:
+  HostObject(std::shared_ptr<const void> object, std::type_index type)
+      : object_(std::move(object)), type_(type) {}
+  std::shared_ptr<const void> object_;
+  std::type_index type_;
+};
+
+class Value {
+ public:
+  /// Null.
+  Value() = default;
+  // The constructors are implicit: a Value stands wherever one of these does.
+  Value(bool v) : state_(v) {}
+  Value(int v) : state_(std::int64_t{v}) {}
+  Value(std::int64_t v) : state_(v) {}
+  Value(std::uint64_t v) : state_(v) {}
+  Value(double v) : state_(v) {}
+  Value(const char* v) : state_(std::string(v)) {}
+  Value(std::string_view v) : state_(std::string(v)) {}
+  Value(std::string v) : state_(std::move(v)) {}
+  Value(Data v) : state_(std::move(v)) {}
+  Value(Date v) : state_(v) {}
+  Value(Array v);
+  Value(Dictionary v);
+  Value(HostObject v) : state_(std::move(v)) {}
+  /// A callback of the given signature, to be read back with readCallback<Signature>.
+  template <typename Signature>
+  static Value callback(std::function<Signature> f) {
+    return HostObject::of(std::move(f));
+  }
+
+  bool isNull() const { return state_.index() == 0; }
+  // Each yields the content when the value is of exactly that kind, else null. A boolean is not an
+  // integer, an integer is not a boolean, a signed integer is not an unsigned one.
+  const bool* asBool() const { return std::get_if<bool>(&state_); }
+  const std::int64_t* asInt() const { return std::get_if<std::int64_t>(&state_); }
+  const std::uint64_t* asUInt() const { return std::get_if<std::uint64_t>(&state_); }
+  const double* asDouble() const { return std::get_if<double>(&state_); }
+  const std::string* asText() const { return std::get_if<std::string>(&state_); }
+  const Data* asData() const { return std::get_if<Data>(&state_); }
+  const Date* asDate() const { return std::get_if<Date>(&state_); }
+  const Array* asArray() const { return std::get_if<Array>(&state_); }
+  const Dictionary* asDictionary() const { return std::get_if<Dictionary>(&state_); }
+  const HostObject* asHostObject() const { return std::get_if<HostObject>(&state_); }
+
+  friend bool operator==(const Value& a, const Value& b);
+
+ private:
+  std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date,
+               Array, Dictionary, HostObject>
+      state_;
+};
+
+// Readers: the value under `key` when it is present and of the expected type, else nothing.
+std::optional<bool> readBool(const Dictionary& dictionary, std::string_view key);
+/// A signed 64-bit integer; an unsigned one that fits counts too.
+std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_view key);
+std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key);
+std::optional<Data> readData(const Dictionary& dictionary, std::string_view key);
+std::optional<Dictionary> readDictionary(const Dictionary& dictionary, std::string_view key);
+/// A list whose elements are all texts.
+std::optional<std::vector<std::string>> readTextList(const Dictionary& dictionary,
+                                                     std::string_view key);
+/// A dictionary whose values are all texts.
+std::optional<std::map<std::string, std::string>> readTextMap(const Dictionary& dictionary,
+                                                              std::string_view key);
+
+/// A callback of exactly this signature; an empty std::function counts as absent.
+template <typename Signature>
+std::optional<std::function<Signature>> readCallback(const Dictionary& dictionary,
+                                                     std::string_view key) {
+  const auto entry = dictionary.find(key);
+  if (entry == dictionary.end()) return std::nullopt;
+  const HostObject* object = entry->second.asHostObject();
+  const auto* callback = object ? object->as<std::function<Signature>>() : nullptr;
+  if (callback == nullptr || !*callback) return std::nullopt;
+  return *callback;
+}
+
+}  // namespace qx
