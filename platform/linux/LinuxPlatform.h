@@ -1,0 +1,80 @@
+// The whole platform on Linux: what a host makes first, configures, and installs.
+//
+//     qx::LinuxPlatform platform({.logger = &myLogger, .trackingEvents = &myTracker});
+//     platform.mediator().answer("Account_GetUserId", [] { return qx::Value("42"); });
+//     ...
+//     qx::Target_Uploader::registerWith(platform.mediator());
+//     qx::Platform::install(platform.seams());
+//     platform.runMainQueue();
+//
+// Threads: made and installed by one thread. It owns the HTTP engine's thread, the global queue's
+// pool and the reachability thread; they end with it.
+// Ownership: must outlive all work of the library; a host keeps it until the process ends.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Platform.h"
+#include "platform/linux/Mediator.h"
+#include "platform/linux/MessageSignature.h"
+
+namespace qx {
+
+struct LinuxSettings {
+  /// The host's logger; none: log records go nowhere.
+  QXLogger* logger = nullptr;
+  /// The host's item-tag tracker; none: tagging goes nowhere.
+  QXTrackingEvents* trackingEvents = nullptr;
+  /// Where the user's documents live. Absent: $XDG_DATA_HOME/qxawsuploader, else
+  /// ~/.local/share/qxawsuploader.
+  std::optional<std::string> documentsDirectory;
+  /// The object store's global endpoint.
+  std::string storeEndpoint = "https://s3.amazonaws.com";
+  /// PEM file of the certificate authorities to trust; absent: the system's.
+  std::optional<std::string> caFile;
+  /// HTTP proxy for every request ("http://proxy:3128"), and the hosts to reach without it
+  /// (comma-separated). Absent: no proxy; the environment is not read.
+  std::optional<std::string> proxy;
+  std::optional<std::string> noProxy;
+  /// Host names or addresses; the network counts as reachable when there is a route towards one of
+  /// them. Empty: when there is any route beyond this machine.
+  std::vector<std::string> reachabilityHosts;
+  /// Hands work to the host's own main loop, which runs it one by one on the main thread. Absent:
+  /// the host calls runMainQueue().
+  std::function<void(Work)> mainQueuePoster;
+  /// Signs backend messages; absent: hmacMessageSignature.
+  MessageSigner messageSigner;
+  /// Texts for "SUCCESS" and "INTERNAL_ERROR" in the host's language; absent: English.
+  std::function<std::string(std::string_view)> localisedText;
+};
+
+class LinuxPlatform {
+ public:
+  explicit LinuxPlatform(LinuxSettings settings = {});
+  ~LinuxPlatform();
+  LinuxPlatform(const LinuxPlatform&) = delete;
+  LinuxPlatform& operator=(const LinuxPlatform&) = delete;
+
+  /// The mediator, for registering the host's answers.
+  Mediator& mediator();
+  NotificationCentre& notifications();
+  /// The seams, for Platform::install.
+  Platform seams();
+
+  /// Runs the main queue on the calling thread until stopMainQueue().
+  void runMainQueue();
+  /// From any thread, also from work on the main queue. A stop before the run makes it return at
+  /// once when the queue is empty.
+  void stopMainQueue();
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace qx

@@ -1,0 +1,44 @@
+// The mediator on Linux: targets and actions by name, the host's answers as registered functions.
+//
+// Threads: every operation may be called from any thread. Answers and actions run on the calling
+// thread, outside the mediator's lock.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Host.h"
+#include "platform/Mutex.h"
+
+namespace qx {
+
+class Mediator : public QXMediator {
+ public:
+  using Answer = std::function<Value(const std::vector<Value>& arguments)>;
+
+  /// `logger` may be null; it gets the lines about unknown targets, actions and selectors, outside
+  /// production only.
+  explicit Mediator(QXLogger* logger);
+
+  /// Registers the host's answer to a selector; replaces an earlier one.
+  void answer(std::string selector, Answer answer);
+  /// The same for an answer that needs no arguments.
+  void answer(std::string selector, std::function<Value()> answer);
+
+  void registerTarget(std::string name, TargetFactory make) override;
+  void performTarget(std::string_view target, std::string_view action,
+                     const Dictionary& parameters) override;
+  Value perform(std::string_view selector, const std::vector<Value>& arguments) override;
+
+ private:
+  QXLogger* const logger_;
+  Mutex mutex_;
+  std::map<std::string, TargetFactory, std::less<>> targets_ QX_GUARDED_BY(mutex_);
+  std::map<std::string, Answer, std::less<>> answers_ QX_GUARDED_BY(mutex_);
+};
+
+}  // namespace qx
