@@ -1,0 +1,63 @@
+// How an operation of the library ended, inside the library and as the host sees it.
+//
+// Threads: plain values.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Error.h"
+
+namespace qx {
+
+enum class AWSErrorCode : std::int64_t {
+  unknown = 0,
+  redirection = 1,
+  clientError = 2,
+  serverError = 3,
+  localFileNotFound = 4,
+  noConfigured = 100,
+  keyNotMatch = 101,
+  missParamters = 102,
+};
+
+/// The case of a raw value; nothing for any number but the eight.
+std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
+
+/// Success, or a failure with its code and message.
+class AWSCallbackStatus {
+ public:
+  static AWSCallbackStatus success() { return {}; }
+  static AWSCallbackStatus failure(AWSErrorCode code, std::string message);
+
+  bool succeeded() const { return !failure_; }
+  // Only for a failure.
+  AWSErrorCode code() const { return failure_->code; }
+  const std::string& message() const { return failure_->message; }
+
+  friend bool operator==(const AWSCallbackStatus&, const AWSCallbackStatus&) = default;
+
+ private:
+  struct Failure {
+    AWSErrorCode code;
+    std::string message;
+    friend bool operator==(const Failure&, const Failure&) = default;
+  };
+  std::optional<Failure> failure_;
+};
+
+/// The domain of the error objects handed to the host.
+inline constexpr std::string_view kUploaderErrorDomain = "AWSUploaderError";
+
+/// The error object of a failure for the host: domain "AWSUploaderError", the raw value, the
+/// message.
+Error uploaderError(AWSErrorCode code, std::string message);
+
+/// The public upload completion: (URL, item id, no error) or (no URL, 0, error).
+using UploadCompletion = std::function<void(
+    const std::optional<std::string>& url, std::int64_t itemId, const std::optional<Error>& error)>;
+
+}  // namespace qx

@@ -1,0 +1,32 @@
+// Fetches stored objects into the cache directory.
+//
+// Threads: no state; download returns at once, its callbacks are documented there.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "platform/Error.h"
+#include "platform/Networking.h"
+#include "platform/Url.h"
+
+namespace qx {
+
+class AWSDownloader {
+ public:
+  /// (file URL, no error) or (no URL, error); at most once.
+  using Completion = std::function<void(const std::optional<Url>&, const std::optional<Error>&)>;
+
+  /// The file URL of a name in the cache directory, which is created when needed.
+  static Url cachePath(const std::string& filename);
+
+  /// Fetches the object that the last path component of `url` names under the scope's authorised
+  /// path. `progress` (may be empty) runs on the main queue; `complete` (may be empty) runs on
+  /// "com.aws.get.config" for a failed configuration and on a thread of the object store otherwise.
+  /// It is not called when `url` does not parse or no transfer utility is registered.
+  static void download(const std::string& url, const std::string& scope,
+                       const ProgressCallback& progress, const Completion& complete);
+};
+
+}  // namespace qx

@@ -1,0 +1,52 @@
+// The entry that turns an upload request into running work.
+//
+// Threads: every operation may be called from any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Classes/AWSBasicParameter.h"
+#include "Classes/AWSCallbackStatus.h"
+#include "Classes/Task.h"
+#include "Classes/TaskExecutor.h"
+#include "platform/Data.h"
+#include "platform/Networking.h"
+
+namespace qx {
+
+class AWSUploader {
+ public:
+  /// Counts the file names made in this process; part of each of them.
+  static std::atomic<std::int64_t> generateFileCount;
+
+  /// An executor whose report is tracked and then passed to `complete` in the public shape. The
+  /// caller starts it. `progress` is not used: uploads report none.
+  static std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
+                                                      const ProgressCallback& progress,
+                                                      UploadCompletion complete);
+
+  /// Names the bytes, stores them and queues their upload. Results come through the background
+  /// callbacks of AWSConfigure. Without an identity the upload is dropped without a report.
+  static void backgroundUpload(const Data& data, const std::string& suffix,
+                               const AWSParameterMap& extra, const std::string& scope);
+
+  /// An executor for `task` with a networking manager of 30 seconds' time-out and no completion.
+  static std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task);
+
+  /// A fresh object name: time, a random number, the counter, with dashes for dots, then "." and
+  /// `suffix`. Increases generateFileCount; its overflow is fatal.
+  static std::string generateFileName(std::string_view suffix);
+};
+
+/// The user's documents directory, without a trailing slash; empty when there is none.
+std::string documentPath();
+
+/// The completion and the progress callback that do nothing.
+extern const UploadCompletion NilComplete;
+extern const ProgressCallback NilProgress;
+
+}  // namespace qx

@@ -1,0 +1,62 @@
+// One upload attempt of one task, by the object-store route or the server route.
+//
+// Threads: execute() may be called from any thread and returns at once. The report comes once:
+// object-store outcomes on the main queue; everything before the transfer on the thread where it is
+// noticed (execute()'s own, or "com.aws.get.config"); server-route outcomes on the networking
+// layer's thread; with an item id of the host's, on the thread of the host's answer. It may come
+// before execute() returns.
+// Ownership: shared by queue and scheduler; keeps itself alive until it has reported.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Classes/AWSCallbackStatus.h"
+#include "Classes/Task.h"
+#include "Classes/UploadTokenModel.h"
+#include "platform/Networking.h"
+
+namespace qx {
+
+class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
+ public:
+  /// (the executor itself, URL, status, item id). On a failure the item id is 0 and the URL absent,
+  /// except after a failed object-store transfer: there it is the URL the object would have had.
+  using Complete = std::function<void(const std::shared_ptr<TaskExecutor>& executor,
+                                      const std::optional<std::string>& url,
+                                      const AWSCallbackStatus& status, std::int64_t itemId)>;
+
+  explicit TaskExecutor(std::shared_ptr<Task> task);
+
+  /// Starts the attempt. At most once per executor.
+  void execute();
+
+  /// A locally made, roughly unique item id: the user id modulo 1000, then the time in seconds
+  /// without its three leading digits.
+  static std::int64_t generataItemId();
+
+  // Set before execute().
+  const std::shared_ptr<Task> task;
+  /// May be empty. Cleared after a report whose item id came from the host or was generated.
+  Complete complete;
+  /// Seconds from the start of the transfer to its result; absent until then.
+  std::optional<double> uploadTime;
+  /// Only the server route uses it.
+  std::shared_ptr<QXNetworkingManager> uploadWorker;
+
+ private:
+  void takeRoute(const Data& data, const std::optional<UploadTokenModel>& model);
+  void uploadToObjectStore(const Data& data, const std::optional<UploadTokenModel>& model);
+  void uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model);
+  void resolveItemId(const std::string& url);
+  void report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
+              std::int64_t itemId);
+};
+
+/// The SHA-1 of the bytes as 40 lower-case hexadecimal characters.
+std::string sha1(const Data& bytes);
+
+}  // namespace qx
