@@ -1,0 +1,111 @@
+// A scripted backend: records what would have been sent and answers from a script.
+//
+// Threads: every operation may be called from any thread. An answer runs on the thread that sends
+// the message, before request() returns (the real client never does that, so the library must bear
+// with more than it will meet), or on the queue given to answerOn; a held one on the thread that
+// calls release().
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Dispatch.h"
+#include "platform/Mutex.h"
+#include "platform/Networking.h"
+
+namespace qx {
+
+class FakeMessageClients : public MessageClients {
+ public:
+  /// The settings of one made manager.
+  struct Manager {
+    std::string baseURL;
+    HTTPHeaders headers;
+    std::optional<double> timeoutForRequest;
+    bool addSignature = false;
+  };
+  /// One message that was sent.
+  struct Request {
+    /// Index into managers().
+    std::size_t manager = 0;
+    std::string api;
+    std::string method;
+    OrderedMembers parameters;
+    std::vector<MimeBody> mimeBodies;
+    std::optional<HTTPHeaders> headers;
+    double timeoutSeconds = 0;
+    bool hasProgress = false;
+  };
+
+  // ---- The script. An api without one is answered with an error. `Once` answers come first, in
+  // the order they were given; the standing one serves all others.
+
+  /// Answers with `body` as if it had been read from JSON, decoded by the message's own
+  /// decodeResponse. A date may be a Date value, a number (seconds since 1970) or a text such as
+  /// "2026-11-21T00:06:00Z".
+  void answer(const std::string& api, Value body);
+  void answerOnce(const std::string& api, Value body);
+  /// Answers with an error.
+  void fail(const std::string& api, Error error);
+  void failOnce(const std::string& api, Error error);
+  /// Answers with exactly this response: no value at all, or one of another kind.
+  void respond(const std::string& api, QXNetworkingResponse response);
+  /// Keeps messages of `api` unanswered until release().
+  void hold(const std::string& api);
+  /// Answers what is held, oldest first, by the script of this moment, and holds no more.
+  void release(const std::string& api);
+  /// Answers on this queue instead of the sender's thread.
+  void answerOn(DispatchQueue& queue);
+  /// What localisedText gives; a key without an entry gives the key itself.
+  void localise(std::string key, std::string text);
+
+  // ---- The record
+
+  std::vector<Manager> managers() const;
+  std::vector<Request> requests() const;
+  /// The requests of one api.
+  std::vector<Request> requests(std::string_view api) const;
+  /// How many messages are held now.
+  std::size_t held() const;
+
+  std::shared_ptr<QXMessageAPINetworkingManager> make(const Url& baseURL, HTTPHeaders headers,
+                                                      std::optional<double> timeoutForRequest,
+                                                      bool addSignature) override;
+  std::string localisedText(std::string_view key) override;
+
+ private:
+  class Client;
+  using Completion = QXMessageAPINetworkingManager::Completion;
+  using Script = std::function<QXNetworkingResponse(const APIRequest&)>;
+  struct Held {
+    std::shared_ptr<const APIRequest> message;
+    Completion completion;
+  };
+  struct Api {
+    std::deque<Script> once;
+    Script standing;
+    bool holding = false;
+    std::deque<Held> held;
+  };
+
+  static Script decoding(Value body);
+  void sent(Request request, std::shared_ptr<const APIRequest> message, Completion completion);
+  void complete(const std::string& api, const std::shared_ptr<const APIRequest>& message,
+                const Completion& completion);
+
+  mutable Mutex mutex_;
+  std::map<std::string, Api, std::less<>> apis_ QX_GUARDED_BY(mutex_);
+  std::map<std::string, std::string, std::less<>> texts_ QX_GUARDED_BY(mutex_);
+  std::vector<Manager> managers_ QX_GUARDED_BY(mutex_);
+  std::vector<Request> requests_ QX_GUARDED_BY(mutex_);
+  DispatchQueue* queue_ QX_GUARDED_BY(mutex_) = nullptr;
+};
+
+}  // namespace qx
