@@ -1,0 +1,105 @@
+// The host's smaller services as a test sees them: logger, notification centre, item tags,
+// reachability. Each remembers what it was told.
+//
+// Threads: every operation may be called from any thread; handlers run on the calling thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Host.h"
+#include "platform/Mutex.h"
+#include "platform/Networking.h"
+
+namespace qx {
+
+class FakeLogger : public QXLogger {
+ public:
+  int threshold() override;
+  void write(const LogRecord& record) override;
+
+  /// 0 by default: everything is wanted.
+  void setThreshold(int threshold);
+  std::vector<LogRecord> records();
+  /// The messages of the records, in order.
+  std::vector<std::string> messages();
+
+ private:
+  Mutex mutex_;
+  int threshold_ QX_GUARDED_BY(mutex_) = 0;
+  std::vector<LogRecord> records_ QX_GUARDED_BY(mutex_);
+};
+
+class FakeNotificationCentre : public NotificationCentre {
+ public:
+  void addObserver(std::string name, std::function<void()> handler) override;
+  void post(std::string_view name) override;
+
+  /// How many handlers `name` has.
+  std::size_t observerCount(std::string_view name);
+
+ private:
+  Mutex mutex_;
+  std::map<std::string, std::vector<std::function<void()>>, std::less<>> observers_
+      QX_GUARDED_BY(mutex_);
+};
+
+class FakeTrackingEvents : public QXTrackingEvents {
+ public:
+  struct TaggedItem {
+    std::string itemType;
+    std::int64_t itemId = 0;
+    std::string imageUrl;
+    std::optional<std::vector<std::string>> tags;
+    std::int64_t imageSource = 0;
+    std::optional<Dictionary> fields;
+  };
+  struct UpdatedItem {
+    std::optional<std::string> itemType;
+    std::int64_t itemId = 0;
+    std::optional<std::vector<std::string>> tags;
+    std::optional<Dictionary> fields;
+  };
+
+  void tagItem(const std::string& itemType, std::int64_t itemId, const std::string& imageUrl,
+               const std::optional<std::vector<std::string>>& tags, std::int64_t imageSource,
+               const std::optional<Dictionary>& fields) override;
+  void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
+                  const std::optional<std::vector<std::string>>& tags,
+                  const std::optional<Dictionary>& fields) override;
+  /// The map itself, unless setAnyCodable said otherwise.
+  std::optional<Dictionary> anyCodable(const Dictionary& values) override;
+
+  void setAnyCodable(std::function<std::optional<Dictionary>(const Dictionary&)> convert);
+  std::vector<TaggedItem> tagged();
+  std::vector<UpdatedItem> updated();
+
+ private:
+  Mutex mutex_;
+  std::vector<TaggedItem> tagged_ QX_GUARDED_BY(mutex_);
+  std::vector<UpdatedItem> updated_ QX_GUARDED_BY(mutex_);
+  std::function<std::optional<Dictionary>(const Dictionary&)> convert_ QX_GUARDED_BY(mutex_);
+};
+
+class FakeReachability : public QXNetworkingReachabilityTool {
+ public:
+  bool isReachable() override;
+  void startListening(Listener listener) override;
+
+  /// True from the start. A change calls the listeners, on the calling thread, before it returns.
+  void setReachable(bool reachable);
+  std::size_t listenerCount();
+
+ private:
+  Mutex mutex_;
+  bool reachable_ QX_GUARDED_BY(mutex_) = true;
+  std::vector<Listener> listeners_ QX_GUARDED_BY(mutex_);
+};
+
+}  // namespace qx

@@ -1,0 +1,32 @@
+// JSON and XML property lists written out in plain C++, for tests that must not depend on the
+// libraries that the real platform uses. They read what this project and its tests write, not all
+// that exists: property lists in XML form only.
+//
+// Threads: no state; every operation may be called from any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/Formats.h"
+
+namespace qx {
+
+class SimpleJson : public Json {
+ public:
+  std::optional<std::string> encode(const Value& value) override;
+  std::optional<std::string> encode(const OrderedMembers& members) override;
+  Result<Value> decode(const Data& text) override;
+};
+
+class SimplePropertyLists : public PropertyLists {
+ public:
+  std::string_view documentStart() override;
+  std::string_view documentEnd() override;
+  std::optional<std::string> element(const Value& value) override;
+  std::optional<std::string> key(std::string_view name) override;
+  Result<Value> decode(const Data& bytes) override;
+};
+
+}  // namespace qx
