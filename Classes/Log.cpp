@@ -1,0 +1,33 @@
+#include "Classes/Log.h"
+
+#include <utility>
+
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+/// Only a plain "no" opens the log: a host that does not know its environment counts as production.
+bool isOutsideProduction() {
+  const Value production = QX().perform("QXConfig_currentEnvironmentIsProduction", {});
+  const bool* answer = production.asBool();
+  return answer != nullptr && !*answer;
+}
+
+std::string moduleOf(std::string_view source) {
+  const std::size_t slash = source.find('/');
+  return slash == std::string_view::npos ? "n/a" : std::string(source.substr(0, slash));
+}
+
+}  // namespace
+
+void log(int level, std::string message, std::string_view source, std::string_view function,
+         int line) {
+  if (!isOutsideProduction()) return;
+  QXLogger& logger = Platform::current().logger;
+  if (level < logger.threshold()) return;
+  logger.write({level, std::move(message), moduleOf(source), std::string(source),
+                std::string(function), line});
+}
+
+}  // namespace qx
