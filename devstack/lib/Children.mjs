@@ -1,0 +1,110 @@
+// The processes of this devstack: started in the foreground, watched, and stopped in order.
+// Nothing outlives the supervisor: every child is started under `setpriv --pdeathsig TERM`, so the
+// kernel ends it even when the supervisor is killed with SIGKILL. A child has its own session, so
+// that Ctrl-C in a terminal reaches only the supervisor, which then stops the children in order.
+import { execFile, spawn } from 'node:child_process';
+import fs from 'node:fs';
+
+/** Start time of a process in clock ticks since boot, or null. With the pid it names one process. */
+export function startTimeOf(pid) {
+  try {
+    const stat = fs.readFileSync(`/proc/${pid}/stat`, 'latin1');
+    // the command name may hold blanks and brackets: count the fields after its closing bracket
+    const fields = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
+    if (fields[0] === 'Z' || fields[0] === 'X') return null;
+    return fields[19];
+  } catch {
+    return null;
+  }
+}
+
+/** Runs a short command to its end. Resolves to its standard output; rejects with what it said. */
+export function run(command, args, options = {}) {
+  return new Promise((resolve, reject) => {
+    const child = execFile(
+      command, args, { maxBuffer: 16 << 20, timeout: 60_000, ...options, input: undefined },
+      (error, stdout, stderr) => {
+        if (!error) return resolve(stdout);
+        const said = (stderr || stdout || error.message).trim().split('\n').slice(-3).join(' | ');
+        reject(new Error(`${command} ${args[0] ?? ''} failed: ${said}`));
+      });
+    child.stdin.on('error', () => {});  // it may end without reading its input
+    child.stdin.end(options.input ?? '');
+  });
+}
+
+export class Children {
+  #children = [];   // in the order of their start
+  #stopping = false;
+  #onDeath;
+  #registerFile;    // lists pid and start time of each child, for the next start to check
+
+  /** onDeath(name, howItEnded) is called when a child ends that nobody asked to end. */
+  constructor(registerFile, onDeath) {
+    this.#registerFile = registerFile;
+    this.#onDeath = onDeath;
+  }
+
+  /** Starts one long-running child; its output goes to logFile. */
+  start(name, command, args, logFile) {
+    const log = fs.openSync(logFile, 'a', 0o600);
+    const child = spawn('setpriv', ['--pdeathsig', 'TERM', command, ...args],
+      { detached: true, stdio: ['ignore', log, log] });
+    fs.closeSync(log);
+    const entry = { name, child, ended: false };
+    entry.end = new Promise((resolve) => {
+      const over = (how) => {
+        if (entry.ended) return;
+        entry.ended = true;
+        resolve();
+        if (!this.#stopping && !entry.expected) this.#onDeath(name, how);
+      };
+      child.on('exit', (code, signal) => over(signal ? `signal ${signal}` : `exit status ${code}`));
+      child.on('error', (error) => over(error.message));
+    });
+    this.#children.push(entry);
+    this.#writeRegister();
+    return entry;
+  }
+
+  pids() {
+    return Object.fromEntries(
+      this.#children.filter((c) => !c.ended && c.child.pid).map((c) => [c.name, c.child.pid]));
+  }
+
+  /** Stops all, the last started first. graceMs: how long each may take before it is killed. */
+  async stop(graceMs) {
+    this.#stopping = true;
+    for (const entry of [...this.#children].reverse()) {
+      if (entry.ended || !entry.child.pid) continue;
+      entry.child.kill('SIGTERM');
+      const timer = setTimeout(() => entry.child.kill('SIGKILL'), graceMs(entry.name));
+      await entry.end;
+      clearTimeout(timer);
+    }
+    fs.rmSync(this.#registerFile, { force: true });
+  }
+
+  #writeRegister() {
+    const list = this.#children.filter((c) => c.child.pid).map(
+      (c) => ({ name: c.name, pid: c.child.pid, startTime: startTimeOf(c.child.pid) }));
+    fs.writeFileSync(this.#registerFile, JSON.stringify(list), { mode: 0o600 });
+  }
+}
+
+/**
+ * Waits until the children of an earlier supervisor, which was killed, have gone; kills what stays.
+ * A pid counts only together with its start time: it may name somebody else's process by now.
+ */
+export async function waitForLeftovers(registerFile) {
+  let list;
+  try {
+    list = JSON.parse(fs.readFileSync(registerFile, 'utf8'));
+  } catch {
+    return;
+  }
+  const alive = () => list.filter((c) => c.startTime && startTimeOf(c.pid) === c.startTime);
+  for (let i = 0; i < 50 && alive().length; i++) await new Promise((r) => setTimeout(r, 100));
+  for (const { pid } of alive()) process.kill(pid, 'SIGKILL');
+  fs.rmSync(registerFile, { force: true });
+}
