@@ -42,7 +42,7 @@ class AWSUploader {
   static std::string generateFileName(std::string_view suffix);
 };
 
-/// The user's documents directory, without a trailing slash; empty when there is none.
+/// The first of the user's documents directories; empty when there is none.
 std::string documentPath();
 
 /// The completion and the progress callback that do nothing.

@@ -47,6 +47,12 @@ class Target_Uploader : public MediatorTarget {
   void Action_BackgroundUpload(const Dictionary& parameters);
   void Action_BackgroundUploadImage(const Dictionary& parameters);
   void Action_Download(const Dictionary& parameters);
+
+ private:
+  /// `params` with the item's type, id, image source, tags and fields of `dictionary`; empty when
+  /// `params` is absent.
+  static std::map<std::string, std::string> addPqsInfoToExtra(
+      std::optional<std::map<std::string, std::string>> params, const Dictionary& dictionary);
 };
 
 }  // namespace qx

@@ -1,0 +1,84 @@
+#include "Classes/AWSUploader.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/AWSTracking.h"
+#include "Classes/NumberText.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/TaskScheduler.h"
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+constexpr double kRequestTimeoutSeconds = 30;
+constexpr std::uint32_t kRandomParts = 10000;
+
+}  // namespace
+
+const UploadCompletion NilComplete = [](const std::optional<std::string>&, std::int64_t,
+                                        const std::optional<Error>&) {};
+const ProgressCallback NilProgress = [](double) {};
+
+std::atomic<std::int64_t> AWSUploader::generateFileCount = 0;
+
+std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> task) {
+  auto executor = std::make_shared<TaskExecutor>(std::move(task));
+  executor->uploadWorker =
+      Platform::current().uploadClients.make(/*headers=*/{}, kRequestTimeoutSeconds);
+  return executor;
+}
+
+std::shared_ptr<TaskExecutor> AWSUploader::createExecutor(std::shared_ptr<Task> task,
+                                                          const ProgressCallback& /*progress*/,
+                                                          UploadCompletion complete) {
+  auto executor = makeExecutor(std::move(task));
+  executor->complete = [complete = std::move(complete)](
+                           const std::shared_ptr<TaskExecutor>& reporter,
+                           const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                           std::int64_t itemId) {
+    AWSTracking::tracking(status, *reporter->task, AWSTracking::ENVType::upload,
+                          reporter->uploadTime, &reporter->task->extra());
+    if (!complete) return;
+    if (status.succeeded()) {
+      complete(url, itemId, std::nullopt);
+    } else {
+      complete(std::nullopt, 0, uploaderError(status.code(), status.message()));
+    }
+  };
+  return executor;
+}
+
+void AWSUploader::backgroundUpload(const Data& data, const std::string& suffix,
+                                   const AWSParameterMap& extra, const std::string& scope) {
+  auto task = std::make_shared<DataTask>(generateFileName(suffix), scope, data, extra);
+  const std::shared_ptr<TaskScheduler> scheduler = AWSConfigure::shared().scheduler.load();
+  if (scheduler == nullptr) return;
+  const auto executor = makeExecutor(std::move(task));
+  executor->complete = &TaskScheduler::reportResult;
+  scheduler->taskQueue().add(scheduler->syncLocl(executor));
+  scheduler->taskQueue().start();
+}
+
+std::string AWSUploader::generateFileName(std::string_view suffix) {
+  const Platform& platform = Platform::current();
+  std::string name = timeText(platform.clock.now());
+  name += std::to_string(platform.random.next() % kRandomParts);
+  // Taken and increased in one step, so that no two names of this process share a count.
+  const std::int64_t count = generateFileCount.fetch_add(1);
+  if (count == std::numeric_limits<std::int64_t>::max()) fatal("generateFileCount overflows");
+  name += std::to_string(count);
+  std::ranges::replace(name, '.', '-');
+  return name + "." + std::string(suffix);
+}
+
+std::string documentPath() {
+  const std::vector<std::string> directories = Platform::current().files.documentDirectories();
+  return directories.empty() ? "" : directories.front();
+}
+
+}  // namespace qx

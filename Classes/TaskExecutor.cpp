@@ -1,0 +1,239 @@
+#include "Classes/TaskExecutor.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/NumberText.h"
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+/// The library's code of a platform error.
+AWSErrorCode codeOf(const Error& error) {
+  return errorCodeFromRawValue(error.code).value_or(AWSErrorCode::unknown);
+}
+
+AWSCallbackStatus failureOf(const Error& error) {
+  return AWSCallbackStatus::failure(codeOf(error), error.description);
+}
+
+bool equalIgnoringCase(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+/// The HTTP client's default headers with this library's user agent in place of its own.
+HTTPHeaders uploadHeaders(UploadClients& clients) {
+  HTTPHeaders headers = clients.defaultHeaders();
+  std::erase_if(headers,
+                [](const auto& header) { return equalIgnoringCase(header.first, "User-Agent"); });
+  headers.emplace_back("User-Agent", clients.QXNetworkingUserAgent());
+  return headers;
+}
+
+/// Calls back exactly once: with what the host answers first, or with nothing when the host drops
+/// the question (one without such a service does), for the attempt has to end.
+class LongIdAnswer {
+ public:
+  explicit LongIdAnswer(std::function<LongIdCompletion> completion)
+      : completion_(std::move(completion)) {}
+  ~LongIdAnswer() { settle(std::nullopt); }
+  LongIdAnswer(const LongIdAnswer&) = delete;
+  LongIdAnswer& operator=(const LongIdAnswer&) = delete;
+
+  void settle(std::optional<std::int64_t> id) {
+    if (settled_.test_and_set()) return;
+    // Emptied first: a host that keeps its question must not keep the executor and the payload.
+    const std::function<LongIdCompletion> completion = std::exchange(completion_, nullptr);
+    completion(id);
+  }
+
+ private:
+  std::atomic_flag settled_;
+  std::function<LongIdCompletion> completion_;
+};
+
+}  // namespace
+
+TaskExecutor::TaskExecutor(std::shared_ptr<Task> taskToUpload) : task(std::move(taskToUpload)) {}
+
+void TaskExecutor::execute() {
+  std::optional<Data> data = task->data();
+  if (!data) {
+    report(
+        std::nullopt,
+        AWSCallbackStatus::failure(AWSErrorCode::missParamters, "[Error] not found file or data"),
+        0);
+    return;
+  }
+  AWSConfigure::shared().getConfig(
+      task->scope(), /*skipCheckExpiration=*/false,
+      [self = shared_from_this(), data = std::move(*data)](
+          const std::optional<UploadTokenModel>& model, const AWSCallbackStatus& status) {
+        if (!status.succeeded()) {
+          self->report(std::nullopt, status, 0);
+          return;
+        }
+        self->takeRoute(data, model);
+      });
+}
+
+void TaskExecutor::takeRoute(const Data& data, const std::optional<UploadTokenModel>& model) {
+  if (AWSConfigure::shared().needServerResize) {
+    uploadToServer(data, model);
+  } else {
+    uploadToObjectStore(data, model);
+  }
+}
+
+void TaskExecutor::uploadToObjectStore(const Data& data,
+                                       const std::optional<UploadTokenModel>& model) {
+  const Platform& platform = Platform::current();
+  const std::string utilityKey =
+      task->scope() + AWSConfigure::shared().configUUID.load().value_or("");
+  const std::shared_ptr<AWSS3TransferUtility> utility =
+      platform.objectStore.S3TransferUtilityForKey(utilityKey);
+  if (utility == nullptr || !model) {
+    report(std::nullopt,
+           AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] not found config"), 0);
+    return;
+  }
+  const std::string objectKey = model->authorizedPath + task->filename();
+  const double startTime = platform.clock.now();
+  const AWSTask started = utility->uploadData(
+      data, model->bucket, objectKey, /*contentType=*/"",
+      [self = shared_from_this(), startTime,
+       url = model->downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
+        self->uploadTime = Platform::current().clock.now() - startTime;
+        Platform::current().dispatch.mainQueue().async([self, url, error] {
+          if (error) {
+            // The URL goes along: where the object would have been.
+            self->report(url, failureOf(*error), 0);
+          } else {
+            self->resolveItemId(url);
+          }
+        });
+      });
+  if (started.error) {
+    platform.dispatch.mainQueue().async([self = shared_from_this(), error = *started.error] {
+      self->report(std::nullopt, failureOf(error), 0);
+    });
+  }
+}
+
+void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model) {
+  const Platform& platform = Platform::current();
+  if (uploadWorker == nullptr || !model) {
+    report(std::nullopt,
+           AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] config error"), 0);
+    return;
+  }
+  const std::string name = model->authorizedPath + task->filename();
+  const std::size_t dot = name.rfind('.');
+  if (dot == std::string::npos) fatal("an upload by the server route needs a name with a suffix");
+  // The server stores what it made of the image: always a WebP.
+  const std::string serverPath = name.substr(0, dot) + ".webp";
+
+  const Value address = QX().perform("QXConfig_GetAwsUploaderServerAddress", {});
+  QXNetworkingUploadRequest request;
+  request.url = address.asText() ? *address.asText() : "";
+  request.headers = uploadHeaders(platform.uploadClients);
+  request.multipartFormData = [data, serverPath, token = *model](MultipartFormData& form) {
+    const auto text = [&form](std::string_view partName, std::string value) {
+      form.append(Data(std::move(value)), std::string(partName));
+    };
+    text("image_size", "1024");
+    text("format", "webp");
+    text("quality", "90");
+    text("path", serverPath);
+    text("bucket", token.bucket);
+    form.append(data, "img", "img");
+    text("s3_key", token.accessKeyId);
+    text("s3_secret", token.accessKeySecret);
+    text("s3_session_token", token.securityToken);
+    text("s3_region", token.region);
+  };
+
+  const double startTime = platform.clock.now();
+  uploadWorker->upload(
+      request, /*progress=*/nullptr,
+      [self = shared_from_this(), startTime, url = model->downloadUrlPrefix + "/" + serverPath](
+          const QXNetworkingUploadResponse& response) {
+        if (response.error) {
+          self->report(
+              std::nullopt,
+              AWSCallbackStatus::failure(AWSErrorCode::serverError, response.error->description),
+              0);
+          return;
+        }
+        // 200 and nothing else is a success, other 2xx included in the failures on purpose.
+        if (response.httpURLResponse && response.httpURLResponse->statusCode != 200) {
+          self->report(
+              std::nullopt,
+              AWSCallbackStatus::failure(AWSErrorCode::serverError,
+                                         std::to_string(response.httpURLResponse->statusCode)),
+              0);
+          return;
+        }
+        self->uploadTime = Platform::current().clock.now() - startTime;
+        self->resolveItemId(url);
+      });
+}
+
+void TaskExecutor::resolveItemId(const std::string& url) {
+  AWSParameterMap& extra = task->extra();
+  const auto entry = extra.find("itemId");
+  const std::string* text = entry == extra.end() ? nullptr : entry->second.asText();
+  if (const auto itemId = text ? parseDecimal(*text) : std::nullopt) {
+    extra.insert_or_assign("imageUrl", url);
+    extra.insert_or_assign("itemId", *itemId);
+    report(url, AWSCallbackStatus::success(), *itemId);
+    return;
+  }
+  const auto answer = std::make_shared<LongIdAnswer>(
+      [self = shared_from_this(), url](std::optional<std::int64_t> number) {
+        const std::int64_t id = number ? *number : generataItemId();
+        self->task->extra().insert_or_assign("itemId", id);
+        self->task->extra().insert_or_assign("imageUrl", url);
+        self->report(url, AWSCallbackStatus::success(), id);
+        self->complete = nullptr;
+      });
+  QX().perform("Tracking_GetLongIdWithCompletion:",
+               {Value::callback<LongIdCompletion>(
+                   [answer](std::optional<std::int64_t> number) { answer->settle(number); })});
+}
+
+void TaskExecutor::report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                          std::int64_t itemId) {
+  // A copy: the callback may replace or clear the field while it runs.
+  const Complete callback = complete;
+  if (callback) callback(shared_from_this(), url, status, itemId);
+}
+
+std::int64_t TaskExecutor::generataItemId() {
+  const Value userId = QX().perform("Account_GetUserId", {});
+  const std::string* user = userId.asText();
+  const std::int64_t remainder = parseDecimal(user ? *user : "0").value_or(0) % 1000;
+  const auto seconds = static_cast<std::int64_t>(Platform::current().clock.now());
+  const std::string text = std::to_string(seconds);
+  if (text.size() < 4) return seconds;
+  return parseDecimal(std::to_string(remainder) + text.substr(3)).value_or(0);
+}
+
+std::string sha1(const Data& bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::byte b : Platform::current().sha1.digest(bytes)) {
+    text += digits[std::to_integer<std::size_t>(b >> 4)];
+    text += digits[std::to_integer<std::size_t>(b & std::byte{15})];
+  }
+  return text;
+}
+
+}  // namespace qx
