@@ -1,0 +1,242 @@
+#include "Classes/AWSConfigure.h"
+
+#include <utility>
+
+#include "Classes/AWSTracking.h"
+#include "Classes/ItemUpdateItemOriginalImageUrl.h"
+#include "Classes/Log.h"
+#include "Classes/RetryTimer.h"
+#include "Classes/StorageGetUploadConfigRequest.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/TaskScheduler.h"
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+constexpr std::string_view kLogSource = "QXAwsUploader/AWSConfigure";
+constexpr double kMessageTimeoutSeconds = 30;
+constexpr double kTransferTimeoutSeconds = 30;
+constexpr int kTransferRetryCount = 1;
+
+void trackConfigError(const std::string& message) {
+  AWSTracking::action(std::nullopt, message, std::nullopt, AWSTracking::Status::error,
+                      AWSTracking::ENVType::config, std::nullopt, nullptr);
+}
+
+std::string fullDescription(const Error& error) {
+  return error.domain + " " + std::to_string(error.code) + ": " + error.description;
+}
+
+const AWSBasicParameter* find(const AWSParameterMap& extra, const std::string& key) {
+  const auto entry = extra.find(key);
+  return entry == extra.end() ? nullptr : &entry->second;
+}
+
+std::optional<std::int64_t> intValue(const AWSParameterMap& extra, const std::string& key) {
+  const AWSBasicParameter* value = find(extra, key);
+  return value ? std::optional(value->toInt()) : std::nullopt;
+}
+
+std::optional<std::string> textValue(const AWSParameterMap& extra, const std::string& key) {
+  const AWSBasicParameter* value = find(extra, key);
+  return value ? std::optional(value->toString()) : std::nullopt;
+}
+
+/// Only the text itself chooses the det message; a number or "True" does not.
+bool wantsDetMessage(const AWSParameterMap& extra) {
+  const AWSBasicParameter* value = find(extra, "OriginalImageUseDetUploadKey");
+  const std::string* text = value ? value->asText() : nullptr;
+  return text != nullptr && *text == "true";
+}
+
+template <typename Request>
+std::shared_ptr<const APIRequest> originalImageMessage(std::string Request::*urlField,
+                                                       std::int64_t itemId,
+                                                       const std::string& imageUrl,
+                                                       const AWSParameterMap& extra) {
+  auto message = std::make_shared<Request>();
+  message->itemId = itemId;
+  (*message).*urlField = imageUrl;
+  message->originalImageSha1 = textValue(extra, "OriginalImageSha1Key");
+  message->originalImageHeight = intValue(extra, "OriginalImageHeightKey");
+  message->originalImageWidth = intValue(extra, "OriginalImageWidthKey");
+  message->originalImageFileSize = intValue(extra, "OriginalImageFileSizeKey");
+  message->originalImageFileFormat = textValue(extra, "OriginalImageFileFormatKey");
+  return message;
+}
+
+}  // namespace
+
+AWSConfigure::AWSConfigure()
+    : fetchQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.fetch")),
+      getConfigQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.get.config")),
+      changeConfigQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.change.config")) {}
+
+AWSConfigure& AWSConfigure::shared() {
+  // Never destroyed: its queues and the completions of requests use it until the process ends.
+  static AWSConfigure& instance = *new AWSConfigure;
+  return instance;
+}
+
+void AWSConfigure::full(const ConfigParameters& p) {
+  if (configParameters.load() == p) return;
+  changeConfigQeue_->sync([this, &p] {
+    // Another thread may have applied the same identity while this one waited for the queue.
+    if (configParameters.load() == p) return;
+    configParameters.store(p);
+    const std::shared_ptr<TaskScheduler> newScheduler = TaskScheduler::make(p.userId);
+    scheduler.store(newScheduler);
+    HTTPHeaders headers = {{"USER-ID", p.userId}, {"ACCESS-TOKEN", p.accessToken}};
+    if (p.hostURL) {
+      networkingManager.store(Platform::current().messageClients.make(
+          *p.hostURL, std::move(headers), std::nullopt, true));
+    } else {
+      log(kLogError, "host error", kLogSource, "full(configParameters:)", __LINE__);
+    }
+    RetryTimer::setScheduler(newScheduler);
+    RetryTimer::fireIfNeed();
+  });
+}
+
+void AWSConfigure::getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback) {
+  getConfigQeue_->async(
+      [this, scope = std::move(scope), skipCheckExpiration, callback = std::move(callback)] {
+        answerConfigRequest(scope, skipCheckExpiration, callback);
+      });
+}
+
+void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckExpiration,
+                                       const ConfigCallback& callback) {
+  const auto fail = [&callback](AWSErrorCode code, std::string message) {
+    if (callback) callback(std::nullopt, AWSCallbackStatus::failure(code, std::move(message)));
+  };
+
+  const ConfigParameters identity = ConfigParameters::readFromHost();
+  if (!identity.isComplete()) {
+    fail(AWSErrorCode::missParamters, "[Error] miss userId or accessToken");
+    return;
+  }
+  if (configParameters.load() != identity) {
+    full(identity);
+  } else if (configured) {
+    const std::shared_ptr<const ConfigMap> map = configMap_.load();
+    const auto entry = map ? map->find(scope) : ConfigMap::const_iterator();
+    if (!map || entry == map->end()) {
+      fail(AWSErrorCode::keyNotMatch, "[Error] not found config with key:" + scope);
+      return;
+    }
+    const UploadTokenModel& model = entry->second;
+    // No margin: a credential is good until the very instant of its expiry.
+    if (skipCheckExpiration ||
+        Platform::current().clock.now() < model.expiration.secondsSince1970) {
+      if (callback) callback(model, AWSCallbackStatus::success());
+      return;
+    }
+  }
+
+  const FetchResult fetched = fetchServerConfig();
+  if (!fetched.success) {
+    fail(AWSErrorCode::serverError, fetched.message.value_or(""));
+    return;
+  }
+  // Behind the requests that came meanwhile. Whatever expiry the backend sent, what it sent is the
+  // best there is: checking it again could fetch for ever.
+  getConfig(scope, true, callback);
+}
+
+AWSConfigure::FetchResult AWSConfigure::fetchServerConfig() {
+  const std::shared_ptr<Semaphore> answered = Platform::current().dispatch.makeSemaphore(0);
+  // Success unless an answer says otherwise: without a message client nothing is sent, and the
+  // request that wanted the fetch is to look again.
+  const auto result = std::make_shared<FetchResult>();
+  fetchQeue_->async([this, answered, result] {
+    configured = false;
+    const std::shared_ptr<QXMessageAPINetworkingManager> client = networkingManager.load();
+    if (!client) {
+      answered->signal();
+      return;
+    }
+    client->request(std::make_shared<StorageGetUploadConfigRequest>(), std::nullopt,
+                    kMessageTimeoutSeconds, nullptr,
+                    [this, answered, result](const QXNetworkingResponse& response) {
+                      *result = applyFetchedConfig(response);
+                      answered->signal();
+                    });
+  });
+  answered->wait();
+  return *result;
+}
+
+AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingResponse& response) {
+  if (response.error) return {false, response.error->description};
+  const auto* config = dynamic_cast<const StorageGetUploadConfigResponse*>(response.value.get());
+  if (config == nullptr) return {false, "response error"};
+
+  configUUID.store(Platform::current().uuid.random());
+  const auto map = std::make_shared<const ConfigMap>(config->uploadTokenMap);
+  configMap_.store(map);
+  for (const auto& [scope, model] : *map) generateAWSConfiguration(scope, model);
+  configured = true;
+  if (const auto current = scheduler.load()) current->taskQueue().start();
+  return {true, std::nullopt};
+}
+
+void AWSConfigure::generateAWSConfiguration(const std::string& key, const UploadTokenModel& model) {
+  ObjectStore& store = Platform::current().objectStore;
+  std::optional<AWSServiceConfiguration> configuration = store.makeServiceConfiguration(
+      AWSEndpoint::regionTypeFromRegionName(model.region), {store.globalEndpoint()},
+      {model.accessKeyId, model.accessKeySecret, model.securityToken});
+  if (!configuration) {
+    trackConfigError("[Error] AWS-" + key + " config error");
+    return;
+  }
+  configuration->timeoutIntervalForRequest = kTransferTimeoutSeconds;
+  configuration->timeoutIntervalForResource = kTransferTimeoutSeconds;
+  configuration->maxRetryCount = kTransferRetryCount;
+  store.registerS3TransferUtility(*configuration, key + configUUID.load().value_or(""));
+}
+
+void AWSConfigure::retryFire() {
+  const ConfigParameters identity = ConfigParameters::readFromHost();
+  if (identity.isComplete()) {
+    full(identity);
+    return;
+  }
+  log(kLogError, "miss userId or accessToken", kLogSource, "retryFire()", __LINE__);
+  trackConfigError("[Error] retry fire miss userId or accessToken");
+}
+
+void AWSConfigure::userDidChange() {
+  retryFire();
+}
+
+void AWSConfigure::backgroundUploadItem(const std::optional<std::string>& imageUrl,
+                                        const AWSParameterMap& extra) {
+  const std::optional<std::int64_t> itemId = intValue(extra, "uuid");
+  if (!itemId || *itemId < 1 || !imageUrl) return;
+
+  const std::shared_ptr<const APIRequest> message =
+      wantsDetMessage(extra)
+          ? originalImageMessage(&ItemUpdateItemOriginalDetImageUrlRequest::originalDetImageUrl,
+                                 *itemId, *imageUrl, extra)
+          : originalImageMessage(&ItemUpdateItemOriginalImageUrlRequest::originalImageUrl, *itemId,
+                                 *imageUrl, extra);
+  const std::shared_ptr<QXMessageAPINetworkingManager> client = networkingManager.load();
+  if (!client) return;
+  client->request(
+      message, std::nullopt, kMessageTimeoutSeconds, nullptr,
+      [url = *imageUrl, id = *itemId](const QXNetworkingResponse& response) {
+        constexpr std::string_view kFunction = "backgroundUploadItem(imageUrl:extra:)";
+        if (response.error) {
+          log(kLogError,
+              "Update original image info failure, error:" + fullDescription(*response.error),
+              kLogSource, kFunction, __LINE__);
+        } else {
+          log(kLogNote, "Update original image info, Url:" + url + " itemId:" + std::to_string(id),
+              kLogSource, kFunction, __LINE__);
+        }
+      });
+}
+
+}  // namespace qx
