@@ -46,12 +46,15 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
  private:
   explicit TaskQueue(std::optional<std::int64_t> maxConcurrentCount);
   std::int64_t limit() const;
-  bool takeSlot();
+  /// Starts the oldest executor when the network and the limit allow it.
+  bool startNext();
+  /// The oldest executor, with a slot taken for it; null when none waits or no slot is free.
+  std::shared_ptr<TaskExecutor> takeFront(std::int64_t limit);
   void releaseSlot();
-  std::shared_ptr<TaskExecutor> takeFront();
   void wrapCompletion(TaskExecutor& executor);
 
   const std::optional<std::int64_t> maxCount_;
+  /// Raised and reset under the lock, together with the pool; lowered without it.
   std::atomic<std::int64_t> concurrentCount_ = 0;
   mutable Mutex lock_;
   std::deque<std::shared_ptr<TaskExecutor>> executorPool_ QX_GUARDED_BY(lock_);

@@ -1,5 +1,26 @@
 // The background uploads of one user: stored before they run, retried, reported.
 //
+// The life of a background task:
+//
+//     backgroundUpload
+//           |  file written, entry logged with count 0      cannot be stored: runs from
+//           v                                               memory, is reported, forgotten
+//        stored ----------------> queued ----------------> running
+//           ^        add,           the oldest first, while    |
+//           |    retryLocalTask     slots are free and the     |
+//           |                       network is there           |
+//           |                                                  |
+//           |   failed, fewer than 10 times:                   |
+//           +------ entry rewritten with count + 1 ------------+
+//                                                              |
+//           file and entry deleted <---------------------------+
+//                                   succeeded, or failed for the 10th time
+//
+// Every end of "running" is tracked and reported to the two background callbacks, after the storage
+// has been brought up to date. A failed task goes back to the queue with retryLocalTask() alone.
+// When the scheduler is gone (another identity was applied), running tasks are still reported, but
+// the storage stays as it is.
+//
 // Threads: every operation may be called from any thread; it has no lock of its own.
 // Ownership: AWSConfigure holds the current one; storage wrappers hold it weakly.
 #pragma once
@@ -47,9 +68,11 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
  private:
   explicit TaskScheduler(const std::string& userId);
   TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
+  void recordOutcome(Task& task, const AWSCallbackStatus& status);
 
-  const std::unique_ptr<UserTaskStorage> taskStorage_;
   const std::shared_ptr<TaskQueue> taskQueue_;
+  /// Constant after construction.
+  std::unique_ptr<UserTaskStorage> taskStorage_;
 };
 
 }  // namespace qx

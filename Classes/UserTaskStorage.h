@@ -1,10 +1,19 @@
 // One user's background uploads on disk: a file per task, and a log of them.
 //
 // Threads: every operation may be called from any thread. `stroageFileLock` guards changes to the
-// in-memory log, `snycLock` orders the writing of the log file; they are never held together.
+// in-memory log, `snycLock` orders the writing of the log file; they are never held together. Reads
+// of the in-memory log take neither: it is published as a whole and never changed in place.
 // Errors: an absent value or false; nothing is thrown or logged.
+// Safety: a user id, a file name or a recorded path that would lead out of the user's directory, or
+// to the log file itself, never reaches the file system; the operation fails instead.
+// The bytes on disk: docs/on-disk-format.md.
 #pragma once
 
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +21,7 @@
 
 #include "Classes/AWSBasicParameter.h"
 #include "Classes/Task.h"
+#include "platform/Mutex.h"
 
 namespace qx {
 
@@ -19,7 +29,6 @@ class UserTaskStorage {
  public:
   /// Creates the user's directory. Does not read the log file.
   explicit UserTaskStorage(std::string userId);
-  ~UserTaskStorage();
   UserTaskStorage(const UserTaskStorage&) = delete;
   UserTaskStorage& operator=(const UserTaskStorage&) = delete;
 
@@ -27,15 +36,20 @@ class UserTaskStorage {
   void createUserRootDir();
   bool userDirPathExist() const;
   /// Writes a task's bytes into the user directory and yields its stored counterpart. A FileTask is
-  /// stored already and comes back as it is. Nothing when there are no bytes or the write fails.
+  /// stored already and comes back as it is. Nothing when there are no bytes or the write fails,
+  /// as it does when the user directory is gone.
   std::shared_ptr<FileTask> storageFile(const std::shared_ptr<Task>& task);
-  /// Records the task in the log and writes the log file.
+  /// Records the task in the log and writes the log file. False, and the log file as it was, for a
+  /// task whose texts no property list can hold; the in-memory log knows it then all the same, so
+  /// that remove() finds its file.
   bool storageLog(const FileTask& task);
-  /// Writes the whole in-memory log to the log file.
+  /// Writes the whole in-memory log to the log file. Callers that wait for one another share a
+  /// write: it is enough that one that began after the call has succeeded.
   bool syncLog();
   /// The log file as it is on disk; empty when it is missing or malformed.
   AWSLogMap localLogs() const;
-  /// A task for every usable entry of the log file, in no order.
+  /// A task for every usable entry of the log file, in no order. Entries whose file lies outside
+  /// the user's directory are not usable.
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
   static std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info);
@@ -45,13 +59,47 @@ class UserTaskStorage {
   std::optional<std::string> filePath(const std::string& filename) const;
   /// Removes a task's data file and its entry. False when the in-memory log does not know it.
   bool remove(const std::string& filename);
-  /// Removes one file, its path relative to the documents directory. A missing file is success.
+  /// Removes one file of the user's directory, its path relative to the documents directory. A
+  /// missing file is success.
   bool deleteFile(const std::string& path);
 
  private:
-  struct State;
+  /// One entry; never changed once it is published.
+  struct Record {
+    /// Key and dictionary as they stand in the log file; absent when no property list can hold
+    /// them, and then the entry is left out of the log file.
+    std::optional<std::string> text;
+    /// The values that reading the text would not bring back as they were: a float, say. Everything
+    /// when there is no text. The others are kept as text alone, for memory's sake.
+    AWSLogEntry unread;
+  };
+  using Shard = std::map<std::string, std::shared_ptr<const Record>>;
+  /// By the hash of the file name. A change copies one shard and the array, not the whole log.
+  using Records = std::array<std::shared_ptr<const Shard>, 256>;
+
+  static std::shared_ptr<const Record> makeRecord(const std::string& filename,
+                                                  const AWSLogEntry& entry);
+  std::shared_ptr<const Record> find(const std::string& filename) const;
+  /// Puts a record in place of the earlier one; null removes it.
+  void change(const std::string& filename, std::shared_ptr<const Record> record)
+      QX_REQUIRES(stroageFileLock_);
+  bool writeLog() QX_REQUIRES(snycLock_);
+
+  std::string relativePath(const std::string& filename) const;
+  std::string userDirPath() const;
+  std::string logPath() const;
+  /// `filename` can be a data file beside the log.
+  bool isDataFileName(const std::string& filename) const;
+  /// `path`, relative to the documents directory, is a data file of this user.
+  bool isDataFilePath(const std::string& path) const;
+
   const std::string userId_;
-  const std::unique_ptr<State> state_;
+  Guarded<std::shared_ptr<const Records>> logsMap_{std::make_shared<const Records>()};
+  Mutex stroageFileLock_;
+  Mutex snycLock_;
+  /// Numbers the writes of the log file: how many began, and which one succeeded last.
+  std::atomic<std::uint64_t> writesBegun_ = 0;
+  std::uint64_t lastGoodWrite_ QX_GUARDED_BY(snycLock_) = 0;
 };
 
 }  // namespace qx

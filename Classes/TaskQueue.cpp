@@ -1,0 +1,147 @@
+#include "Classes/TaskQueue.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "Classes/AWSConfigure.h"
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+// Marks that start() of a queue runs on this thread. An executor may report inside execute(), and
+// its report calls start() again: that call returns at once, for the loop around it goes on anyway.
+// Other threads run loops of their own.
+class StartFrame {
+ public:
+  explicit StartFrame(const TaskQueue* queue) : queue_(queue), outer_(innermost) {
+    innermost = this;
+  }
+  ~StartFrame() { innermost = outer_; }
+  StartFrame(const StartFrame&) = delete;
+  StartFrame& operator=(const StartFrame&) = delete;
+
+  static bool activeFor(const TaskQueue* queue) {
+    for (const StartFrame* frame = innermost; frame != nullptr; frame = frame->outer_) {
+      if (frame->queue_ == queue) return true;
+    }
+    return false;
+  }
+
+ private:
+  static thread_local const StartFrame* innermost;
+  const TaskQueue* const queue_;
+  const StartFrame* const outer_;
+};
+
+thread_local const StartFrame* StartFrame::innermost = nullptr;
+
+}  // namespace
+
+const std::shared_ptr<TaskQueue>& TaskQueue::shared() {
+  // Never destroyed: executors may report while the process ends.
+  static const auto& queue = *new std::shared_ptr<TaskQueue>(make(std::nullopt));
+  return queue;
+}
+
+std::shared_ptr<TaskQueue> TaskQueue::make(std::optional<std::int64_t> maxConcurrentCount) {
+  const std::shared_ptr<TaskQueue> queue(new TaskQueue(maxConcurrentCount));
+  Platform::current().reachability.startListening(
+      [weak = std::weak_ptr<TaskQueue>(queue)](bool reachable, bool) {
+        const auto alive = weak.lock();
+        if (reachable && alive) alive->start();
+      });
+  return queue;
+}
+
+TaskQueue::TaskQueue(std::optional<std::int64_t> maxConcurrentCount)
+    : maxCount_(maxConcurrentCount) {}
+
+void TaskQueue::add(std::shared_ptr<TaskExecutor> executor) {
+  if (total_.fetch_add(1) == std::numeric_limits<std::int64_t>::max()) {
+    fatal("the number of queued executors overflows");
+  }
+  MutexLock lock(lock_);
+  executorPool_.push_back(std::move(executor));
+}
+
+void TaskQueue::start() {
+  if (StartFrame::activeFor(this)) return;
+  const StartFrame frame(this);
+  // A report may drop the last handle of this queue but its own.
+  const auto self = shared_from_this();
+  while (startNext()) {
+  }
+}
+
+bool TaskQueue::startNext() {
+  if (!Platform::current().reachability.isReachable()) return false;
+  const std::shared_ptr<TaskExecutor> executor = takeFront(limit());
+  if (!executor) return false;
+  wrapCompletion(*executor);
+  executor->execute();
+  return true;
+}
+
+std::int64_t TaskQueue::limit() const {
+  const std::int64_t limit =
+      maxCount_ ? *maxCount_ : AWSConfigure::shared().maxBackgroundConcurrentCount.load();
+  return std::max<std::int64_t>(limit, 1);
+}
+
+std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit) {
+  // Executor and slot are taken in one step: no race takes a slot too many, and nobody sees the
+  // pool empty while an executor is on its way to its slot.
+  MutexLock lock(lock_);
+  if (executorPool_.empty()) return nullptr;
+  std::int64_t running = concurrentCount_.load();
+  do {
+    if (running >= limit) return nullptr;
+  } while (!concurrentCount_.compare_exchange_weak(running, running + 1));
+  std::shared_ptr<TaskExecutor> executor = std::move(executorPool_.front());
+  executorPool_.pop_front();
+  return executor;
+}
+
+void TaskQueue::releaseSlot() {
+  std::int64_t running = concurrentCount_.load();
+  // Stays at 0 on purpose: the count may have been reset while the executor was running.
+  while (running > 0 && !concurrentCount_.compare_exchange_weak(running, running - 1)) {
+  }
+}
+
+void TaskQueue::wrapCompletion(TaskExecutor& executor) {
+  executor.complete = [queue = shared_from_this(), previous = std::move(executor.complete)](
+                          const std::shared_ptr<TaskExecutor>& reporting,
+                          const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                          std::int64_t itemId) {
+    // Copies: the callback may replace the executor's completion, and this closure with it.
+    const std::shared_ptr<TaskQueue> keptQueue = queue;
+    const TaskExecutor::Complete keptPrevious = previous;
+    keptQueue->releaseSlot();
+    if (keptPrevious) keptPrevious(reporting, url, status, itemId);
+    keptQueue->start();
+  };
+}
+
+void TaskQueue::reset() {
+  // Destroyed after the lock is released: an executor's destructor may do anything.
+  std::deque<std::shared_ptr<TaskExecutor>> dropped;
+  MutexLock lock(lock_);
+  dropped.swap(executorPool_);
+  total_ = 0;
+  concurrentCount_ = 0;
+}
+
+bool TaskQueue::idle() const {
+  MutexLock lock(lock_);
+  return executorPool_.empty() && concurrentCount_.load() == 0;
+}
+
+std::size_t TaskQueue::waitingCount() const {
+  MutexLock lock(lock_);
+  return executorPool_.size();
+}
+
+}  // namespace qx

@@ -1,0 +1,134 @@
+#include "Classes/TaskScheduler.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <utility>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/AWSTracking.h"
+#include "Classes/AWSUploader.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/UserTaskStorage.h"
+
+namespace qx {
+namespace {
+
+/// Failed attempts after which a stored task is given up.
+constexpr std::int64_t kMaxUploadCount = 10;
+/// Stored tasks queued at once.
+constexpr std::size_t kMaxRetriedTasks = 200;
+
+}  // namespace
+
+std::shared_ptr<TaskScheduler> TaskScheduler::make(const std::string& userId) {
+  return std::shared_ptr<TaskScheduler>(new TaskScheduler(userId));
+}
+
+TaskScheduler::TaskScheduler(const std::string& userId) : taskQueue_(TaskQueue::shared()) {
+  taskQueue_->reset();
+  taskStorage_ = std::make_unique<UserTaskStorage>(userId);
+}
+
+TaskScheduler::~TaskScheduler() = default;
+
+void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
+  executor->complete = &TaskScheduler::reportResult;
+  taskQueue_->add(syncLocl(executor));
+  taskQueue_->start();
+}
+
+std::shared_ptr<TaskExecutor> TaskScheduler::syncLocl(
+    const std::shared_ptr<TaskExecutor>& executor) {
+  if (executor->task->hasPath()) {
+    bindStorageComplete(*executor);
+    return executor;
+  }
+  const std::shared_ptr<FileTask> stored = taskStorage_->storageFile(executor->task);
+  if (!stored) return executor;
+  if (!taskStorage_->storageLog(*stored)) {
+    taskStorage_->remove(stored->filename());
+    return executor;
+  }
+  const std::optional<AWSLogEntry> entry = taskStorage_->entry(executor->task->filename());
+  const std::shared_ptr<FileTask> rebuilt =
+      UserTaskStorage::task(executor->task->filename(), entry ? &*entry : nullptr);
+  if (!rebuilt) return executor;
+  const std::shared_ptr<TaskExecutor> replacement = AWSUploader::makeExecutor(rebuilt);
+  replacement->complete = storageComplete(executor->complete);
+  return replacement;
+}
+
+void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
+  executor.complete = storageComplete(std::move(executor.complete));
+}
+
+TaskExecutor::Complete TaskScheduler::storageComplete(TaskExecutor::Complete previous) {
+  return [weak = weak_from_this(), previous = std::move(previous)](
+             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
+             const AWSCallbackStatus& status, std::int64_t itemId) {
+    // A copy: the callback may replace the executor's completion, and this closure with it.
+    const TaskExecutor::Complete keptPrevious = previous;
+    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) {
+      scheduler->recordOutcome(*executor->task, status);
+    }
+    if (keptPrevious) keptPrevious(executor, url, status, itemId);
+  };
+}
+
+void TaskScheduler::recordOutcome(Task& task, const AWSCallbackStatus& status) {
+  // What the storage answers is ignored: a task that could not be deleted is retried later.
+  if (status.succeeded()) {
+    taskStorage_->remove(task.filename());
+    return;
+  }
+  auto* const stored = dynamic_cast<FileTask*>(&task);
+  if (stored == nullptr) return;
+  if (stored->uploadCount() == std::numeric_limits<std::int64_t>::max()) {
+    fatal("the number of failed attempts of an upload overflows");
+  }
+  stored->setUploadCount(stored->uploadCount() + 1);
+  if (stored->uploadCount() >= kMaxUploadCount) {
+    taskStorage_->remove(stored->filename());
+  } else {
+    taskStorage_->storageLog(*stored);
+  }
+}
+
+void TaskScheduler::retryLocalTask() {
+  if (!taskQueue_->idle()) return;
+  const std::vector<std::shared_ptr<TaskExecutor>> executors = localTaskExecutor();
+  const std::size_t count = std::min(executors.size(), kMaxRetriedTasks);
+  for (std::size_t i = 0; i < count; ++i) {
+    executors[i]->complete = &TaskScheduler::reportResult;
+    taskQueue_->add(syncLocl(executors[i]));
+    taskQueue_->start();
+  }
+}
+
+std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::localTaskExecutor() {
+  std::vector<std::shared_ptr<TaskExecutor>> executors;
+  for (const std::shared_ptr<FileTask>& task : taskStorage_->localTasks()) {
+    executors.push_back(AWSUploader::makeExecutor(task));
+  }
+  return executors;
+}
+
+void TaskScheduler::reportResult(const std::shared_ptr<TaskExecutor>& executor,
+                                 const std::optional<std::string>& url,
+                                 const AWSCallbackStatus& status, std::int64_t /*itemId*/) {
+  const Task& task = *executor->task;
+  AWSTracking::tracking(status, task, AWSTracking::ENVType::backgroundUpload, executor->uploadTime,
+                        &task.extra());
+  std::optional<Error> error;
+  if (!status.succeeded()) error = uploaderError(status.code(), status.message());
+  AWSConfigure& configure = AWSConfigure::shared();
+  if (const auto callback = configure.backgroundUploadCallback.load()) {
+    callback(task.scope(), url, task.extra(), error);
+  }
+  if (const auto callback = configure.backgroundUploadItemCallback.load()) {
+    callback(task.scope(), url, task.extra(), error);
+  }
+}
+
+}  // namespace qx

@@ -1,0 +1,304 @@
+#include "Classes/UserTaskStorage.h"
+
+#include <cmath>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "Classes/AWSUploader.h"
+#include "platform/Platform.h"
+
+namespace qx {
+namespace {
+
+constexpr std::string_view kRootDirectory = "aws-0011/";
+constexpr std::string_view kLogName = "logs.plist";
+constexpr std::string_view kDictStart = "<dict>\n";
+constexpr std::string_view kDictEnd = "</dict>\n";
+
+using UntypedMap = std::map<std::string, std::map<std::string, std::map<std::string, Value>>>;
+
+Value valueOf(const AWSBasicParameter& parameter) {
+  if (const auto* v = parameter.asInt()) return *v;
+  if (const auto* v = parameter.asUInt()) return *v;
+  if (const auto* v = parameter.asFloat()) return double{*v};
+  if (const auto* v = parameter.asDouble()) return *v;
+  return *parameter.asText();
+}
+
+Value valueOf(const AWSLogEntry& entry) {
+  Dictionary sections;
+  for (const auto& [name, values] : entry) {
+    Dictionary section;
+    for (const auto& [key, value] : values) section.emplace(key, valueOf(value));
+    sections.emplace(name, std::move(section));
+  }
+  return sections;
+}
+
+/// The log that a decoded property list holds; empty when any part of it has another shape.
+AWSLogMap logOf(const Value& root) {
+  const Dictionary* entries = root.asDictionary();
+  if (entries == nullptr) return {};
+  UntypedMap map;
+  for (const auto& [filename, entry] : *entries) {
+    const Dictionary* sections = entry.asDictionary();
+    if (sections == nullptr) return {};
+    auto& info = map[filename];
+    for (const auto& [name, section] : *sections) {
+      const Dictionary* values = section.asDictionary();
+      if (values == nullptr) return {};
+      info[name].insert(values->begin(), values->end());
+    }
+  }
+  return AWSBasicParameterConvert(map);
+}
+
+AWSLogMap decodeLog(const Data& bytes) {
+  const Result<Value> root = Platform::current().propertyLists.decode(bytes);
+  return root ? logOf(*root) : AWSLogMap();
+}
+
+/// The entry that the text of a record stands for; empty when it does not read.
+AWSLogEntry entryOf(std::string_view text) {
+  PropertyLists& lists = Platform::current().propertyLists;
+  std::string document;
+  for (const std::string_view piece :
+       {lists.documentStart(), kDictStart, text, kDictEnd, lists.documentEnd()}) {
+    document += piece;
+  }
+  AWSLogMap log = decodeLog(Data(std::move(document)));
+  return log.size() == 1 ? std::move(log.begin()->second) : AWSLogEntry();
+}
+
+/// Whether toInt() can convert it: a foreign log may hold numbers that are fatal there.
+bool convertsToInt(const AWSBasicParameter& parameter) {
+  constexpr double kLimit = 9223372036854775808.0;  // 2^63
+  const auto fits = [](double v) { return v >= -kLimit && v < kLimit; };
+  if (const auto* v = parameter.asUInt()) {
+    return *v <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  }
+  if (const auto* v = parameter.asFloat()) return fits(double{*v});
+  if (const auto* v = parameter.asDouble()) return fits(*v);
+  return true;
+}
+
+}  // namespace
+
+UserTaskStorage::UserTaskStorage(std::string userId) : userId_(std::move(userId)) {
+  createUserRootDir();
+}
+
+std::string UserTaskStorage::relativePath(const std::string& filename) const {
+  return std::string(kRootDirectory) + userId_ + "/" + filename;
+}
+
+std::string UserTaskStorage::userDirPath() const {
+  return documentPath() + "/" + std::string(kRootDirectory) + userId_;
+}
+
+std::string UserTaskStorage::logPath() const {
+  return userDirPath() + "/" + std::string(kLogName);
+}
+
+bool UserTaskStorage::isDataFileName(const std::string& filename) const {
+  return isPlainPathComponent(userId_) && isPlainPathComponent(filename) && filename != kLogName;
+}
+
+bool UserTaskStorage::isDataFilePath(const std::string& path) const {
+  const std::string directory = relativePath("");
+  return path.starts_with(directory) && isDataFileName(path.substr(directory.size()));
+}
+
+void UserTaskStorage::createUserRootDir() {
+  if (userDirPathExist()) return;
+  if (!isPlainPathComponent(userId_)) {
+    std::cout << "the user id cannot name a directory" << std::endl;
+    return;
+  }
+  if (const auto error = Platform::current().files.createDirectory(userDirPath())) {
+    std::cout << error->description << std::endl;
+  }
+}
+
+bool UserTaskStorage::userDirPathExist() const {
+  return isPlainPathComponent(userId_) &&
+         Platform::current().files.kind(userDirPath()) == PathKind::directory;
+}
+
+std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Task>& task) {
+  if (task->hasPath()) return std::dynamic_pointer_cast<FileTask>(task);
+  if (!isDataFileName(task->filename())) return nullptr;
+  const std::optional<Data> data = task->data();
+  if (!data) return nullptr;
+  const std::string relative = relativePath(task->filename());
+  const std::string_view content = data->text();
+  if (Platform::current().files.write(documentPath() + "/" + relative, {&content, 1},
+                                      WriteMode::plain, Durability::cached)) {
+    return nullptr;
+  }
+  return std::make_shared<FileTask>(task->filename(), task->scope(), relative, /*uploadCount=*/0,
+                                    task->extra());
+}
+
+bool UserTaskStorage::storageLog(const FileTask& task) {
+  if (!isDataFileName(task.filename()) || !isDataFilePath(task.filePath())) return false;
+  AWSLogEntry entry;
+  entry["base"] = {{"file_path", task.filePath()},
+                   {"module_key", task.scope()},
+                   {"upload_count", task.uploadCount()}};
+  entry["extra"] = task.extra();
+  const std::shared_ptr<const Record> record = makeRecord(task.filename(), entry);
+  {
+    MutexLock lock(stroageFileLock_);
+    change(task.filename(), record);
+  }
+  return record->text && syncLog();
+}
+
+std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
+    const std::string& filename, const AWSLogEntry& entry) {
+  PropertyLists& lists = Platform::current().propertyLists;
+  auto record = std::make_shared<Record>();
+  record->unread = entry;
+  const std::optional<std::string> name = lists.key(filename);
+  const std::optional<std::string> dictionary = lists.element(valueOf(entry));
+  if (!name || !dictionary) return record;
+  std::string text;
+  text.reserve(name->size() + dictionary->size());
+  text += *name;
+  text += *dictionary;
+  for (const auto& [section, values] : entryOf(text)) {
+    AWSParameterMap& unread = record->unread[section];
+    for (const auto& [key, value] : values) {
+      const auto original = unread.find(key);
+      if (original != unread.end() && original->second == value) unread.erase(original);
+    }
+    if (unread.empty()) record->unread.erase(section);
+  }
+  record->text = std::move(text);
+  return record;
+}
+
+std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::find(
+    const std::string& filename) const {
+  const std::shared_ptr<const Records> records = logsMap_.load();
+  const auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
+  if (!shard) return nullptr;
+  const auto found = shard->find(filename);
+  return found == shard->end() ? nullptr : found->second;
+}
+
+void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const Record> record) {
+  auto records = std::make_shared<Records>(*logsMap_.load());
+  auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
+  auto changed = shard ? std::make_shared<Shard>(*shard) : std::make_shared<Shard>();
+  if (record) {
+    changed->insert_or_assign(filename, std::move(record));
+  } else {
+    changed->erase(filename);
+  }
+  shard = std::move(changed);
+  logsMap_.store(std::move(records));
+}
+
+bool UserTaskStorage::syncLog() {
+  const std::uint64_t begunBefore = writesBegun_.load();
+  MutexLock lock(snycLock_);
+  // A write that began after this call began holds all that the caller has changed.
+  if (lastGoodWrite_ > begunBefore) return true;
+  const std::uint64_t write = writesBegun_.fetch_add(1) + 1;
+  if (!writeLog()) return false;
+  lastGoodWrite_ = write;
+  return true;
+}
+
+bool UserTaskStorage::writeLog() {
+  if (!isPlainPathComponent(userId_)) return false;
+  const Platform& platform = Platform::current();
+  const std::shared_ptr<const Records> records = logsMap_.load();
+  std::vector<std::string_view> pieces = {platform.propertyLists.documentStart(), kDictStart};
+  for (const auto& shard : *records) {
+    if (!shard) continue;
+    for (const auto& [filename, record] : *shard) {
+      if (record->text) pieces.push_back(*record->text);
+    }
+  }
+  pieces.push_back(kDictEnd);
+  pieces.push_back(platform.propertyLists.documentEnd());
+  return !platform.files.write(logPath(), pieces, WriteMode::atomic, Durability::cached);
+}
+
+AWSLogMap UserTaskStorage::localLogs() const {
+  if (!isPlainPathComponent(userId_)) return {};
+  const Result<Data> bytes = Platform::current().files.read(logPath());
+  return bytes ? decodeLog(*bytes) : AWSLogMap();
+}
+
+std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
+  std::vector<std::shared_ptr<FileTask>> tasks;
+  for (const auto& [filename, info] : localLogs()) {
+    std::shared_ptr<FileTask> rebuilt = task(filename, &info);
+    if (rebuilt && isDataFileName(filename) && isDataFilePath(rebuilt->filePath())) {
+      tasks.push_back(std::move(rebuilt));
+    }
+  }
+  return tasks;
+}
+
+std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,
+                                                const AWSLogEntry* info) {
+  if (info == nullptr || info->empty()) return nullptr;
+  const auto base = info->find("base");
+  if (base == info->end()) return nullptr;
+  const auto path = base->second.find("file_path");
+  const auto scope = base->second.find("module_key");
+  if (path == base->second.end() || scope == base->second.end()) return nullptr;
+  const auto count = base->second.find("upload_count");
+  const bool counted = count != base->second.end() && convertsToInt(count->second);
+  const auto extra = info->find("extra");
+  return std::make_shared<FileTask>(filename, scope->second.toString(), path->second.toString(),
+                                    counted ? count->second.toInt() : 0,
+                                    extra == info->end() ? AWSParameterMap() : extra->second);
+}
+
+std::optional<AWSLogEntry> UserTaskStorage::entry(const std::string& filename) const {
+  const std::shared_ptr<const Record> record = find(filename);
+  if (!record) return std::nullopt;
+  AWSLogEntry entry = record->text ? entryOf(*record->text) : AWSLogEntry();
+  for (const auto& [section, values] : record->unread) {
+    for (const auto& [key, value] : values) entry[section].insert_or_assign(key, value);
+  }
+  return entry;
+}
+
+std::optional<std::string> UserTaskStorage::filePath(const std::string& filename) const {
+  const std::optional<AWSLogEntry> info = entry(filename);
+  if (!info) return std::nullopt;
+  const auto base = info->find("base");
+  if (base == info->end()) return std::nullopt;
+  const auto path = base->second.find("file_path");
+  if (path == base->second.end() || path->second.asText() == nullptr) return std::nullopt;
+  return *path->second.asText();
+}
+
+bool UserTaskStorage::remove(const std::string& filename) {
+  const std::optional<std::string> path = filePath(filename);
+  if (!path || !deleteFile(*path)) return false;
+  {
+    MutexLock lock(stroageFileLock_);
+    change(filename, nullptr);
+  }
+  return syncLog();
+}
+
+bool UserTaskStorage::deleteFile(const std::string& path) {
+  if (!isDataFilePath(path)) return false;
+  Files& files = Platform::current().files;
+  const std::string absolute = documentPath() + "/" + path;
+  return files.kind(absolute) == PathKind::absent || !files.remove(absolute);
+}
+
+}  // namespace qx
