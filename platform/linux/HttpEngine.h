@@ -58,6 +58,8 @@ struct HttpAnswer {
   /// True when at least a status line came (100 Continue does not count).
   bool begun = false;
   int status = 0;
+  /// From the start of the request to its end; the wait before the start is not part of it.
+  double elapsedSeconds = 0;
   /// Names in lower case, in the order they came.
   HTTPHeaders headers;
   /// What did not go into the sink.
@@ -90,6 +92,9 @@ struct HttpRequest {
 
 /// Why a header field or URL cannot be sent, or nothing: CR, LF and NUL never reach the wire.
 std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& headers);
+
+/// Adds a header field, replacing those of the same name.
+void setHeader(HTTPHeaders& headers, const std::string& name, std::string value);
 
 class HttpEngine {
  public:

@@ -1,0 +1,26 @@
+// The body of a multipart/form-data request (RFC 7578) as pieces that refer to the parts' bytes.
+//
+// Threads: a pure function, callable from any thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/Data.h"
+#include "platform/Networking.h"
+
+namespace qx {
+
+struct MultipartBody {
+  /// The value of the Content-Type header.
+  std::string contentType;
+  std::vector<Data> pieces;
+};
+
+/// `boundary` must not occur in the parts: a random one of 128 bits does not.
+MultipartBody makeMultipartBody(const std::vector<MultipartFormData::Part>& parts,
+                                const std::string& boundary);
+/// A fresh random boundary.
+std::string makeBoundary();
+
+}  // namespace qx
