@@ -74,6 +74,7 @@ Result<Data> MemoryFiles::read(const std::string& path) {
   MutexLock lock(mutex_);
   const std::string at = normal(path);
   if (fails(Operation::read, at)) return failure(at, EIO);
+  if (at.find('\0') != std::string::npos) return failure(at, EINVAL);
   const auto file = files_.find(at);
   if (file != files_.end()) return file->second;
   return failure(at, kindLocked(at) == PathKind::directory ? EISDIR : ENOENT);
@@ -89,6 +90,7 @@ std::optional<Error> MemoryFiles::write(const std::string& path,
   const Call call{
       .operation = Operation::write, .path = at, .mode = mode, .durability = durability};
   if (fails(Operation::write, at)) return done(call, failure(at, EIO));
+  if (at.find('\0') != std::string::npos) return done(call, failure(at, EINVAL));
   if (kindLocked(at) == PathKind::directory) return done(call, failure(at, EISDIR));
   if (kindLocked(parentOf(at)) != PathKind::directory) {
     return done(call, failure(at, kindLocked(parentOf(at)) == PathKind::file ? ENOTDIR : ENOENT));

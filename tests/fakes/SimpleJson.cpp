@@ -5,13 +5,33 @@
 #include <system_error>
 
 #include "fakes/SimpleFormats.h"
-#include "fakes/SimpleUtf8.h"
+#include "platform/Utf8.h"
 
 namespace qx {
 namespace {
 
+void appendUtf8(std::string& out, std::uint32_t character) {
+  const auto put = [&](std::uint32_t byte) { out.push_back(static_cast<char>(byte)); };
+  if (character < 0x80) {
+    put(character);
+    return;
+  }
+  if (character < 0x800) {
+    put(0xC0 | (character >> 6));
+  } else {
+    if (character < 0x10000) {
+      put(0xE0 | (character >> 12));
+    } else {
+      put(0xF0 | (character >> 18));
+      put(0x80 | ((character >> 12) & 0x3F));
+    }
+    put(0x80 | ((character >> 6) & 0x3F));
+  }
+  put(0x80 | (character & 0x3F));
+}
+
 bool writeText(std::string& out, std::string_view text) {
-  if (!simple::isUtf8(text)) return false;
+  if (!isUtf8(text)) return false;
   out.push_back('"');
   for (const char c : text) {
     switch (c) {
@@ -208,7 +228,7 @@ class Reader {
       if (!low || *low < 0xDC00 || *low > 0xDFFF) return false;
       unit = 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
     }
-    simple::appendUtf8(text, *unit);
+    appendUtf8(text, *unit);
     return true;
   }
 
@@ -222,7 +242,7 @@ class Reader {
         continue;
       }
       const std::string_view before = rest_;
-      const auto character = simple::takeCharacter(rest_);
+      const auto character = takeUtf8Character(rest_);
       if (!character || *character < 0x20) return std::nullopt;
       text += before.substr(0, before.size() - rest_.size());
     }

@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "fakes/SimpleFormats.h"
-#include "fakes/SimpleUtf8.h"
+#include "platform/Utf8.h"
 
 namespace qx {
 namespace {
@@ -21,7 +21,7 @@ std::optional<std::string> escaped(std::string_view text) {
   std::string out;
   while (!text.empty()) {
     const std::string_view before = text;
-    const auto c = simple::takeCharacter(text);
+    const auto c = takeUtf8Character(text);
     if (!c || *c == 0xFFFE || *c == 0xFFFF) return std::nullopt;
     if (*c < 0x20 && *c != '\t' && *c != '\n' && *c != '\r') return std::nullopt;
     if (*c == '&') {
@@ -181,7 +181,7 @@ class Reader {
   explicit Reader(std::string_view text) : rest_(text) {}
 
   std::optional<Value> document() {
-    if (!simple::isUtf8(rest_)) return std::nullopt;
+    if (!isUtf8(rest_)) return std::nullopt;
     skip();
     if (!rest_.starts_with("<plist")) return std::nullopt;
     const std::size_t close = rest_.find('>');
