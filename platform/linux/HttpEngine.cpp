@@ -128,6 +128,12 @@ std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& he
   return std::nullopt;
 }
 
+std::optional<double> parseHttpDate(std::string_view text) {
+  const time_t seconds = curl_getdate(std::string(text).c_str(), nullptr);
+  if (seconds == -1) return std::nullopt;
+  return static_cast<double>(seconds);
+}
+
 void setHeader(HTTPHeaders& headers, const std::string& name, std::string value) {
   std::erase_if(headers, [&](const auto& field) {
     return strcasecmp(field.first.c_str(), name.c_str()) == 0;
@@ -196,6 +202,7 @@ struct Transfer {
         std::from_chars(line.data() + blank + 1, line.data() + line.size(), status);
       }
       answer.status = status;
+      answer.framed = !line.starts_with("HTTP/1");
       if (status / 100 != 1) answer.begun = true;
       return;
     }
@@ -205,6 +212,7 @@ struct Transfer {
     for (char& c : name) {
       if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
+    if (name == "content-length" || name == "transfer-encoding") answer.framed = true;
     answer.headers.emplace_back(std::move(name), trimmed(line.substr(colon + 1)));
   }
 

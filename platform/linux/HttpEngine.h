@@ -39,6 +39,8 @@ std::string libraryUserAgent();
 
 /// Codes of Transport errors are this plus libcurl's own, so that none of them is an AWSErrorCode.
 inline constexpr std::int64_t kTransportErrorBase = 1000;
+/// The code of an answer whose body went beyond its limit; its status and headers stand.
+inline constexpr std::int64_t kAnswerTooLarge = kTransportErrorBase + 63;
 
 /// Why no whole answer came.
 enum class HttpFailure {
@@ -58,6 +60,9 @@ struct HttpAnswer {
   /// True when at least a status line came (100 Continue does not count).
   bool begun = false;
   int status = 0;
+  /// True when the answer says where it ends, by a length, by chunks or by HTTP/2; else a
+  /// connection that broke off looks like its end.
+  bool framed = false;
   /// From the start of the request to its end; the wait before the start is not part of it.
   double elapsedSeconds = 0;
   /// Names in lower case, in the order they came.
@@ -92,6 +97,9 @@ struct HttpRequest {
 
 /// Why a header field or URL cannot be sent, or nothing: CR, LF and NUL never reach the wire.
 std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& headers);
+
+/// Seconds since 1970 of a Date header, or nothing.
+std::optional<double> parseHttpDate(std::string_view text);
 
 /// Adds a header field, replacing those of the same name.
 void setHeader(HTTPHeaders& headers, const std::string& name, std::string value);

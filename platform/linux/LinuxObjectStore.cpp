@@ -1,0 +1,48 @@
+#include "platform/linux/LinuxObjectStore.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/linux/StoreAddress.h"
+#include "platform/linux/TransferUtility.h"
+
+namespace qx {
+
+LinuxObjectStore::LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
+                                   std::string globalEndpoint)
+    : globalEndpoint_(std::move(globalEndpoint)),
+      context_(std::make_shared<StoreContext>(engine, completions, clock)) {}
+
+LinuxObjectStore::~LinuxObjectStore() = default;
+
+std::optional<AWSServiceConfiguration> LinuxObjectStore::makeServiceConfiguration(
+    AWSRegionType region, AWSEndpoint endpoint, AWSBasicSessionCredentialsProvider credentials) {
+  const bool known = std::any_of(kAWSRegions.begin(), kAWSRegions.end(),
+                                 [region](const auto& entry) { return entry.second == region; });
+  if (!known || !StoreEndpoint::parse(endpoint.urlString)) return std::nullopt;
+  AWSServiceConfiguration configuration;
+  configuration.region = region;
+  configuration.endpoint = std::move(endpoint);
+  configuration.credentials = std::move(credentials);
+  return configuration;
+}
+
+void LinuxObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
+                                                 const std::string& key) {
+  auto endpoint = StoreEndpoint::parse(configuration.endpoint.urlString);
+  // A configuration that makeServiceConfiguration would not have made registers nothing.
+  if (!endpoint) return;
+  std::shared_ptr<AWSS3TransferUtility> utility =
+      std::make_shared<TransferUtility>(context_, std::move(*endpoint), configuration);
+  MutexLock lock(mutex_);
+  std::swap(utilities_[key], utility);
+}
+
+std::shared_ptr<AWSS3TransferUtility> LinuxObjectStore::S3TransferUtilityForKey(
+    const std::string& key) {
+  MutexLock lock(mutex_);
+  const auto found = utilities_.find(key);
+  return found == utilities_.end() ? nullptr : found->second;
+}
+
+}  // namespace qx

@@ -1,0 +1,74 @@
+#include "platform/linux/PartFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+#include <utility>
+
+#include "platform/linux/Multipart.h"
+
+namespace qx {
+namespace {
+
+Error fileError(const std::string& path, int code) {
+  constexpr std::int64_t kLocalFileNotFound = 4;
+  return {"ObjectStore", code == ENOENT || code == ENOTDIR ? kLocalFileNotFound : 0,
+          "cannot write " + path + ": " + std::generic_category().message(code)};
+}
+
+}  // namespace
+
+Result<PartFile> PartFile::create(std::string path) {
+  std::string part = path + "." + makeBoundary() + ".part";
+  const int file = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (file < 0) return fileError(path, errno);
+  return PartFile(std::move(path), std::move(part), file);
+}
+
+PartFile::PartFile(PartFile&& other) noexcept
+    : path_(std::move(other.path_)),
+      part_(std::move(other.part_)),
+      file_(std::exchange(other.file_, -1)),
+      error_(std::move(other.error_)) {}
+
+PartFile::~PartFile() {
+  if (file_ < 0) return;
+  ::close(file_);
+  ::unlink(part_.c_str());
+}
+
+bool PartFile::fail(int code) {
+  error_ = fileError(path_, code);
+  return false;
+}
+
+bool PartFile::write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(file_, bytes.data(), bytes.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return fail(errno);
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool PartFile::restart() {
+  return (::lseek(file_, 0, SEEK_SET) == 0 && ::ftruncate(file_, 0) == 0) || fail(errno);
+}
+
+std::optional<Error> PartFile::publish() {
+  // Some file systems report a full disk only here.
+  if (::close(std::exchange(file_, -1)) != 0 || std::rename(part_.c_str(), path_.c_str()) != 0) {
+    fail(errno);
+    ::unlink(part_.c_str());
+    return error_;
+  }
+  return std::nullopt;
+}
+
+}  // namespace qx

@@ -1,0 +1,159 @@
+#include "platform/linux/StoreError.h"
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+
+namespace qx {
+namespace {
+
+constexpr std::size_t kMostXml = 64 << 10;
+constexpr std::size_t kMostText = 512;
+
+void appendUtf8(std::string& text, std::uint32_t c) {
+  if (c < 0x80) {
+    text += static_cast<char>(c);
+  } else if (c < 0x800) {
+    text += static_cast<char>(0xc0 | (c >> 6));
+    text += static_cast<char>(0x80 | (c & 0x3f));
+  } else if (c < 0x10000) {
+    text += static_cast<char>(0xe0 | (c >> 12));
+    text += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
+    text += static_cast<char>(0x80 | (c & 0x3f));
+  } else {
+    text += static_cast<char>(0xf0 | (c >> 18));
+    text += static_cast<char>(0x80 | ((c >> 12) & 0x3f));
+    text += static_cast<char>(0x80 | ((c >> 6) & 0x3f));
+    text += static_cast<char>(0x80 | (c & 0x3f));
+  }
+}
+
+/// The character of "lt", "#65" or "#x41"; nothing for any other entity.
+std::optional<std::uint32_t> entity(std::string_view name) {
+  if (name == "lt") return '<';
+  if (name == "gt") return '>';
+  if (name == "amp") return '&';
+  if (name == "quot") return '"';
+  if (name == "apos") return '\'';
+  if (!name.starts_with('#')) return std::nullopt;
+  name.remove_prefix(1);
+  const int base = name.starts_with('x') ? 16 : 10;
+  if (base == 16) name.remove_prefix(1);
+  std::uint32_t c = 0;
+  const auto read = std::from_chars(name.data(), name.data() + name.size(), c, base);
+  if (read.ec != std::errc() || read.ptr != name.data() + name.size()) return std::nullopt;
+  if (c > 0x10ffff || (c >= 0xd800 && c <= 0xdfff)) return std::nullopt;
+  return c;
+}
+
+std::string resolved(std::string_view text) {
+  std::string plain;
+  while (!text.empty() && plain.size() < kMostText) {
+    if (text.front() == '&') {
+      const std::size_t end = text.substr(0, 12).find(';');
+      const auto c = end == std::string_view::npos ? std::nullopt : entity(text.substr(1, end - 1));
+      if (c) {
+        appendUtf8(plain, *c);
+        text.remove_prefix(end + 1);
+        continue;
+      }
+    }
+    plain += text.front();
+    text.remove_prefix(1);
+  }
+  return plain;
+}
+
+/// The length of the UTF-8 sequence at the start of `text`, 0 when it is broken.
+std::size_t sequenceLength(std::string_view text) {
+  const auto byte = [&](std::size_t i) -> unsigned {
+    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+  };
+  const auto follows = [&](std::size_t i) { return (byte(i) & 0xc0) == 0x80; };
+  const unsigned first = byte(0);
+  if (first < 0x80) return 1;
+  if (first >= 0xc2 && first <= 0xdf) return follows(1) ? 2 : 0;
+  if (first >= 0xe0 && first <= 0xef) {
+    const bool valid = follows(1) && follows(2) && !(first == 0xe0 && byte(1) < 0xa0) &&
+                       !(first == 0xed && byte(1) > 0x9f);
+    return valid ? 3 : 0;
+  }
+  if (first >= 0xf0 && first <= 0xf4) {
+    const bool valid = follows(1) && follows(2) && follows(3) &&
+                       !(first == 0xf0 && byte(1) < 0x90) && !(first == 0xf4 && byte(1) > 0x8f);
+    return valid ? 4 : 0;
+  }
+  return 0;
+}
+
+/// One line of valid UTF-8.
+std::string printable(std::string_view text) {
+  std::string line;
+  while (!text.empty() && line.size() < kMostText) {
+    const std::size_t length = sequenceLength(text);
+    const auto first = static_cast<unsigned char>(text.front());
+    if (length == 0) {
+      line += '?';
+      text.remove_prefix(1);
+    } else {
+      if (first < ' ' || first == 0x7f) {
+        line += ' ';
+      } else {
+        line += text.substr(0, length);
+      }
+      text.remove_prefix(length);
+    }
+  }
+  return line;
+}
+
+void leaveOut(std::string& text, std::string_view secret) {
+  // Shorter texts occur by chance.
+  if (secret.size() < 4) return;
+  for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
+    text.replace(at, secret.size(), "...");
+    at += 3;
+  }
+}
+
+std::int64_t codeOf(int status) {
+  const int family = status / 100;
+  return family >= 3 && family <= 5 ? family - 2 : 0;
+}
+
+}  // namespace
+
+std::string xmlElementText(std::string_view xml, std::string_view name) {
+  xml = xml.substr(0, kMostXml);
+  const std::string open = "<" + std::string(name) + ">";
+  const std::size_t start = xml.find(open);
+  if (start == std::string_view::npos) return {};
+  xml.remove_prefix(start + open.size());
+  const std::size_t end = xml.find('<');
+  if (end == std::string_view::npos) return {};
+  if (!xml.substr(end).starts_with("</" + std::string(name) + ">")) return {};
+  return printable(resolved(xml.substr(0, end)));
+}
+
+Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets) {
+  const std::string code = xmlElementText(answer.body, "Code");
+  const std::string message = xmlElementText(answer.body, "Message");
+  std::string requestId = xmlElementText(answer.body, "RequestId");
+  if (requestId.empty()) {
+    requestId = printable(answer.header("x-amz-request-id").value_or(std::string_view()));
+  }
+  const std::string status = "HTTP " + std::to_string(answer.status);
+  const std::string id = requestId.empty() ? "" : "request id " + requestId;
+  std::string said = code;
+  if (!message.empty()) said += (said.empty() ? "" : ": ") + message;
+  std::string description;
+  if (said.empty()) {
+    description = id.empty() ? status : status + " (" + id + ")";
+  } else {
+    description = said + " (" + status + (id.empty() ? "" : ", " + id) + ")";
+  }
+  for (const std::string_view secret : secrets) leaveOut(description, secret);
+  return {"ObjectStore", codeOf(answer.status), std::move(description)};
+}
+
+}  // namespace qx
