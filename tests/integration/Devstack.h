@@ -1,0 +1,77 @@
+// The running devstack that $QX_DEVSTACK names, and its control API.
+//
+// Threads: for the test's own thread.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+class Devstack {
+ public:
+  struct User {
+    std::string userId;
+    std::string accessToken;
+  };
+  struct Object {
+    std::string bytes;
+    std::string contentType;
+  };
+
+  /// Reads $QX_DEVSTACK and makes the devstack forget what earlier tests did to it: no faults, all
+  /// servers up, credentials that last.
+  Devstack();
+
+  std::string url(const std::string& name) const { return info_.at(name).get<std::string>(); }
+  User user(std::size_t index) const;
+
+  /// Switches on a fault of devstack/faults, with its members replaced by those given.
+  void fault(const std::string& file, nlohmann::json members = nlohmann::json::object());
+  void clearFaults();
+  /// How often a fault has struck.
+  int hits(const std::string& fault);
+  void down(const std::string& target);
+  void up(const std::string& target);
+  /// Of the credentials handed out from now on, in seconds.
+  void credentialLifetime(int seconds);
+  /// What backend and upload server have received since this object was made.
+  nlohmann::json events();
+  nlohmann::json stats();
+
+  // Through the devstack's own S3 client, past the proxies, with the owner's keys.
+  Object object(const std::string& key);
+  std::vector<std::string> keys(const std::string& prefix);
+  /// {"width", "height", "format"} of image bytes.
+  nlohmann::json imageSize(const std::string& bytes);
+
+ private:
+  nlohmann::json control(const std::string& method, const std::string& path,
+                         const nlohmann::json& body = nullptr);
+  nlohmann::json objects(const std::vector<std::string>& arguments);
+
+  nlohmann::json info_;
+  std::string state_;
+  int firstEvent_ = 0;
+};
+
+/// A directory that is removed with everything in it.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& bytes);
+
+}  // namespace qx
