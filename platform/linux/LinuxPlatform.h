@@ -32,25 +32,25 @@ struct LinuxSettings {
   QXTrackingEvents* trackingEvents = nullptr;
   /// Where the user's documents live. Absent: $XDG_DATA_HOME/qxawsuploader, else
   /// ~/.local/share/qxawsuploader.
-  std::optional<std::string> documentsDirectory;
+  std::optional<std::string> documentsDirectory = {};
   /// The object store's global endpoint.
   std::string storeEndpoint = "https://s3.amazonaws.com";
   /// PEM file of the certificate authorities to trust; absent: the system's.
-  std::optional<std::string> caFile;
+  std::optional<std::string> caFile = {};
   /// HTTP proxy for every request ("http://proxy:3128"), and the hosts to reach without it
   /// (comma-separated). Absent: no proxy; the environment is not read.
-  std::optional<std::string> proxy;
-  std::optional<std::string> noProxy;
+  std::optional<std::string> proxy = {};
+  std::optional<std::string> noProxy = {};
   /// Host names or addresses; the network counts as reachable when there is a route towards one of
   /// them. Empty: when there is any route beyond this machine.
-  std::vector<std::string> reachabilityHosts;
+  std::vector<std::string> reachabilityHosts = {};
   /// Hands work to the host's own main loop, which runs it one by one on the main thread. Absent:
   /// the host calls runMainQueue().
-  std::function<void(Work)> mainQueuePoster;
+  std::function<void(Work)> mainQueuePoster = {};
   /// Signs backend messages; absent: hmacMessageSignature.
-  MessageSigner messageSigner;
+  MessageSigner messageSigner = {};
   /// Texts for "SUCCESS" and "INTERNAL_ERROR" in the host's language; absent: English.
-  std::function<std::string(std::string_view)> localisedText;
+  std::function<std::string(std::string_view)> localisedText = {};
 };
 
 class LinuxPlatform {
