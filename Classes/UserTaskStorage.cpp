@@ -61,8 +61,8 @@ AWSLogMap decodeLog(const Data& bytes) {
   return root ? logOf(*root) : AWSLogMap();
 }
 
-/// The entry that the text of a record stands for; empty when it does not read.
-AWSLogEntry entryOf(std::string_view text) {
+/// The entry of `filename` that the text of a record stands for; empty when it does not read.
+AWSLogEntry entryOf(const std::string& filename, std::string_view text) {
   PropertyLists& lists = Platform::current().propertyLists;
   std::string document;
   for (const std::string_view piece :
@@ -70,7 +70,8 @@ AWSLogEntry entryOf(std::string_view text) {
     document += piece;
   }
   AWSLogMap log = decodeLog(Data(std::move(document)));
-  return log.size() == 1 ? std::move(log.begin()->second) : AWSLogEntry();
+  const auto entry = log.find(filename);
+  return entry == log.end() ? AWSLogEntry() : std::move(entry->second);
 }
 
 /// Whether toInt() can convert it: a foreign log may hold numbers that are fatal there.
@@ -170,7 +171,10 @@ std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
   text.reserve(name->size() + dictionary->size());
   text += *name;
   text += *dictionary;
-  for (const auto& [section, values] : entryOf(text)) {
+  // One text that does not read would make the whole log unreadable.
+  const AWSLogEntry readBack = entryOf(filename, text);
+  if (readBack.empty()) return record;
+  for (const auto& [section, values] : readBack) {
     AWSParameterMap& unread = record->unread[section];
     for (const auto& [key, value] : values) {
       const auto original = unread.find(key);
@@ -267,7 +271,7 @@ std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,
 std::optional<AWSLogEntry> UserTaskStorage::entry(const std::string& filename) const {
   const std::shared_ptr<const Record> record = find(filename);
   if (!record) return std::nullopt;
-  AWSLogEntry entry = record->text ? entryOf(*record->text) : AWSLogEntry();
+  AWSLogEntry entry = record->text ? entryOf(filename, *record->text) : AWSLogEntry();
   for (const auto& [section, values] : record->unread) {
     for (const auto& [key, value] : values) entry[section].insert_or_assign(key, value);
   }
