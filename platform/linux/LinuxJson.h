@@ -1,0 +1,20 @@
+// JSON by nlohmann-json, which stays inside the .cpp file.
+//
+// Threads: no state; every operation may be called from any thread.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/Formats.h"
+
+namespace qx {
+
+class LinuxJson : public Json {
+ public:
+  std::optional<std::string> encode(const Value& value) override;
+  std::optional<std::string> encode(const OrderedMembers& members) override;
+  Result<Value> decode(const Data& text) override;
+};
+
+}  // namespace qx
