@@ -1,0 +1,127 @@
+#include "platform/linux/LinuxPlatform.h"
+
+#include <limits>
+#include <utility>
+
+#include "platform/linux/DefaultTrackingEvents.h"
+#include "platform/linux/HttpEngine.h"
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxDispatch.h"
+#include "platform/linux/LinuxFiles.h"
+#include "platform/linux/LinuxImageHeaders.h"
+#include "platform/linux/LinuxJson.h"
+#include "platform/linux/LinuxNotificationCentre.h"
+#include "platform/linux/LinuxObjectStore.h"
+#include "platform/linux/LinuxPropertyLists.h"
+#include "platform/linux/LinuxReachability.h"
+#include "platform/linux/LinuxSha1.h"
+#include "platform/linux/MessageClient.h"
+#include "platform/linux/UploadClient.h"
+
+namespace qx {
+namespace {
+
+/// The logger of a host that has none: no record is wanted.
+class NoLogger : public QXLogger {
+ public:
+  int threshold() override { return std::numeric_limits<int>::max(); }
+  void write(const LogRecord& /*record*/) override {}
+};
+
+std::vector<std::string> documentDirectories(const LinuxSettings& settings) {
+  const std::optional<std::string> directory =
+      settings.documentsDirectory ? settings.documentsDirectory : defaultDocumentsDirectory();
+  return directory ? std::vector{*directory} : std::vector<std::string>();
+}
+
+}  // namespace
+
+/// In the order of making; each part uses only what stands above it.
+struct LinuxPlatform::Parts {
+  explicit Parts(LinuxSettings settings)
+      : logger(settings.logger != nullptr ? *settings.logger : noLogger),
+        trackingEvents(settings.trackingEvents != nullptr ? *settings.trackingEvents
+                                                          : defaultTrackingEvents),
+        mediator(settings.logger),
+        files(documentDirectories(settings)),
+        dispatch(std::move(settings.mainQueuePoster)),
+        reachability(std::move(settings.reachabilityHosts)),
+        engine({.caFile = std::move(settings.caFile),
+                .proxy = std::move(settings.proxy),
+                .noProxy = std::move(settings.noProxy)}),
+        messageClients(engine, *completions, clock, json, std::move(settings.messageSigner),
+                       std::move(settings.localisedText)),
+        uploadClients(engine, *completions),
+        objectStore(engine, *completions, clock, std::move(settings.storeEndpoint)) {}
+
+  NoLogger noLogger;
+  DefaultTrackingEvents defaultTrackingEvents;
+  QXLogger& logger;
+  QXTrackingEvents& trackingEvents;
+  LinuxClock clock;
+  LinuxRandom random;
+  LinuxUuid uuid;
+  LinuxJson json;
+  LinuxPropertyLists propertyLists;
+  LinuxImageHeaders imageHeaders;
+  LinuxSha1 sha1;
+  LinuxNotificationCentre notifications;
+  Mediator mediator;
+  LinuxFiles files;
+  LinuxDispatch dispatch;
+  /// Where completions and progress of all transfers run, in order.
+  std::shared_ptr<DispatchQueue> completions = dispatch.makeSerialQueue("qx.completions");
+  LinuxReachability reachability;
+  HttpEngine engine;
+  LinuxMessageClients messageClients;
+  LinuxUploadClients uploadClients;
+  LinuxObjectStore objectStore;
+};
+
+LinuxPlatform::LinuxPlatform(LinuxSettings settings)
+    : parts_(std::make_unique<Parts>(std::move(settings))) {}
+
+LinuxPlatform::~LinuxPlatform() {
+  // While every seam is still there for the work that is left. The engine then ends the transfers
+  // that are under way, and their completions find the queues closed.
+  parts_->dispatch.shutDown();
+}
+
+Mediator& LinuxPlatform::mediator() {
+  return parts_->mediator;
+}
+
+NotificationCentre& LinuxPlatform::notifications() {
+  return parts_->notifications;
+}
+
+Platform LinuxPlatform::seams() {
+  Parts& parts = *parts_;
+  return {.mediator = parts.mediator,
+          .logger = parts.logger,
+          .notifications = parts.notifications,
+          .trackingEvents = parts.trackingEvents,
+          .messageClients = parts.messageClients,
+          .uploadClients = parts.uploadClients,
+          .reachability = parts.reachability,
+          .objectStore = parts.objectStore,
+          .files = parts.files,
+          .propertyLists = parts.propertyLists,
+          .json = parts.json,
+          .imageHeaders = parts.imageHeaders,
+          .sha1 = parts.sha1,
+          .dispatch = parts.dispatch,
+          .random = parts.random,
+          .uuid = parts.uuid,
+          .clock = parts.clock};
+}
+
+void LinuxPlatform::runMainQueue() {
+  parts_->dispatch.runMainQueue();
+}
+
+void LinuxPlatform::stopMainQueue() {
+  parts_->dispatch.stopMainQueue();
+}
+
+}  // namespace qx
