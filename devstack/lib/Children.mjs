@@ -88,7 +88,8 @@ export class Children {
   #writeRegister() {
     const list = this.#children.filter((c) => c.child.pid).map(
       (c) => ({ name: c.name, pid: c.child.pid, startTime: startTimeOf(c.child.pid) }));
-    fs.writeFileSync(this.#registerFile, JSON.stringify(list), { mode: 0o600 });
+    fs.writeFileSync(`${this.#registerFile}.tmp`, JSON.stringify(list), { mode: 0o600 });
+    fs.renameSync(`${this.#registerFile}.tmp`, this.#registerFile);
   }
 }
 

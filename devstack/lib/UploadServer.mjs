@@ -57,8 +57,6 @@ async function readForm(request, event) {
 /** storeUrl: where it stores. maxBytes: the largest image it takes. Resolves to the listening server. */
 export async function startUploadServer({ storeUrl, events, maxBytes }) {
   const app = Fastify({ keepAliveTimeout: 120_000, bodyLimit: maxBytes + (1 << 16), exposeHeadRoutes: false });
-  await app.register(multipart, { limits: { fileSize: maxBytes, files: 1, fieldSize: 1 << 16 } });
-
   app.addHook('onRequest', async (request) => {
     request.event = events.add({ server: 'uploadServer', kind: 'upload', method: request.method,
       path: request.raw.url, headers: request.headers });
@@ -66,6 +64,10 @@ export async function startUploadServer({ storeUrl, events, maxBytes }) {
   app.addHook('onResponse', async (request, reply) => {
     request.event.status = reply.statusCode;
   });
+  // whatever is not a form at all is a bad form
+  app.removeAllContentTypeParsers();
+  await app.register(multipart, { limits: { fileSize: maxBytes, files: 1, fieldSize: 1 << 16 } });
+  app.addContentTypeParser('*', (request, body, done) => done(null));
   app.setErrorHandler((error, request, reply) =>
     reply.code(error.status ?? error.statusCode ?? 500).send({ message: error.message }));
 
