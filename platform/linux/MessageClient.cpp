@@ -63,10 +63,6 @@ std::optional<std::string> parameterText(const Value& value) {
   return std::nullopt;
 }
 
-bool sameName(const std::string& a, const char* b) {
-  return strcasecmp(a.c_str(), b) == 0;
-}
-
 std::string_view valueOf(const HTTPHeaders& headers, const char* name) {
   for (const auto& [key, value] : headers) {
     if (strcasecmp(key.c_str(), name) == 0) return value;
