@@ -70,15 +70,21 @@ export async function control(info, method, what, body) {
   return { status: answer.status, body: await answer.json() };
 }
 
-/** The form of the upload server. changed: fields that replace the right ones (null: left out). */
-export function uploadForm(record, image, changed = {}) {
+/** The fields of the upload server's form, in order. changed: those that replace the right ones (null: left out). */
+export function formFields(record, image, changed = {}) {
   const fields = { image_size: '1024', format: 'webp', quality: '90',
-    path: `${record.authorized_path}picture.webp`, bucket: record.bucket,
-    img: image === null ? null : new File([image], 'img'),
+    path: `${record.authorized_path}picture.webp`, bucket: record.bucket, img: image,
     s3_key: record.access_key_id, s3_secret: record.access_key_secret,
     s3_session_token: record.security_token, s3_region: record.region, ...changed };
+  return Object.entries(fields).filter(([, value]) => value !== null);
+}
+
+export function uploadForm(record, image, changed) {
   const form = new FormData();
-  for (const [name, value] of Object.entries(fields)) if (value !== null) form.append(name, value);
+  for (const [name, value] of formFields(record, image, changed)) {
+    if (name === 'img') form.append(name, new Blob([value]), 'img');
+    else form.append(name, value);
+  }
   return form;
 }
 

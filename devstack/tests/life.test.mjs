@@ -71,13 +71,23 @@ test('a stop while it starts ends well and leaves nothing', async (t) => {
   fs.rmSync(state, { recursive: true });
 });
 
-test('a second start in the same folder is refused and harms nothing', async (t) => {
+test('a running devstack refuses a second one, and keeps its folder and its words private', async (t) => {
   const stack = await start();
   t.after(() => stack.child.kill('SIGKILL'));
-  const second = spawnSync(process.execPath, [main, '--state', stack.state], { encoding: 'utf8' });
-  assert.equal(second.status, 1);
-  assert.match(second.stderr, /already runs in .* \(process \d+\)/);
-  await credentials(stack.info);
+  await t.test('a second start in the same folder is refused and harms nothing', async () => {
+    const second = spawnSync(process.execPath, [main, '--state', stack.state], { encoding: 'utf8' });
+    assert.equal(second.status, 1);
+    assert.match(second.stderr, /already runs in .* \(process \d+\)/);
+    await credentials(stack.info);
+  });
+  await t.test('the folder and what holds keys are private, and no secret is said', () => {
+    const mode = (name) => (fs.statSync(path.join(stack.state, name)).mode & 0o777).toString(8);
+    assert.deepEqual([mode('.'), mode('devstack.json'), mode('store/keyring'), mode('tls/ca.key')],
+      ['700', '600', '600', '600']);
+    for (const secret of [stack.info.adminSecretKey, ...stack.info.users.map((u) => u.accessToken)]) {
+      assert.ok(!stack.said().includes(secret));
+    }
+  });
   await stack.stop();
 });
 
@@ -89,19 +99,6 @@ test('missing store programs are named, with the way to another store', () => {
   assert.match(stderr, /missing ceph-mon, .*radosgw.*--store URL/);
   assert.equal(stderr.trim().split('\n').length, 1);
   fs.rmSync(bin, { recursive: true });
-});
-
-test('the state folder and what holds keys are private', async (t) => {
-  const stack = await start();
-  t.after(() => stack.child.kill('SIGKILL'));
-  const mode = (name) => (fs.statSync(path.join(stack.state, name)).mode & 0o777).toString(8);
-  assert.deepEqual([mode('.'), mode('devstack.json'), mode('store/keyring'), mode('tls/ca.key')],
-    ['700', '600', '600', '600']);
-  const written = stack.said();
-  for (const secret of [stack.info.adminSecretKey, ...stack.info.users.map((u) => u.accessToken)]) {
-    assert.ok(!written.includes(secret));
-  }
-  await stack.stop();
 });
 
 test('another store can stand behind the devstack, and objects.mjs reads it', async (t) => {

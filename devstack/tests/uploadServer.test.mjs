@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { DeleteObjectCommand, GetObjectCommand, ListObjectsV2Command } from '@aws-sdk/client-s3';
 import sharp from 'sharp';
-import { adminClient, control, credentials, start, uploadForm } from './Devstack.mjs';
+import { adminClient, control, credentials, formFields, start, uploadForm } from './Devstack.mjs';
 
 let stack;
 let info;
@@ -37,6 +37,18 @@ test('a small image is not enlarged', async () => {
   assert.equal(await send(uploadForm(record, await picture(300, 200).png().toBuffer())), 200);
   const { width, height } = await sharp((await stored(key)).bytes).metadata();
   assert.deepEqual({ width, height }, { width: 300, height: 200 });
+});
+
+test('an image part without a Content-Type is taken', async () => {
+  const image = await picture(60, 30).png().toBuffer();
+  const body = Buffer.concat([...formFields(record, image).flatMap(([name, value]) => [
+    Buffer.from(`--X\r\nContent-Disposition: form-data; name="${name}"${name === 'img' ? '; filename="img"' : ''}\r\n\r\n`),
+    Buffer.from(value), Buffer.from('\r\n')]), Buffer.from('--X--\r\n')]);
+  const answer = await fetch(info.uploadServer, { method: 'POST', body,
+    headers: { 'Content-Type': 'multipart/form-data; boundary=X' } });
+  assert.equal(answer.status, 200);
+  const { width, height } = await sharp((await stored(key)).bytes).metadata();
+  assert.deepEqual({ width, height }, { width: 60, height: 30 });
 });
 
 test('orientation 6 is applied: a quarter turn to the right', async () => {
