@@ -209,14 +209,26 @@ void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const 
 }
 
 bool UserTaskStorage::syncLog() {
-  const std::uint64_t begunBefore = writesBegun_.load();
-  MutexLock lock(snycLock_);
-  // A write that began after this call began holds all that the caller has changed.
-  if (lastGoodWrite_ > begunBefore) return true;
-  const std::uint64_t write = writesBegun_.fetch_add(1) + 1;
-  if (!writeLog()) return false;
-  lastGoodWrite_ = write;
-  return true;
+  std::uint64_t write = 0;
+  {
+    MutexLock lock(snycLock_);
+    const std::uint64_t begunBefore = writesBegun_;
+    while (writing_) {
+      writeEnded_.wait(snycLock_);
+      // A write that began after this call began holds all that the caller has changed.
+      if (lastGoodWrite_ > begunBefore) return true;
+    }
+    writing_ = true;
+    write = ++writesBegun_;
+  }
+  const bool written = writeLog();
+  {
+    MutexLock lock(snycLock_);
+    writing_ = false;
+    if (written) lastGoodWrite_ = write;
+  }
+  writeEnded_.notifyAll();
+  return written;
 }
 
 bool UserTaskStorage::writeLog() {

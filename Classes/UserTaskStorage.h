@@ -10,7 +10,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -83,7 +82,8 @@ class UserTaskStorage {
   /// Puts a record in place of the earlier one; null removes it.
   void change(const std::string& filename, std::shared_ptr<const Record> record)
       QX_REQUIRES(stroageFileLock_);
-  bool writeLog() QX_REQUIRES(snycLock_);
+  /// Only by the one whose turn it is.
+  bool writeLog();
 
   std::string relativePath(const std::string& filename) const;
   std::string userDirPath() const;
@@ -96,9 +96,14 @@ class UserTaskStorage {
   const std::string userId_;
   Guarded<std::shared_ptr<const Records>> logsMap_{std::make_shared<const Records>()};
   Mutex stroageFileLock_;
+  /// Orders the writes of the log file: `writing_` says that one is under way. The mutex itself is
+  /// held for moments only, so that a caller whose change is on disk returns at once, also when the
+  /// next write has already begun.
   Mutex snycLock_;
-  /// Numbers the writes of the log file: how many began, and which one succeeded last.
-  std::atomic<std::uint64_t> writesBegun_ = 0;
+  Condition writeEnded_;
+  bool writing_ QX_GUARDED_BY(snycLock_) = false;
+  /// Numbers the writes: how many began, and which one succeeded last.
+  std::uint64_t writesBegun_ QX_GUARDED_BY(snycLock_) = 0;
   std::uint64_t lastGoodWrite_ QX_GUARDED_BY(snycLock_) = 0;
 };
 
