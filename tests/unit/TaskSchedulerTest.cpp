@@ -1,0 +1,356 @@
+#include "Classes/TaskScheduler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/AWSUploader.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/UserTaskStorage.h"
+#include "unit/UploadFixture.h"
+
+namespace qx {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Operation = MemoryFiles::Operation;
+
+const std::string kDirectory = "/documents/aws-0011/u1";
+const std::string kLog = kDirectory + "/logs.plist";
+
+struct Report {
+  std::string callback;
+  std::string scope;
+  std::optional<std::string> url;
+  AWSParameterMap extra;
+  std::optional<Error> error;
+};
+
+class TaskSchedulerTest : public UploadFixture {
+ protected:
+  TaskSchedulerTest() {
+    const auto recorder = [this](std::string name) {
+      return [this, name](const std::string& scope, const std::optional<std::string>& url,
+                          const AWSParameterMap& extra, const std::optional<Error>& error) {
+        reports.push_back({name, scope, url, extra, error});
+      };
+    };
+    AWSConfigure::shared().backgroundUploadCallback.store(recorder("host"));
+    AWSConfigure::shared().backgroundUploadItemCallback.store(recorder("item"));
+  }
+
+  static std::shared_ptr<TaskExecutor> dataExecutor(const std::string& filename,
+                                                    AWSParameterMap extra = {}) {
+    return AWSUploader::makeExecutor(
+        std::make_shared<DataTask>(filename, "avatar", Data("bytes"), std::move(extra)));
+  }
+  /// Queues a stored task whose attempts end when run() is called.
+  static void add(TaskScheduler& scheduler, const std::string& filename) {
+    scheduler.add(dataExecutor(filename));
+  }
+  static void report(const std::shared_ptr<TaskExecutor>& executor,
+                     const AWSCallbackStatus& status) {
+    const TaskExecutor::Complete complete = executor->complete;
+    complete(executor,
+             status.succeeded() ? std::optional<std::string>("https://cdn.test/x") : std::nullopt,
+             status, status.succeeded() ? 7 : 0);
+  }
+  static AWSCallbackStatus failure() {
+    return AWSCallbackStatus::failure(AWSErrorCode::serverError, "no");
+  }
+  void storeUnavailable() { platform.objectStore.failAll(Error{"ObjectStore", 3, "down"}); }
+  std::optional<std::int64_t> loggedCount(const std::string& filename) {
+    const auto tasks = UserTaskStorage("u1").localTasks();
+    for (const auto& task : tasks) {
+      if (task->filename() == filename) return task->uploadCount();
+    }
+    return std::nullopt;
+  }
+  void putStoredTasks(int count, std::int64_t uploadCount = 0) {
+    std::string log = "<plist version=\"1.0\"><dict>";
+    for (int i = 0; i < count; ++i) {
+      const std::string name = std::to_string(1000 + i) + ".jpg";
+      log += "<key>" + name + "</key><dict><key>base</key><dict><key>file_path</key><string>" +
+             "aws-0011/u1/" + name + "</string><key>module_key</key><string>avatar</string>" +
+             "<key>upload_count</key><integer>" + std::to_string(uploadCount) +
+             "</integer></dict><key>extra</key><dict/></dict>";
+      platform.files.put(kDirectory + "/" + name, "bytes");
+    }
+    platform.files.put(kLog, log + "</dict></plist>");
+  }
+
+  std::vector<Report> reports;
+};
+
+TEST_F(TaskSchedulerTest, NewSchedulerEmptiesTheSharedQueueAndOpensTheDirectory) {
+  const auto& queue = TaskQueue::shared();
+  for (int i = 0; i < 8; ++i) queue->add(dataExecutor(std::to_string(i)));
+  queue->start();
+  ASSERT_EQ(queue->concurrentCount(), 6);
+  const auto scheduler = TaskScheduler::make("u1");
+  EXPECT_TRUE(queue->idle());
+  EXPECT_EQ(queue->total(), 0);
+  EXPECT_EQ(platform.files.kind(kDirectory), PathKind::directory);
+  EXPECT_EQ(&scheduler->taskQueue(), queue.get());
+}
+
+TEST_F(TaskSchedulerTest, UploadRunsFromTheStoredFileAndSuccessDeletesFileAndEntry) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto given = dataExecutor("a.jpg", {{"itemId", "42"}});
+  scheduler->add(given);
+  EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
+  EXPECT_EQ(loggedCount("a.jpg"), 0);
+  // What goes up is the stored file, not what the given executor holds.
+  platform.files.put(kDirectory + "/a.jpg", "stored bytes");
+  run();
+
+  ASSERT_THAT(platform.objectStore.uploads(), SizeIs(1));
+  EXPECT_EQ(platform.objectStore.uploads()[0].key, "u/7/a.jpg");
+  EXPECT_EQ(platform.objectStore.uploads()[0].data.text(), "stored bytes");
+  EXPECT_FALSE(platform.files.text(kDirectory + "/a.jpg"));
+  EXPECT_EQ(loggedCount("a.jpg"), std::nullopt);
+  ASSERT_THAT(reports, SizeIs(2));
+  EXPECT_EQ(reports[0].callback, "host");
+  EXPECT_EQ(reports[1].callback, "item");
+  for (const Report& report : reports) {
+    EXPECT_EQ(report.scope, "avatar");
+    EXPECT_EQ(report.url, "https://cdn.test/u/7/a.jpg");
+    EXPECT_EQ(report.extra, (AWSParameterMap{{"imageUrl", "https://cdn.test/u/7/a.jpg"},
+                                             {"itemId", std::int64_t{42}}}));
+    EXPECT_FALSE(report.error);
+  }
+  EXPECT_TRUE(TaskQueue::shared()->idle());
+}
+
+TEST_F(TaskSchedulerTest, GivenExecutorIsReplacedByOneOverTheStoredFile) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto given = dataExecutor("a.jpg", {{"ratio", 2.0}});
+  const auto queued = scheduler->syncLocl(given);
+  EXPECT_NE(queued, given);
+  EXPECT_TRUE(queued->task->hasPath());
+  EXPECT_EQ(queued->task->filename(), "a.jpg");
+  EXPECT_EQ(queued->task->scope(), "avatar");
+  EXPECT_EQ(queued->task->extra(), (AWSParameterMap{{"ratio", 2.0}}));
+  EXPECT_EQ(queued->uploadTime, std::nullopt);
+  EXPECT_TRUE(queued->uploadWorker);
+}
+
+TEST_F(TaskSchedulerTest, GivenCompletionIsKeptBehindTheStorage) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto given = dataExecutor("a.jpg");
+  int calls = 0;
+  given->complete = [&](const auto&, const std::optional<std::string>& url,
+                        const AWSCallbackStatus& status, std::int64_t itemId) {
+    ++calls;
+    EXPECT_EQ(url, "https://cdn.test/x");
+    EXPECT_TRUE(status.succeeded());
+    EXPECT_EQ(itemId, 7);
+    EXPECT_FALSE(platform.files.text(kDirectory + "/a.jpg")) << "deleted before it is reported";
+  };
+  report(scheduler->syncLocl(given), AWSCallbackStatus::success());
+  EXPECT_EQ(calls, 1);
+}
+
+TEST_F(TaskSchedulerTest, AddDropsTheCompletionThatWasThere) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto given = dataExecutor("a.jpg");
+  int calls = 0;
+  given->complete = [&](const auto&, const auto&, const auto&, std::int64_t) { ++calls; };
+  scheduler->add(given);
+  run();
+  EXPECT_EQ(calls, 0);
+  EXPECT_THAT(reports, SizeIs(2));
+}
+
+TEST_F(TaskSchedulerTest, NineFailuresKeepTheEntryWithCountNine) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executor = scheduler->syncLocl(dataExecutor("a.jpg"));
+  for (int i = 1; i <= 9; ++i) {
+    report(executor, failure());
+    EXPECT_EQ(loggedCount("a.jpg"), i);
+  }
+  EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
+}
+
+TEST_F(TaskSchedulerTest, TenthFailureDeletesFileAndEntry) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executor = scheduler->syncLocl(dataExecutor("a.jpg"));
+  for (int i = 1; i <= 10; ++i) report(executor, failure());
+  EXPECT_EQ(loggedCount("a.jpg"), std::nullopt);
+  EXPECT_FALSE(platform.files.text(kDirectory + "/a.jpg"));
+}
+
+TEST_F(TaskSchedulerTest, RetriesCarryTheCountAndEveryAttemptIsReported) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  storeUnavailable();
+  const auto scheduler = TaskScheduler::make("u1");
+  add(*scheduler, "a.jpg");
+  run();
+  EXPECT_EQ(loggedCount("a.jpg"), 1);
+  for (int i = 2; i <= 9; ++i) {
+    scheduler->retryLocalTask();
+    run();
+    EXPECT_EQ(loggedCount("a.jpg"), i);
+  }
+  EXPECT_THAT(reports, SizeIs(18));
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_THAT(reports, SizeIs(20));
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_THAT(reports, SizeIs(20));
+}
+
+TEST_F(TaskSchedulerTest, CountFromAnEarlierRunCounts) {
+  putStoredTasks(1, 9);
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executors = scheduler->localTaskExecutor();
+  ASSERT_THAT(executors, SizeIs(1));
+  scheduler->bindStorageComplete(*executors[0]);
+  report(executors[0], failure());
+  // The tenth failure deletes; but this run's log does not know the task, so it stays.
+  EXPECT_EQ(loggedCount("1000.jpg"), 9);
+  EXPECT_TRUE(platform.files.text(kDirectory + "/1000.jpg"));
+}
+
+TEST_F(TaskSchedulerTest, FailureOfATaskOfAnEarlierRunStoresItAgain) {
+  putStoredTasks(2);
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executors = scheduler->localTaskExecutor();
+  ASSERT_THAT(executors, SizeIs(2));
+  scheduler->bindStorageComplete(*executors[0]);
+  report(executors[0], failure());
+  EXPECT_EQ(loggedCount("1000.jpg"), 1);
+  EXPECT_EQ(loggedCount("1001.jpg"), std::nullopt) << "the first write drops earlier entries";
+}
+
+TEST_F(TaskSchedulerTest, CounterOverflowStopsTheProcess) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executor = AWSUploader::makeExecutor(
+      std::make_shared<FileTask>("a.jpg", "avatar", "aws-0011/u1/a.jpg",
+                                 std::numeric_limits<std::int64_t>::max(), AWSParameterMap()));
+  scheduler->bindStorageComplete(*executor);
+  EXPECT_DEATH(report(executor, failure()), "overflow");
+}
+
+TEST_F(TaskSchedulerTest, TaskWhoseFileCannotBeWrittenRunsFromMemoryUnlogged) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.files.fail(Operation::write, kDirectory + "/a.jpg");
+  const auto given = dataExecutor("a.jpg");
+  EXPECT_EQ(scheduler->syncLocl(given), given);
+  scheduler->add(given);
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1));
+  EXPECT_THAT(reports, SizeIs(2));
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(TaskSchedulerTest, TaskThatCannotBeLoggedRunsFromMemoryAndLeavesNothing) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.files.fail(Operation::write, kLog);
+  add(*scheduler, "a.jpg");
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1));
+  EXPECT_THAT(reports, SizeIs(2));
+}
+
+TEST_F(TaskSchedulerTest, TaskWhoseValuesCannotBeWrittenRunsFromMemoryBesideTheOthers) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto good = scheduler->syncLocl(dataExecutor("good.jpg"));
+  const auto bad = dataExecutor("bad.jpg", {{"text", std::string("\x02")}});
+  EXPECT_EQ(scheduler->syncLocl(bad), bad);
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kDirectory + "/good.jpg", kLog));
+  EXPECT_EQ(loggedCount("good.jpg"), 0);
+  EXPECT_EQ(loggedCount("bad.jpg"), std::nullopt);
+}
+
+TEST_F(TaskSchedulerTest, FailureOfAnUnstoredTaskIsReportedAndForgotten) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  storeUnavailable();
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.files.fail(Operation::write, kDirectory + "/a.jpg");
+  add(*scheduler, "a.jpg");
+  run();
+  ASSERT_THAT(reports, SizeIs(2));
+  EXPECT_EQ(reports[0].error->code, 3);
+  EXPECT_THAT(scheduler->localTaskExecutor(), IsEmpty());
+}
+
+TEST_F(TaskSchedulerTest, RetryWhileOneIsQueuedOrRunsDoesNothing) {
+  putStoredTasks(3);
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.reachability.setReachable(false);
+  TaskQueue::shared()->add(dataExecutor("waiting.jpg"));
+  scheduler->retryLocalTask();
+  EXPECT_EQ(TaskQueue::shared()->total(), 1);
+  platform.reachability.setReachable(true);
+  ASSERT_EQ(TaskQueue::shared()->concurrentCount(), 1);
+  scheduler->retryLocalTask();
+  EXPECT_EQ(TaskQueue::shared()->total(), 1);
+}
+
+TEST_F(TaskSchedulerTest, RetryQueuesTwoHundredOfTwoHundredAndFifty) {
+  putStoredTasks(250);
+  const auto scheduler = TaskScheduler::make("u1");
+  scheduler->retryLocalTask();
+  EXPECT_EQ(TaskQueue::shared()->total(), 200);
+  EXPECT_EQ(TaskQueue::shared()->concurrentCount(), 6);
+}
+
+TEST_F(TaskSchedulerTest, RetryWithoutStoredTasksQueuesNothing) {
+  const auto scheduler = TaskScheduler::make("u1");
+  scheduler->retryLocalTask();
+  EXPECT_EQ(TaskQueue::shared()->total(), 0);
+}
+
+TEST_F(TaskSchedulerTest, AfterTheSchedulerIsGoneTheReportArrivesAndTheStorageStays) {
+  auto scheduler = TaskScheduler::make("u1");
+  const auto given = dataExecutor("a.jpg");
+  given->complete = &TaskScheduler::reportResult;
+  const auto executor = scheduler->syncLocl(given);
+  scheduler.reset();
+  report(executor, AWSCallbackStatus::success());
+  EXPECT_THAT(reports, SizeIs(2));
+  EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
+  EXPECT_EQ(loggedCount("a.jpg"), 0);
+}
+
+TEST_F(TaskSchedulerTest, FailureReachesBothCallbacksAsTheSameError) {
+  const auto executor = dataExecutor("a.jpg", {{"k", "v"}});
+  TaskScheduler::reportResult(executor, "https://cdn.test/would-be",
+                              AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "not yet"), 0);
+  ASSERT_THAT(reports, SizeIs(2));
+  EXPECT_EQ(reports[0].callback, "host");
+  EXPECT_EQ(reports[1].callback, "item");
+  for (const Report& report : reports) {
+    EXPECT_EQ(report.scope, "avatar");
+    EXPECT_EQ(report.url, "https://cdn.test/would-be");
+    EXPECT_EQ(report.extra, (AWSParameterMap{{"k", "v"}}));
+    EXPECT_EQ(report.error, (Error{"AWSUploaderError", 100, "not yet"}));
+  }
+}
+
+TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
+  AWSConfigure::shared().backgroundUploadCallback.store(nullptr);
+  AWSConfigure::shared().backgroundUploadItemCallback.store(nullptr);
+  TaskScheduler::reportResult(dataExecutor("a.jpg"), std::nullopt, failure(), 0);
+  EXPECT_THAT(platform.mediator.trackedEvents(), SizeIs(1));
+}
+
+}  // namespace
+}  // namespace qx

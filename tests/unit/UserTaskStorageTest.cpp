@@ -1,0 +1,632 @@
+#include "Classes/UserTaskStorage.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "fakes/FakePlatform.h"
+
+namespace qx {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using Operation = MemoryFiles::Operation;
+
+const std::string kDirectory = "/documents/aws-0011/u1";
+const std::string kLog = kDirectory + "/logs.plist";
+
+/// The log of one task, around the sections of its entry.
+std::string logWith(const std::string& filename, const std::string& sections) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>" +
+         filename + "</key><dict>" + sections + "</dict></dict></plist>";
+}
+
+std::string base(const std::string& path, const std::string& more = "") {
+  return "<key>base</key><dict><key>file_path</key><string>" + path +
+         "</string><key>module_key</key><string>images</string>" + more + "</dict>";
+}
+
+class UserTaskStorageTest : public testing::Test {
+ protected:
+  static std::shared_ptr<DataTask> dataTask(const std::string& filename, AWSParameterMap extra = {},
+                                            const std::string& bytes = "bytes") {
+    return std::make_shared<DataTask>(filename, "images", Data(bytes), std::move(extra));
+  }
+  /// File and log entry.
+  static std::shared_ptr<FileTask> store(UserTaskStorage& storage, const std::string& filename,
+                                         AWSParameterMap extra = {}) {
+    auto stored = storage.storageFile(dataTask(filename, std::move(extra)));
+    EXPECT_TRUE(stored && storage.storageLog(*stored)) << filename;
+    return stored;
+  }
+  std::vector<std::string> loggedNames(const UserTaskStorage& storage) {
+    std::vector<std::string> names;
+    for (const auto& [name, entry] : storage.localLogs()) names.push_back(name);
+    return names;
+  }
+  /// The decoded log file, without the code under test.
+  Value logFile() {
+    const auto text = platform.files.text(kLog);
+    if (!text) return {};
+    const Result<Value> value = platform.propertyLists.decode(Data(*text));
+    return value ? *value : Value();
+  }
+
+  FakePlatform& platform = FakePlatform::installed();
+};
+
+// ---- The directory
+
+TEST_F(UserTaskStorageTest, OpeningCreatesTheDirectoryAndTouchesNoLog) {
+  platform.files.put(kLog, "whatever");
+  platform.files.erase(kDirectory);
+  UserTaskStorage storage("u1");
+  EXPECT_EQ(platform.files.kind(kDirectory), PathKind::directory);
+  EXPECT_TRUE(storage.userDirPathExist());
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, ExistingDirectoryIsLeftAlone) {
+  platform.files.put(kLog, "whatever");
+  UserTaskStorage storage("u1");
+  EXPECT_THAT(platform.files.calls(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, DirectoryThatIsAFileDoesNotExist) {
+  platform.files.put(kDirectory, "a file");
+  testing::internal::CaptureStdout();
+  UserTaskStorage storage("u1");
+  EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("File exists"));
+  EXPECT_FALSE(storage.userDirPathExist());
+}
+
+TEST_F(UserTaskStorageTest, FailedCreationPrintsTheDescriptionAlone) {
+  platform.files.failAll(Operation::createDirectory);
+  testing::internal::CaptureStdout();
+  UserTaskStorage storage("u1");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), kDirectory + ": Input/output error\n");
+  EXPECT_FALSE(storage.userDirPathExist());
+}
+
+TEST_F(UserTaskStorageTest, EmptyDocumentsPathStartsAtTheRoot) {
+  platform.files.setDocumentDirectories({});
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  EXPECT_THAT(platform.files.paths(), ElementsAre("/aws-0011/u1/a.jpg", "/aws-0011/u1/logs.plist"));
+}
+
+// ---- Storing
+
+TEST_F(UserTaskStorageTest, StoredTaskIsAFileWithItsBytesAndOneEntry) {
+  UserTaskStorage storage("u1");
+  const auto stored = store(storage, "a.jpg", {{"itemId", "42"}});
+  EXPECT_EQ(stored->filePath(), "aws-0011/u1/a.jpg");
+  EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
+  EXPECT_EQ(
+      logFile(),
+      Value(Dictionary{{"a.jpg", Dictionary{{"base", Dictionary{{"file_path", "aws-0011/u1/a.jpg"},
+                                                                {"module_key", "images"},
+                                                                {"upload_count", 0}}},
+                                            {"extra", Dictionary{{"itemId", "42"}}}}}}));
+}
+
+TEST_F(UserTaskStorageTest, TaskWithoutExtraValuesHasAnEmptyExtraSection) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  const Value log = logFile();
+  const Dictionary& entry = *log.asDictionary()->at("a.jpg").asDictionary();
+  EXPECT_EQ(entry.at("extra"), Value(Dictionary()));
+}
+
+TEST_F(UserTaskStorageTest, DataIsWrittenPlainlyAndTheLogAtomically) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  const auto calls = platform.files.calls();
+  ASSERT_THAT(calls, SizeIs(3));
+  EXPECT_EQ(calls[1].path, kDirectory + "/a.jpg");
+  EXPECT_EQ(calls[1].mode, WriteMode::plain);
+  EXPECT_EQ(calls[1].durability, Durability::cached);
+  EXPECT_EQ(calls[2].path, kLog);
+  EXPECT_EQ(calls[2].mode, WriteMode::atomic);
+  EXPECT_EQ(calls[2].durability, Durability::cached);
+}
+
+TEST_F(UserTaskStorageTest, StorageFileAloneLeavesTheLogUntouched) {
+  UserTaskStorage storage("u1");
+  ASSERT_TRUE(storage.storageFile(dataTask("a.jpg")));
+  EXPECT_FALSE(platform.files.text(kLog));
+  EXPECT_FALSE(storage.filePath("a.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, StoredTaskComesBackAsItselfAndWritesNothing) {
+  UserTaskStorage storage("u1");
+  const auto task =
+      std::make_shared<FileTask>("a.jpg", "images", "aws-0011/u1/a.jpg", 4, AWSParameterMap());
+  EXPECT_EQ(storage.storageFile(task), task);
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, FailedDataWriteYieldsNoTaskAndNoEntry) {
+  UserTaskStorage storage("u1");
+  platform.files.fail(Operation::write, kDirectory + "/a.jpg");
+  EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, RemovedDirectoryIsNotCreatedAgain) {
+  UserTaskStorage storage("u1");
+  platform.files.erase(kDirectory);
+  EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
+  EXPECT_FALSE(storage.syncLog());
+  EXPECT_EQ(platform.files.kind(kDirectory), PathKind::absent);
+}
+
+TEST_F(UserTaskStorageTest, SameNameTwiceKeepsTheLaterEntry) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg", {{"turn", std::int64_t{1}}});
+  store(storage, "a.jpg", {{"turn", std::int64_t{2}}});
+  const AWSLogMap log = storage.localLogs();
+  ASSERT_THAT(log, SizeIs(1));
+  EXPECT_EQ(log.at("a.jpg").at("extra").at("turn"), AWSBasicParameter(std::int64_t{2}));
+}
+
+TEST_F(UserTaskStorageTest, FailedLogWriteAnswersFalseAndKeepsTheEntryInMemory) {
+  UserTaskStorage storage("u1");
+  const auto stored = storage.storageFile(dataTask("a.jpg"));
+  platform.files.fail(Operation::write, kLog);
+  EXPECT_FALSE(storage.storageLog(*stored));
+  EXPECT_EQ(storage.filePath("a.jpg"), "aws-0011/u1/a.jpg");
+  EXPECT_FALSE(storage.remove("a.jpg"));
+  EXPECT_FALSE(storage.filePath("a.jpg"));
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, MemoryEntryKeepsTheKindsOfItsValues) {
+  UserTaskStorage storage("u1");
+  const AWSParameterMap extra = {{"double", 2.0},
+                                 {"float", 0.1F},
+                                 {"int", std::int64_t{-5}},
+                                 {"text", "a\r\n<&>\xC3\xA4"},
+                                 {"uint", std::uint64_t{7}}};
+  store(storage, "a.jpg", extra);
+  const auto entry = storage.entry("a.jpg");
+  ASSERT_TRUE(entry);
+  EXPECT_EQ(entry->at("extra"), extra);
+}
+
+TEST_F(UserTaskStorageTest, LogBringsValuesBackAsTheirNarrowestKind) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg",
+        {{"double", 2.5},
+         {"float", 0.1F},
+         {"huge", std::numeric_limits<std::uint64_t>::max()},
+         {"integral", 2.0},
+         {"text", "a\r\n<&>\xC3\xA4"},
+         {"uint", std::uint64_t{7}}});
+  EXPECT_EQ(storage.localLogs().at("a.jpg").at("extra"),
+            (AWSParameterMap{{"double", 2.5},
+                             {"float", static_cast<double>(0.1F)},
+                             {"huge", std::numeric_limits<std::uint64_t>::max()},
+                             {"integral", std::int64_t{2}},
+                             {"text", "a\r\n<&>\xC3\xA4"},
+                             {"uint", std::int64_t{7}}}));
+}
+
+// ---- Deleting
+
+TEST_F(UserTaskStorageTest, RemovedTaskLeavesNeitherFileNorEntry) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  store(storage, "b.jpg");
+  EXPECT_TRUE(storage.remove("a.jpg"));
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kDirectory + "/b.jpg", kLog));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("b.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, RemovingTheLastTaskLeavesAnEmptyLog) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  EXPECT_TRUE(storage.remove("a.jpg"));
+  EXPECT_EQ(logFile(), Value(Dictionary()));
+}
+
+TEST_F(UserTaskStorageTest, RemoveOfATaskOfAnEarlierRunChangesNothing) {
+  {
+    UserTaskStorage earlier("u1");
+    store(earlier, "a.jpg");
+  }
+  UserTaskStorage storage("u1");
+  const auto before = platform.files.text(kLog);
+  EXPECT_FALSE(storage.remove("a.jpg"));
+  EXPECT_FALSE(storage.remove("never.jpg"));
+  EXPECT_EQ(platform.files.text(kLog), before);
+  EXPECT_TRUE(platform.files.text(kDirectory + "/a.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, FirstWriteOfARunDropsEarlierEntriesAndKeepsTheirFiles) {
+  {
+    UserTaskStorage earlier("u1");
+    store(earlier, "a.jpg");
+  }
+  UserTaskStorage storage("u1");
+  store(storage, "b.jpg");
+  EXPECT_THAT(loggedNames(storage), ElementsAre("b.jpg"));
+  EXPECT_TRUE(platform.files.text(kDirectory + "/a.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, FileThatCannotBeRemovedKeepsItsEntry) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  platform.files.fail(Operation::remove, kDirectory + "/a.jpg");
+  EXPECT_FALSE(storage.remove("a.jpg"));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("a.jpg"));
+  EXPECT_EQ(storage.filePath("a.jpg"), "aws-0011/u1/a.jpg");
+}
+
+TEST_F(UserTaskStorageTest, EntryOfAMissingFileIsRemoved) {
+  UserTaskStorage storage("u1");
+  store(storage, "a.jpg");
+  platform.files.erase(kDirectory + "/a.jpg");
+  EXPECT_TRUE(storage.remove("a.jpg"));
+  EXPECT_THAT(loggedNames(storage), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, DeletingAMissingFileSucceeds) {
+  UserTaskStorage storage("u1");
+  EXPECT_TRUE(storage.deleteFile("aws-0011/u1/gone.jpg"));
+}
+
+// ---- Reading
+
+TEST_F(UserTaskStorageTest, TaskIsRebuiltFromTheLog) {
+  platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg",
+                                                 "<key>upload_count</key><integer>3</integer>") +
+                                                "<key>extra</key><dict><key>n</key>"
+                                                "<integer>5</integer></dict>"));
+  const auto tasks = UserTaskStorage("u1").localTasks();
+  ASSERT_THAT(tasks, SizeIs(1));
+  EXPECT_EQ(tasks[0]->filename(), "a.jpg");
+  EXPECT_EQ(tasks[0]->scope(), "images");
+  EXPECT_EQ(tasks[0]->filePath(), "aws-0011/u1/a.jpg");
+  EXPECT_EQ(tasks[0]->uploadCount(), 3);
+  EXPECT_EQ(tasks[0]->extra(), (AWSParameterMap{{"n", std::int64_t{5}}}));
+}
+
+TEST_F(UserTaskStorageTest, CountWrittenAsAnIntegralRealIsThatInteger) {
+  platform.files.put(
+      kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg", "<key>upload_count</key><real>4.0</real>")));
+  const auto tasks = UserTaskStorage("u1").localTasks();
+  ASSERT_THAT(tasks, SizeIs(1));
+  EXPECT_EQ(tasks[0]->uploadCount(), 4);
+}
+
+TEST_F(UserTaskStorageTest, MissingCountIsZeroAndMissingExtraIsEmpty) {
+  platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg")));
+  const auto tasks = UserTaskStorage("u1").localTasks();
+  ASSERT_THAT(tasks, SizeIs(1));
+  EXPECT_EQ(tasks[0]->uploadCount(), 0);
+  EXPECT_THAT(tasks[0]->extra(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, CountThatNoIntegerCanHoldIsZero) {
+  for (const char* count : {"<real>1e300</real>", "<real>nan</real>", "<real>-inf</real>",
+                            "<integer>18446744073709551615</integer>", "<string>many</string>"}) {
+    platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg", "<key>upload_count</key>" +
+                                                                            std::string(count))));
+    const auto tasks = UserTaskStorage("u1").localTasks();
+    ASSERT_THAT(tasks, SizeIs(1)) << count;
+    EXPECT_EQ(tasks[0]->uploadCount(), 0) << count;
+  }
+}
+
+TEST_F(UserTaskStorageTest, EntryWithoutBasePathOrScopeIsSkipped) {
+  const std::string scopeOnly =
+      "<key>base</key><dict><key>module_key</key><string>images</string></dict>";
+  const std::string pathOnly =
+      "<key>base</key><dict><key>file_path</key><string>aws-0011/u1/a.jpg</string></dict>";
+  for (const std::string& sections :
+       {std::string(), std::string("<key>extra</key><dict/>"), scopeOnly, pathOnly}) {
+    platform.files.put(kLog, logWith("a.jpg", sections));
+    EXPECT_THAT(UserTaskStorage("u1").localTasks(), IsEmpty()) << sections;
+  }
+}
+
+TEST_F(UserTaskStorageTest, AbsentAndEmptyInformationYieldNoTask) {
+  const AWSLogEntry empty;
+  EXPECT_EQ(UserTaskStorage::task("a.jpg", nullptr), nullptr);
+  EXPECT_EQ(UserTaskStorage::task("a.jpg", &empty), nullptr);
+}
+
+TEST_F(UserTaskStorageTest, UnusableLogReadsAsEmpty) {
+  const std::string head = "<plist version=\"1.0\">";
+  for (const std::string& log :
+       {std::string("no property list"), std::string(), head + "<array/></plist>",
+        head + "<dict><key>a</key><string>x</string></dict></plist>",
+        head + "<dict><key>a</key><dict><key>base</key><string>x</string></dict></dict></plist>",
+        // One misshapen entry makes the whole log unusable.
+        logWith("a.jpg", base("aws-0011/u1/a.jpg") + "<key>extra</key><array/>")}) {
+    platform.files.put(kLog, log);
+    UserTaskStorage storage("u1");
+    EXPECT_THAT(storage.localLogs(), IsEmpty()) << log;
+    EXPECT_THAT(storage.localTasks(), IsEmpty()) << log;
+  }
+}
+
+TEST_F(UserTaskStorageTest, MissingOrUnreadableLogReadsAsEmpty) {
+  UserTaskStorage storage("u1");
+  EXPECT_THAT(storage.localLogs(), IsEmpty());
+  store(storage, "a.jpg");
+  platform.files.fail(Operation::read, kLog);
+  EXPECT_THAT(storage.localLogs(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, ReadingTheLogLeavesTheMemoryEmpty) {
+  platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg")));
+  UserTaskStorage storage("u1");
+  ASSERT_THAT(storage.localTasks(), SizeIs(1));
+  EXPECT_FALSE(storage.filePath("a.jpg"));
+  EXPECT_FALSE(storage.entry("a.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, LogTruncatedAnywhereNeverYieldsAHalfEntry) {
+  {
+    UserTaskStorage storage("u1");
+    store(storage, "a.jpg", {{"text", "value"}});
+    store(storage, "b.jpg", {{"number", std::int64_t{5}}});
+  }
+  const std::string whole = *platform.files.text(kLog);
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    platform.files.put(kLog, whole.substr(0, size));
+    const AWSLogMap log = UserTaskStorage("u1").localLogs();
+    EXPECT_TRUE(log.empty() || log.size() == 2) << size;
+  }
+}
+
+TEST_F(UserTaskStorageTest, LogWithAnyByteFlippedIsReadWithoutACrash) {
+  {
+    UserTaskStorage storage("u1");
+    store(storage, "a.jpg", {{"text", "value"}, {"real", 2.5}});
+  }
+  const std::string whole = *platform.files.text(kLog);
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (int bit = 0; bit < 8; ++bit) {
+      std::string damaged = whole;
+      damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
+      platform.files.put(kLog, damaged);
+      EXPECT_LE(UserTaskStorage("u1").localTasks().size(), 1U);
+    }
+  }
+}
+
+// ---- Names that lead elsewhere
+
+TEST_F(UserTaskStorageTest, UserIdThatIsNoPlainNameNeverReachesTheFiles) {
+  for (const std::string& user :
+       {std::string(), std::string("."), std::string(".."), std::string("../u2"),
+        std::string("a/b"), std::string("a\0b", 3)}) {
+    testing::internal::CaptureStdout();
+    UserTaskStorage storage(user);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), Not(IsEmpty()));
+    EXPECT_FALSE(storage.userDirPathExist());
+    EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
+    EXPECT_FALSE(storage.storageLog(
+        FileTask("a.jpg", "images", "aws-0011/" + user + "/a.jpg", 0, AWSParameterMap())));
+    EXPECT_FALSE(storage.syncLog());
+    EXPECT_THAT(storage.localTasks(), IsEmpty());
+    EXPECT_FALSE(storage.remove("a.jpg"));
+    EXPECT_FALSE(storage.deleteFile("aws-0011/" + user + "/a.jpg"));
+  }
+  EXPECT_THAT(platform.files.calls(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, FileNameThatIsNoPlainNameIsNotStored) {
+  UserTaskStorage storage("u1");
+  for (const std::string& name :
+       {std::string(), std::string(".."), std::string("../a.jpg"), std::string("a/b.jpg"),
+        std::string("a\0.jpg", 6), std::string("logs.plist")}) {
+    EXPECT_EQ(storage.storageFile(dataTask(name)), nullptr) << name;
+    EXPECT_FALSE(
+        storage.storageLog(FileTask(name, "images", "aws-0011/u1/a.jpg", 0, AWSParameterMap())))
+        << name;
+  }
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, EntryWhosePathLeavesTheDirectoryIsNeverUsed) {
+  platform.files.put("/documents/aws-0011/u2/theirs.jpg", "theirs");
+  platform.files.put("/etc/passwd", "root");
+  for (const std::string& path :
+       {std::string("/etc/passwd"), std::string("aws-0011/u2/theirs.jpg"),
+        std::string("aws-0011/u1/../u2/theirs.jpg"), std::string("../etc/passwd"),
+        std::string("aws-0011/u1/.."), std::string("aws-0011/u1/"), std::string("aws-0011/u1"),
+        std::string("aws-0011/u1/logs.plist"), std::string()}) {
+    platform.files.put(kLog, logWith("a.jpg", base(path)));
+    UserTaskStorage storage("u1");
+    EXPECT_THAT(storage.localTasks(), IsEmpty()) << path;
+    EXPECT_FALSE(storage.storageLog(FileTask("a.jpg", "images", path, 0, AWSParameterMap())));
+    EXPECT_FALSE(storage.remove("a.jpg")) << path;
+    EXPECT_FALSE(storage.deleteFile(path)) << path;
+  }
+  EXPECT_EQ(platform.files.text("/documents/aws-0011/u2/theirs.jpg"), "theirs");
+  EXPECT_EQ(platform.files.text("/etc/passwd"), "root");
+  EXPECT_TRUE(platform.files.text(kLog));
+}
+
+TEST_F(UserTaskStorageTest, EntryWhoseNameLeavesTheDirectoryIsNeverUsed) {
+  platform.files.put(kLog, logWith("../u2/a.jpg", base("aws-0011/u1/a.jpg")));
+  EXPECT_THAT(UserTaskStorage("u1").localTasks(), IsEmpty());
+}
+
+// ---- Values that no property list can hold
+
+TEST_F(UserTaskStorageTest, TaskThatCannotBeWrittenHarmsNoOther) {
+  UserTaskStorage storage("u1");
+  store(storage, "good.jpg");
+  const auto bad = storage.storageFile(dataTask("bad.jpg", {{"text", std::string("\x01")}}));
+  ASSERT_TRUE(bad);
+  EXPECT_FALSE(storage.storageLog(*bad));
+  store(storage, "later.jpg");
+  EXPECT_THAT(loggedNames(storage), ElementsAre("good.jpg", "later.jpg"));
+
+  EXPECT_TRUE(storage.remove("bad.jpg"));
+  EXPECT_THAT(platform.files.paths(),
+              ElementsAre(kDirectory + "/good.jpg", kDirectory + "/later.jpg", kLog));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("good.jpg", "later.jpg"));
+}
+
+TEST_F(UserTaskStorageTest, TextsThatXmlCannotHoldAreRefusedWhereverTheyStand) {
+  UserTaskStorage storage("u1");
+  const std::string invalid = "\xC3\x28";
+  const auto refused = [&](const std::string& filename, const std::string& scope,
+                           const AWSParameterMap& extra) {
+    const auto stored =
+        storage.storageFile(std::make_shared<DataTask>(filename, scope, Data("x"), extra));
+    return stored && !storage.storageLog(*stored) && storage.remove(filename);
+  };
+  EXPECT_TRUE(refused("a.jpg", "images", {{"key", invalid}}));
+  EXPECT_TRUE(refused("a.jpg", "images", {{invalid, "value"}}));
+  EXPECT_TRUE(refused("a.jpg", invalid, {}));
+  EXPECT_TRUE(refused(invalid + ".jpg", "images", {}));
+  EXPECT_TRUE(refused("a.jpg", "images", {{"key", std::string("a\0b", 3)}}));
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
+}
+
+// ---- Many at once
+
+TEST_F(UserTaskStorageTest, ThreadsStoreAndRemoveWithoutLosingAnEntry) {
+  UserTaskStorage storage("u1");
+  constexpr int kThreads = 4;
+  constexpr int kPerThread = 100;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&storage, t] {
+      for (int i = 0; i < kPerThread; ++i) {
+        const std::string name = std::to_string(t) + "-" + std::to_string(i) + ".jpg";
+        store(storage, name);
+        EXPECT_TRUE(storage.filePath(name));
+        const bool removed = i % 2 == 1 || storage.remove(name);
+        EXPECT_TRUE(removed);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(storage.localTasks(), SizeIs(kThreads * kPerThread / 2));
+}
+
+TEST_F(UserTaskStorageTest, EachAnsweredStoreIsInTheLogAtThatInstant) {
+  UserTaskStorage storage("u1");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&storage, t] {
+      for (int i = 0; i < 25; ++i) {
+        const std::string name = std::to_string(t) + "-" + std::to_string(i) + ".jpg";
+        store(storage, name);
+        EXPECT_TRUE(storage.localLogs().contains(name)) << name;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(UserTaskStorageTest, EachCallThatWaitsForNobodyWrites) {
+  UserTaskStorage storage("u1");
+  EXPECT_TRUE(storage.syncLog());
+  EXPECT_TRUE(storage.syncLog());
+  EXPECT_EQ(platform.files.writeCount(kLog), 2U);
+}
+
+/// Where the four threads of a test stand.
+struct Crowd {
+  /// Entries whose text is made.
+  std::atomic<std::size_t> made = 0;
+  /// Entries in the log file.
+  std::atomic<std::size_t> logged = 0;
+  std::atomic<std::size_t> finishedThreads = 0;
+};
+
+/// Lets a write of the log begin only when every thread has something to log: what a slow disk
+/// does. The log holds one piece per entry, between two at either end.
+class CrowdedFiles : public MemoryFiles {
+ public:
+  explicit CrowdedFiles(Crowd& crowd) : crowd_(crowd) {}
+  std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
+                             WriteMode mode, Durability durability) override {
+    if (path != kLog) return MemoryFiles::write(path, pieces, mode, durability);
+    while (crowd_.made - crowd_.logged + crowd_.finishedThreads < 4) std::this_thread::yield();
+    crowd_.logged = pieces.size() - 4;
+    return MemoryFiles::write(path, pieces, mode, durability);
+  }
+
+ private:
+  Crowd& crowd_;
+};
+
+/// Notices a text being read back, the last thing before an entry goes into the log.
+class CrowdedPropertyLists : public SimplePropertyLists {
+ public:
+  explicit CrowdedPropertyLists(Crowd& crowd) : crowd_(crowd) {}
+  Result<Value> decode(const Data& bytes) override {
+    auto value = SimplePropertyLists::decode(bytes);
+    ++crowd_.made;
+    return value;
+  }
+
+ private:
+  Crowd& crowd_;
+};
+
+TEST(UserTaskStorageSharingTest, FourThreadsThatStoreThousandTasksShareWrites) {
+  auto& platform = *new FakePlatform;  // Installed for the life of the process.
+  auto& crowd = *new Crowd;
+  auto& files = *new CrowdedFiles(crowd);
+  auto& propertyLists = *new CrowdedPropertyLists(crowd);
+  Platform seams = platform.seams();
+  Platform::install({.mediator = seams.mediator,
+                     .logger = seams.logger,
+                     .notifications = seams.notifications,
+                     .trackingEvents = seams.trackingEvents,
+                     .messageClients = seams.messageClients,
+                     .uploadClients = seams.uploadClients,
+                     .reachability = seams.reachability,
+                     .objectStore = seams.objectStore,
+                     .files = files,
+                     .propertyLists = propertyLists,
+                     .json = seams.json,
+                     .imageHeaders = seams.imageHeaders,
+                     .sha1 = seams.sha1,
+                     .dispatch = seams.dispatch,
+                     .random = seams.random,
+                     .uuid = seams.uuid,
+                     .clock = seams.clock});
+  UserTaskStorage storage("u1");
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&crowd, &storage, t] {
+      for (int i = 0; i < 250; ++i) {
+        const auto stored = storage.storageFile(
+            std::make_shared<DataTask>(std::to_string(t) + "-" + std::to_string(i), "images",
+                                       Data("bytes"), AWSParameterMap()));
+        EXPECT_TRUE(stored && storage.storageLog(*stored));
+      }
+      ++crowd.finishedThreads;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(storage.localLogs(), SizeIs(1000));
+  EXPECT_LT(files.writeCount(kLog), 700U);
+}
+
+}  // namespace
+}  // namespace qx
