@@ -178,6 +178,7 @@ bool write(std::string& out, const Value& value, std::size_t depth) {
 /// libplist frees and converts nested nodes by recursion, so the depth is judged before it sees the
 /// text. Tags inside comments and CDATA do not count.
 bool xmlFits(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return false;  // It would end a C string.
   int depth = 0;
   for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
     const std::string_view rest = text.substr(at);
@@ -231,26 +232,60 @@ class BinaryCheck {
     return value;
   }
 
-  bool visit(std::uint64_t object, int depth) {
-    if (object >= count_ || depth > kDepthLimit || budget_-- == 0) return false;
+  /// An object's kind, its size and where its content begins; nothing when they are not within the
+  /// objects.
+  struct Head {
+    std::uint64_t kind = 0;
+    std::uint64_t size = 0;
+    std::uint64_t content = 0;
+  };
+  std::optional<Head> headOf(std::uint64_t object) const {
+    if (object >= count_) return std::nullopt;
     std::uint64_t at = number(table_ + object * offsetSize_, offsetSize_);
-    if (at >= table_) return false;
+    if (at >= table_) return std::nullopt;
     const std::uint64_t marker = byteAt(at++);
-    const std::uint64_t kind = marker >> 4;
-    if (kind != 0xA && kind != 0xC && kind != 0xD) return true;  // No container.
     std::uint64_t size = marker & 0xF;
-    if (size == 0xF) {  // The size follows as an integer object.
-      if (at >= table_) return false;
+    if (marker >> 4 != 0 && size == 0xF) {  // The size follows as an integer object.
+      if (at >= table_) return std::nullopt;
       const std::uint64_t width = std::uint64_t{1} << (byteAt(at++) & 0xF);
-      if (width > 8 || width > table_ - at) return false;
+      if (width > 8 || width > table_ - at) return std::nullopt;
       size = number(at, width);
       at += width;
     }
-    const std::uint64_t perElement = (kind == 0xD ? 2 : 1) * refSize_;
-    if (size > (table_ - at) / perElement) return false;
-    const std::uint64_t references = size * perElement / refSize_;
-    for (std::uint64_t i = 0; i < references; ++i) {
-      if (!visit(number(at + i * refSize_, refSize_), depth + 1)) return false;
+    return Head{.kind = marker >> 4, .size = size, .content = at};
+  }
+
+  /// A text without NUL: libplist stops the process over any other key.
+  bool isKey(std::uint64_t object) const {
+    const auto head = headOf(object);
+    if (!head || (head->kind != 0x5 && head->kind != 0x6)) return false;
+    const std::uint64_t width = head->kind == 0x5 ? 1 : 2;
+    if (head->size > (table_ - head->content) / width) return false;
+    for (std::uint64_t i = 0; i < head->size; ++i) {
+      if (number(head->content + i * width, width) == 0) return false;
+    }
+    return true;
+  }
+
+  bool visit(std::uint64_t object, int depth) {
+    if (depth > kDepthLimit || budget_ == 0) return false;
+    --budget_;
+    const auto head = headOf(object);
+    if (!head) return false;
+    const bool isDictionary = head->kind == 0xD;
+    if (head->kind != 0xA && head->kind != 0xC && !isDictionary) return true;  // No container.
+    const std::uint64_t perElement = (isDictionary ? 2 : 1) * refSize_;
+    if (head->size > (table_ - head->content) / perElement) return false;
+    const auto reference = [&](std::uint64_t i) {
+      return number(head->content + i * refSize_, refSize_);
+    };
+    // A dictionary has all its keys before all its values.
+    const std::uint64_t keys = isDictionary ? head->size : 0;
+    for (std::uint64_t i = 0; i < keys; ++i) {
+      if (!isKey(reference(i))) return false;
+    }
+    for (std::uint64_t i = 0; i < head->size; ++i) {
+      if (!visit(reference(keys + i), depth + 1)) return false;
     }
     return true;
   }
