@@ -218,6 +218,7 @@ class BinaryCheck {
     if (offsetSize_ < 1 || offsetSize_ > 8 || refSize_ < 1 || refSize_ > 8) return false;
     if (table_ > trailer || count_ > (trailer - table_) / offsetSize_) return false;
     budget_ = bytes_.size();
+    keyBudget_ = 64 * bytes_.size();
     return visit(top, 0);
   }
 
@@ -256,11 +257,12 @@ class BinaryCheck {
   }
 
   /// A text without NUL: libplist stops the process over any other key.
-  bool isKey(std::uint64_t object) const {
+  bool isKey(std::uint64_t object) {
     const auto head = headOf(object);
     if (!head || (head->kind != 0x5 && head->kind != 0x6)) return false;
     const std::uint64_t width = head->kind == 0x5 ? 1 : 2;
-    if (head->size > (table_ - head->content) / width) return false;
+    if (head->size > (table_ - head->content) / width || head->size > keyBudget_) return false;
+    keyBudget_ -= head->size;
     for (std::uint64_t i = 0; i < head->size; ++i) {
       if (number(head->content + i * width, width) == 0) return false;
     }
@@ -295,7 +297,10 @@ class BinaryCheck {
   std::uint64_t refSize_ = 0;
   std::uint64_t count_ = 0;
   std::uint64_t table_ = 0;
+  /// How many references may still be followed, and characters of keys looked at (keys are shared
+  /// by many dictionaries, so these may be some times as many as the file has).
   std::uint64_t budget_ = 0;
+  std::uint64_t keyBudget_ = 0;
 };
 
 /// libplist reads numbers with the decimal point of the thread's locale; in here it is ".".

@@ -1,0 +1,14 @@
+// Whatever the bytes are, the reader answers.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/linux/LinuxPropertyLists.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  qx::LinuxPropertyLists lists;
+  const auto value =
+      lists.decode(qx::Data(std::string(reinterpret_cast<const char*>(bytes), size)));
+  if (value) (void)lists.element(*value);
+  return 0;
+}
