@@ -46,10 +46,10 @@ test('after SIGKILL nothing stays, and the same folder can be used again', async
   const pids = Object.values(stack.info.pids);
   stack.child.kill('SIGKILL');
   await stack.ended;
+  assert.ok(await allGone(pids, 10_000));
   const again = spawn(process.execPath, [main, '--state', stack.state], { stdio: ['ignore', 'pipe', 'ignore'] });
   t.after(() => again.kill('SIGKILL'));
   await new Promise((resolve) => again.stdout.once('data', resolve));
-  assert.ok(await allGone(pids, 100));
   again.kill('SIGTERM');
   await new Promise((resolve) => again.on('exit', resolve));
   fs.rmSync(stack.state, { recursive: true });
