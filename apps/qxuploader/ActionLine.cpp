@@ -1,0 +1,76 @@
+#include "ActionLine.h"
+
+#include <openssl/evp.h>
+
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include "Session.h"
+
+namespace qx::app {
+namespace {
+
+/// The text under the only key of a dictionary, when that is `key`.
+std::optional<std::string> onlyText(const Dictionary& dictionary, std::string_view key) {
+  if (dictionary.size() != 1) return std::nullopt;
+  return readText(dictionary, key);
+}
+
+Error wrong(const std::string& key, const std::string& why) {
+  return {"qxuploader", 0, "parameter \"" + key + "\": " + why};
+}
+
+}  // namespace
+
+std::string actionName(std::string_view name) {
+  constexpr std::string_view kPrefix = "Action_";
+  return name.substr(0, kPrefix.size()) == kPrefix ? std::string(name)
+                                                   : std::string(kPrefix) + std::string(name);
+}
+
+Result<Dictionary> actionParameters(const std::string& action, const Dictionary& params,
+                                    const CallbackMaker& callback) {
+  Dictionary result;
+  for (const auto& [key, value] : params) {
+    const Dictionary* special = value.asDictionary();
+    if (special == nullptr) {
+      result[key] = value;
+    } else if (const auto path = onlyText(*special, "file")) {
+      auto bytes = readWholeFile(*path);
+      if (!bytes) return wrong(key, *path + ": " + bytes.error().description);
+      result[key] = *std::move(bytes);
+    } else if (const auto text = onlyText(*special, "base64")) {
+      auto bytes = fromBase64(*text);
+      if (!bytes) return wrong(key, "not base64");
+      result[key] = Data(*std::move(bytes));
+    } else if (const auto name = onlyText(*special, "callback")) {
+      result[key] = callback(action, key, *name);
+    } else {
+      result[key] = value;
+    }
+  }
+  return result;
+}
+
+std::optional<std::string> fromBase64(std::string_view text) {
+  if (text.size() % 4 != 0 || text.size() > std::numeric_limits<int>::max()) return std::nullopt;
+  std::string bytes(text.size() / 4 * 3, '\0');
+  // The decoder below also takes blanks at both ends and "=" where it means nothing.
+  const std::size_t padding = text.find('=');
+  const std::size_t digits = padding == std::string_view::npos ? text.size() : padding;
+  constexpr std::string_view kDigits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  if (text.size() - digits > 2 || text.substr(digits).find_first_not_of('=') != text.npos ||
+      text.substr(0, digits).find_first_not_of(kDigits) != text.npos) {
+    return std::nullopt;
+  }
+  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                                   reinterpret_cast<const unsigned char*>(text.data()),
+                                   static_cast<int>(text.size()));
+  if (size < 0) return std::nullopt;
+  bytes.resize(static_cast<std::size_t>(size) - (text.size() - digits));
+  return bytes;
+}
+
+}  // namespace qx::app

@@ -1,0 +1,20 @@
+// What to do about an error of the library.
+//
+// Threads: pure functions.
+#pragma once
+
+#include <string>
+
+#include "Output.h"
+#include "platform/Error.h"
+
+namespace qx::app {
+
+/// A sentence that tells the person at the keyboard what to try.
+std::string adviceFor(const Error& error);
+/// "no such scope; ...": the error's text, a semicolon, the advice.
+std::string withAdvice(const Error& error);
+/// {"domain", "code", "description"}.
+Event errorFields(const Error& error);
+
+}  // namespace qx::app

@@ -1,0 +1,49 @@
+// "background" and "background-image": files through the stored, retried queue.
+//
+// Threads: see Session.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "BackgroundRun.h"
+
+namespace qx::app {
+
+struct BackgroundOptions {
+  /// Files, and directories whose files count, however deep.
+  std::vector<std::string> paths;
+  std::string scope;
+  std::optional<std::int64_t> concurrent;
+  /// Until nothing is stored any more, instead of until every file was tried once.
+  bool wait = false;
+  /// "background-image": the item the files belong to.
+  struct Image {
+    std::int64_t itemId = 0;
+    bool det = false;
+    std::vector<std::string> tags;
+  };
+  std::optional<Image> image;
+};
+
+class BackgroundCommand : public BackgroundRun {
+ public:
+  BackgroundCommand(const Context& context, BackgroundOptions options);
+
+ private:
+  void begin() override;
+  void changed() override;
+  /// One file per piece of work, so that Ctrl-C and outcomes come in between.
+  void handOverNext();
+  /// The files of the paths, directories in the order of their names, each file once.
+  void collectFiles();
+
+  const BackgroundOptions options_;
+  std::vector<std::string> files_;
+  std::size_t next_ = 0;
+  bool handedOver_ = false;
+};
+
+}  // namespace qx::app

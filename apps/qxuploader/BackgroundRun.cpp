@@ -1,0 +1,318 @@
+#include "BackgroundRun.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "Advice.h"
+#include "Classes/Target_Uploader.h"
+#include "Interrupts.h"
+#include "Text.h"
+#include "UploadCommand.h"
+
+namespace qx::app {
+namespace {
+
+/// The library gives a task up after this many failures.
+constexpr std::int64_t kAttempts = 10;
+/// The library's limit of concurrent uploads unless told otherwise.
+constexpr std::int64_t kDefaultLimit = 6;
+/// Without an outcome for this long, the log is looked at again.
+constexpr double kQuietSeconds = 3;
+
+std::string sha1Text(Sha1& sha1, const Data& bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const std::byte byte : sha1.digest(bytes)) {
+    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
+    text += kDigits[std::to_integer<unsigned>(byte) & 15];
+  }
+  return text;
+}
+
+std::string imageId(const std::string& itemId, const std::string& sha1) {
+  return "image " + itemId + " " + sha1;
+}
+
+template <typename Map>
+std::string textIn(const Map& map, std::string_view key) {
+  const auto found = map.find(std::string(key));
+  return found == map.end() ? std::string() : found->second;
+}
+
+/// The text by which the outcome of a task is recognised.
+std::string idOf(const std::map<std::string, std::string>& extra) {
+  const std::string file = textIn(extra, kFileExtra);
+  if (!file.empty()) return "file " + file;
+  return imageId(textIn(extra, "uuid"), textIn(extra, "OriginalImageSha1Key"));
+}
+
+/// The path as an extra value: an XML log cannot hold every byte that a file name can.
+std::string noteOf(const std::string& file) {
+  std::error_code code;
+  const auto absolute = std::filesystem::absolute(file, code);
+  const std::string path = printable(code ? file : absolute.lexically_normal().string());
+  const std::string json = Event(path).dump(-1, ' ', false, Event::error_handler_t::replace);
+  return Event::parse(json).get<std::string>();
+}
+
+}  // namespace
+
+BackgroundRun::BackgroundRun(const Context& context, std::optional<std::int64_t> concurrent)
+    : Session(context), limit_(concurrent.value_or(kDefaultLimit)) {}
+
+void BackgroundRun::open() {
+  if (!context().forget) {
+    StoredTasks before = stored();
+    if (before.fault) out().note(*before.fault);
+    for (const StoredTask& task : before.tasks) adopt(task);
+    adopted_ = std::move(before.tasks);
+    if (!adopted_.empty()) {
+      out().note("going on with " + countText(adopted_.size(), "stored task", "stored tasks") +
+                 " of an earlier run");
+    }
+  }
+  host().perform("Action_RegisterBackground:",
+                 {{"callback", Value::callback<HostBackgroundCallback>(
+                                   [this](std::string scope, std::optional<std::string> url,
+                                          std::map<std::string, std::string> extra,
+                                          std::optional<Error> error) {
+                                     host().post([=, this] { ended(scope, url, extra, error); });
+                                   })}});
+  host().perform("Action_SetMaxBackgroundConcurrent:", {{"count", limit_}});
+  host().setUp(false, !context().forget);
+  lastOutcome_ = now();
+  timer_ = host().every(1, [this] { tick(); });
+}
+
+void BackgroundRun::adopt(const StoredTask& task) {
+  std::map<std::string, std::string> texts;
+  for (const auto& [key, value] : task.extra) {
+    if (const std::string* text = value.asText()) texts[key] = *text;
+  }
+  add(idOf(texts), {.label = task.label(), .attempts = task.attempts, .ofThisRun = false});
+}
+
+void BackgroundRun::add(const std::string& id, Item item) {
+  if (item.ofThisRun) ++untried_;
+  ++active_;
+  items_.push_back(std::move(item));
+  byId_.emplace(id, &items_.back());
+}
+
+std::optional<Data> BackgroundRun::bytesOf(const std::string& file) {
+  auto data = readWholeFile(file);
+  if (data) return *std::move(data);
+  failedBeforeStart(
+      file,
+      "could not be read: " + data.error().description + "; check the path and its permissions",
+      errorFields(data.error()));
+  return std::nullopt;
+}
+
+void BackgroundRun::failedBeforeStart(const std::string& file, const std::string& what,
+                                      const Event& error) {
+  ++failed_;
+  out().failure({{"event", "failed"}, {"file", file}, {"error", error}}, file + " " + what);
+  changed();
+}
+
+void BackgroundRun::submit(const std::string& file, const std::string& scope) {
+  const auto data = bytesOf(file);
+  if (!data) return;
+  const std::string note = noteOf(file);
+  if (alreadyStored(note, scope, *data)) {
+    out().event({{"event", "alreadyStored"}, {"file", file}},
+                file + " is stored already and will be uploaded");
+    changed();
+    return;
+  }
+  add("file " + note, {.label = file});
+  if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
+  host().perform("Action_BackgroundUpload:",
+                 {{"scope", scope},
+                  {"data", *data},
+                  {"suffix", suffixOf(file)},
+                  {"extra", Dictionary{{std::string(kFileExtra), note}}}});
+  changed();
+}
+
+void BackgroundRun::submitImage(const std::string& file, const ImageOptions& options) {
+  const auto data = bytesOf(file);
+  if (!data) return;
+  if (!host().seams().imageHeaders.size(*data)) {
+    failedBeforeStart(file, "is not an image; \"background\" takes files of any kind",
+                      {{"domain", "qxuploader"}, {"code", 0}, {"description", "not an image"}});
+    return;
+  }
+  const std::string itemId = std::to_string(options.itemId);
+  add(imageId(itemId, sha1Text(host().seams().sha1, *data)), {.label = file});
+  if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
+  Dictionary parameters = {
+      {"scope", options.scope}, {"data", *data}, {"itemId", itemId}, {"suffix", suffixOf(file)}};
+  if (options.det) parameters["useDetUpload"] = "true";
+  if (!options.tags.empty()) {
+    parameters["tags"] = Array(options.tags.begin(), options.tags.end());
+    parameters["updatePQS"] = true;
+  }
+  host().perform("Action_BackgroundUploadImage:", parameters);
+  changed();
+}
+
+bool BackgroundRun::alreadyStored(const std::string& note, const std::string& scope,
+                                  const Data& bytes) const {
+  return std::any_of(adopted_.begin(), adopted_.end(), [&](const StoredTask& task) {
+    if (task.scope != scope || task.extraText(kFileExtra) != note) return false;
+    if (task.bytes != bytes.size()) return false;
+    const auto copy = readWholeFile(task.path);
+    return copy && *copy == bytes;
+  });
+}
+
+BackgroundRun::Item* BackgroundRun::find(const std::string& id) {
+  const auto [first, last] = byId_.equal_range(id);
+  for (auto entry = first; entry != last; ++entry) {
+    const State state = entry->second->state;
+    if (state == State::active || state == State::retrying) return entry->second;
+  }
+  return nullptr;
+}
+
+void BackgroundRun::setState(Item& item, State state) {
+  const auto counter = [this](State of) -> std::size_t& {
+    switch (of) {
+      case State::active:
+        return active_;
+      case State::retrying:
+        return retrying_;
+      case State::done:
+        return done_;
+      case State::failed:
+        break;
+    }
+    return failed_;
+  };
+  --counter(item.state);
+  ++counter(state);
+  item.state = state;
+}
+
+void BackgroundRun::ended(const std::string& scope, const std::optional<std::string>& url,
+                          const std::map<std::string, std::string>& extra,
+                          const std::optional<Error>& error) {
+  if (finished()) return;
+  lastOutcome_ = now();
+  Item* item = find(idOf(extra));
+  if (item == nullptr) {
+    // Stored by an earlier run and left out of account by --forget.
+    add(idOf(extra), {.label = textIn(extra, kFileExtra), .ofThisRun = false});
+    item = &items_.back();
+  }
+  if (item->ofThisRun && !item->tried) --untried_;
+  item->tried = true;
+  if (!error) {
+    setState(*item, State::done);
+    const std::string shown = url.value_or("");
+    out().event({{"event", "uploaded"},
+                 {"file", item->label},
+                 {"url", shown},
+                 {"scope", scope},
+                 {"itemId", textIn(extra, "itemId")}},
+                item->label + " -> " + shown, Tone::good);
+  } else {
+    ++item->attempts;
+    const bool givenUp = item->attempts >= kAttempts;
+    setState(*item, givenUp ? State::failed : State::retrying);
+    const std::string tail =
+        givenUp ? "; given up after " + std::to_string(item->attempts) + " attempts"
+                : " (attempt " + std::to_string(item->attempts) + " of " +
+                      std::to_string(kAttempts) + "; it stays stored and is tried again)";
+    out().failure({{"event", givenUp ? "failed" : "attemptFailed"},
+                   {"file", item->label},
+                   {"attempts", item->attempts},
+                   {"error", errorFields(*error)}},
+                  "upload of " + item->label + " failed: " + withAdvice(*error) + tail);
+  }
+  showLive();
+  changed();
+}
+
+StoredTasks BackgroundRun::stored() {
+  return readStoredTasks(host().seams().files, host().seams().propertyLists, documents(),
+                         context().settings.get("user_id").value_or(""));
+}
+
+void BackgroundRun::tick() {
+  if (finished()) return;
+  if (retrying_ > 0 && now() - lastOutcome_ > kQuietSeconds) dropForgotten();
+  showLive();
+  changed();
+}
+
+void BackgroundRun::dropForgotten() {
+  lastOutcome_ = now();
+  const StoredTasks left = stored();
+  if (left.fault) return;
+  std::multimap<std::string, Item*> waiting;
+  for (const auto& [id, item] : byId_) {
+    if (item->state == State::retrying) waiting.emplace(id, item);
+  }
+  for (const StoredTask& task : left.tasks) {
+    std::map<std::string, std::string> texts;
+    for (const auto& [key, value] : task.extra) {
+      if (const std::string* text = value.asText()) texts[key] = *text;
+    }
+    if (const auto found = waiting.find(idOf(texts)); found != waiting.end()) {
+      waiting.erase(found);
+    }
+  }
+  for (const auto& [id, item] : waiting) {
+    setState(*item, State::failed);
+    out().failure({{"event", "failed"}, {"file", item->label}, {"attempts", item->attempts}},
+                  item->label +
+                      " is no longer stored and will not be tried again; hand it over "
+                      "again");
+  }
+}
+
+void BackgroundRun::showLive() {
+  if (!out().terminal()) return;
+  const bool reachable = host().reachability().isReachable();
+  const std::size_t running =
+      reachable ? std::min(active_, static_cast<std::size_t>(std::max<std::int64_t>(limit_, 1)))
+                : 0;
+  const std::size_t waiting = active_ - running + retrying_;
+  std::string line = std::to_string(done_) + " done, " + std::to_string(running) + " running, " +
+                     std::to_string(waiting) + " waiting, " + std::to_string(failed_) + " failed";
+  if (!reachable) line += "; no network";
+  out().live(cut(line, out().columns()));
+}
+
+void BackgroundRun::finishWithSummary() {
+  const StoredTasks left = stored();
+  out().endLive();
+  std::string line = countText(done_, "file", "files") + " uploaded, " + std::to_string(failed_) +
+                     " failed, " + std::to_string(left.tasks.size()) + " stored";
+  if (!left.tasks.empty()) line += "; \"qxuploader background --wait\" goes on with them";
+  const bool good = failed_ == 0 && retrying_ == 0;
+  out().event(
+      {{"event", "summary"}, {"done", done_}, {"failed", failed_}, {"stored", left.tasks.size()}},
+      line, good ? Tone::good : Tone::plain);
+  finish(good ? kAllDone : kSomeFailed);
+}
+
+void BackgroundRun::interrupted() {
+  const StoredTasks left = stored();
+  out().endLive();
+  out().failure({{"event", "interrupted"},
+                 {"done", done_},
+                 {"failed", failed_},
+                 {"stored", left.tasks.size()},
+                 {"bytes", left.bytes()}},
+                "interrupted; " + countText(left.tasks.size(), "task stays", "tasks stay") +
+                    " stored (" + bytesText(left.bytes()) +
+                    "); \"qxuploader background --wait\" goes on with them");
+  finish(kInterrupted);
+}
+
+}  // namespace qx::app

@@ -1,0 +1,90 @@
+// Background uploads under way: hands files over, keeps the count, says what happened.
+//
+// The library tells the outcome of each attempt through one callback that knows the task's extra
+// values only. A file is found again by the extra value that this program adds to it, an image by
+// its digest and item.
+// Threads: see Session.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Session.h"
+#include "StoredTasks.h"
+
+namespace qx::app {
+
+class BackgroundRun : public Session {
+ protected:
+  BackgroundRun(const Context& context, std::optional<std::int64_t> concurrent);
+
+  /// Makes the library ready and takes up what earlier runs stored.
+  void open();
+  /// Hands a file over; what cannot be read is reported and counted as failed.
+  void submit(const std::string& file, const std::string& scope);
+  /// The same for an item's original image.
+  struct ImageOptions {
+    std::string scope;
+    std::int64_t itemId = 0;
+    bool det = false;
+    std::vector<std::string> tags;
+  };
+  void submitImage(const std::string& file, const ImageOptions& options);
+
+  /// True when every file of this run has been tried once.
+  bool allTried() const { return untried_ == 0; }
+  /// True when nothing waits, runs, or is stored.
+  bool nothingLeft() const { return active_ == 0 && retrying_ == 0; }
+  std::size_t failedCount() const { return failed_; }
+  /// Called after each change of the counts, and about once a second.
+  virtual void changed() = 0;
+
+  void failedBeforeStart(const std::string& file, const std::string& what, const Event& error);
+  /// The last words and the exit status.
+  void finishWithSummary();
+  void interrupted() override;
+
+ private:
+  enum class State { active, retrying, done, failed };
+  struct Item {
+    std::string label;
+    State state = State::active;
+    std::int64_t attempts = 0;
+    bool ofThisRun = true;
+    bool tried = false;
+  };
+
+  /// The bytes of a file that may be handed over, or nothing when that was refused and reported.
+  std::optional<Data> bytesOf(const std::string& file);
+  void adopt(const StoredTask& task);
+  void add(const std::string& id, Item item);
+  void ended(const std::string& scope, const std::optional<std::string>& url,
+             const std::map<std::string, std::string>& extra, const std::optional<Error>& error);
+  void setState(Item& item, State state);
+  Item* find(const std::string& id);
+  bool alreadyStored(const std::string& note, const std::string& scope, const Data& bytes) const;
+  StoredTasks stored();
+  void tick();
+  /// Finds the tasks that will not be tried again: the log no longer has them.
+  void dropForgotten();
+  void showLive();
+
+  const std::int64_t limit_;
+  std::deque<Item> items_;
+  std::multimap<std::string, Item*> byId_;
+  std::vector<StoredTask> adopted_;
+  std::size_t untried_ = 0;
+  std::size_t active_ = 0;
+  std::size_t retrying_ = 0;
+  std::size_t done_ = 0;
+  std::size_t failed_ = 0;
+  double lastOutcome_ = 0;
+  std::unique_ptr<Timer> timer_;
+};
+
+}  // namespace qx::app

@@ -1,0 +1,217 @@
+#include "Host.h"
+
+#include <utility>
+
+#include "Classes/Target_Uploader.h"
+
+namespace qx::app {
+namespace {
+
+constexpr const char* kTarget = "Target_Uploader";
+
+/// The library's target, which also tells the listener of actions that it does not know.
+class ReportingTarget : public MediatorTarget {
+ public:
+  explicit ReportingTarget(HostListener& listener) : listener_(listener) {}
+  bool performAction(std::string_view action, const Dictionary& parameters) override {
+    const bool known = target_.performAction(action, parameters);
+    if (!known) listener_.onUnknownAction(action);
+    return known;
+  }
+
+ private:
+  HostListener& listener_;
+  Target_Uploader target_;
+};
+
+/// The host name or address in a URL's authority; nothing when there is none.
+std::optional<std::string> hostOf(const std::string& url) {
+  const std::size_t start = url.find("://");
+  if (start == std::string::npos) return std::nullopt;
+  std::string authority = url.substr(start + 3);
+  authority = authority.substr(0, authority.find_first_of("/?#"));
+  if (const std::size_t at = authority.rfind('@'); at != std::string::npos) {
+    authority.erase(0, at + 1);
+  }
+  if (!authority.empty() && authority.front() == '[') {
+    return authority.substr(1, authority.find(']') - 1);
+  }
+  authority = authority.substr(0, authority.find(':'));
+  if (authority.empty()) return std::nullopt;
+  return authority;
+}
+
+/// A value in a form that JSON can hold; nothing for bytes and host objects.
+std::optional<Value> codable(const Value& value) {
+  if (value.asData() || value.asHostObject()) return std::nullopt;
+  if (const Date* date = value.asDate()) return Value(date->secondsSince1970);
+  if (const Array* array = value.asArray()) {
+    Array result;
+    for (const Value& element : *array) {
+      auto one = codable(element);
+      if (!one) return std::nullopt;
+      result.push_back(*std::move(one));
+    }
+    return Value(std::move(result));
+  }
+  if (const Dictionary* dictionary = value.asDictionary()) {
+    Dictionary result;
+    for (const auto& [key, element] : *dictionary) {
+      auto one = codable(element);
+      if (!one) return std::nullopt;
+      result.emplace(key, *std::move(one));
+    }
+    return Value(std::move(result));
+  }
+  return value;
+}
+
+Value tagsValue(const std::optional<std::vector<std::string>>& tags) {
+  if (!tags) return {};
+  return Array(tags->begin(), tags->end());
+}
+
+Value fieldsValue(const std::optional<Dictionary>& fields) {
+  return fields ? Value(*fields) : Value();
+}
+
+Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachability,
+                      ObjectStore& store) {
+  return {.mediator = platform.mediator,
+          .logger = platform.logger,
+          .notifications = platform.notifications,
+          .trackingEvents = platform.trackingEvents,
+          .messageClients = platform.messageClients,
+          .uploadClients = platform.uploadClients,
+          .reachability = reachability,
+          .objectStore = store,
+          .files = platform.files,
+          .propertyLists = platform.propertyLists,
+          .json = platform.json,
+          .imageHeaders = platform.imageHeaders,
+          .sha1 = platform.sha1,
+          .dispatch = platform.dispatch,
+          .random = platform.random,
+          .uuid = platform.uuid,
+          .clock = platform.clock};
+}
+
+LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingEvents& tracking) {
+  settings.logger = &logger;
+  settings.trackingEvents = &tracking;
+  return settings;
+}
+
+}  // namespace
+
+LinuxSettings linuxSettings(const Settings& settings) {
+  LinuxSettings result;
+  result.documentsDirectory = settings.get("documents");
+  result.storeEndpoint = settings.get("store").value_or(result.storeEndpoint);
+  result.caFile = settings.get("ca_file");
+  result.proxy = settings.get("proxy");
+  result.noProxy = settings.get("no_proxy");
+  for (const char* key : {"backend", "upload_server", "store"}) {
+    if (const auto url = settings.get(key)) {
+      if (auto host = hostOf(*url)) result.reachabilityHosts.push_back(*std::move(host));
+    }
+  }
+  return result;
+}
+
+Host::Host(const Settings& settings, const std::string& token, HostListener& listener)
+    : listener_(listener),
+      platform_(withServices(linuxSettings(settings), *this, *this)),
+      reachability_(platform_.seams().reachability),
+      store_(platform_.seams().objectStore,
+             [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
+      seams_(withOwnSeams(platform_.seams(), reachability_, store_)) {
+  const auto textOrNull = [&](std::string_view key) {
+    const auto text = settings.get(key);
+    return text ? Value(*text) : Value();
+  };
+  answers_.set("userId", textOrNull("user_id"));
+  answers_.set("token", token.empty() ? Value() : Value(token));
+  answers_.set("serverAddress", textOrNull("backend"));
+  answers_.set("uploadServerAddress", textOrNull("upload_server"));
+  answers_.set("production", settings.get("environment") == "production");
+  answers_.set("longId", "none");
+  Mediator& mediator = platform_.mediator();
+  answers_.registerWith(mediator);
+  mediator.answer("Tracking_Event:parameters:", [this](const std::vector<Value>& arguments) {
+    const std::string* name = arguments.empty() ? nullptr : arguments[0].asText();
+    const Dictionary* parameters = arguments.size() < 2 ? nullptr : arguments[1].asDictionary();
+    listener_.onTracking(parameters ? *parameters : Dictionary(), name ? *name : std::string());
+    return Value();
+  });
+  mediator.registerTarget(kTarget, [this] { return std::make_unique<ReportingTarget>(listener_); });
+  Platform::install(seams_);
+}
+
+void Host::postUserChanged() {
+  seams_.notifications.post(kUserChangedNotification);
+}
+
+void Host::perform(const std::string& action, const Dictionary& parameters) {
+  seams_.mediator.performTarget(kTarget, action, parameters);
+}
+
+void Host::setUp(bool serverResize, bool resumeStoredTasks) {
+  perform("Action_SetUp:",
+          {{"needServerResize", serverResize}, {"resumeStoredTasks", resumeStoredTasks}});
+}
+
+void Host::post(Work work) {
+  seams_.dispatch.mainQueue().async(std::move(work));
+}
+
+std::unique_ptr<Timer> Host::every(double seconds, Work tick) {
+  auto timer = seams_.dispatch.makeTimer(seams_.dispatch.mainQueue());
+  timer->setEventHandler(std::move(tick));
+  timer->scheduleNow(seconds, 0.05);
+  timer->resume();
+  return timer;
+}
+
+void Host::run() {
+  platform_.runMainQueue();
+}
+
+void Host::stop() {
+  platform_.stopMainQueue();
+}
+
+int Host::threshold() {
+  return 0;
+}
+
+void Host::write(const LogRecord& record) {
+  listener_.onLog(record);
+}
+
+void Host::tagItem(const std::string& itemType, std::int64_t itemId, const std::string& imageUrl,
+                   const std::optional<std::vector<std::string>>& tags, std::int64_t imageSource,
+                   const std::optional<Dictionary>& fields) {
+  listener_.onTag("tagItem", {{"itemType", itemType},
+                              {"itemId", itemId},
+                              {"imageUrl", imageUrl},
+                              {"tags", tagsValue(tags)},
+                              {"imageSource", imageSource},
+                              {"fields", fieldsValue(fields)}});
+}
+
+void Host::updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
+                      const std::optional<std::vector<std::string>>& tags,
+                      const std::optional<Dictionary>& fields) {
+  listener_.onTag("updateItem", {{"itemType", itemType ? Value(*itemType) : Value()},
+                                 {"itemId", itemId},
+                                 {"tags", tagsValue(tags)},
+                                 {"fields", fieldsValue(fields)}});
+}
+
+std::optional<Dictionary> Host::anyCodable(const Dictionary& values) {
+  const auto result = codable(values);
+  return result ? std::optional(*result->asDictionary()) : std::nullopt;
+}
+
+}  // namespace qx::app

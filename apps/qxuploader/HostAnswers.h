@@ -1,0 +1,36 @@
+// What the host answers when the library asks: identity, addresses, environment, long id.
+//
+// Threads: any thread; each answer is read and replaced as a whole.
+#pragma once
+
+#include <array>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "platform/Mutex.h"
+#include "platform/Value.h"
+#include "platform/linux/Mediator.h"
+
+namespace qx::app {
+
+class HostAnswers {
+ public:
+  /// The names of the answers, as "actions" spells them.
+  static constexpr std::array<std::string_view, 6> kNames = {
+      "userId", "token", "serverAddress", "uploadServerAddress", "production", "longId"};
+
+  /// Answers the mediator's selectors from here. Must outlive the mediator.
+  void registerWith(Mediator& mediator);
+  /// Replaces an answer; null takes it away. False when no answer has this name.
+  bool set(std::string_view name, Value value);
+  Value get(std::string_view name) const;
+
+ private:
+  Value completeLongId(const std::vector<Value>& arguments) const;
+
+  mutable Mutex mutex_;
+  std::map<std::string, Value, std::less<>> values_ QX_GUARDED_BY(mutex_);
+};
+
+}  // namespace qx::app

@@ -1,0 +1,105 @@
+#include "HostSeams.h"
+
+#include <utility>
+
+namespace qx::app {
+namespace {
+
+class ObservedUtility : public AWSS3TransferUtility {
+ public:
+  ObservedUtility(std::shared_ptr<AWSS3TransferUtility> inner, ObservedStore::Observer observer)
+      : inner_(std::move(inner)), observer_(std::move(observer)) {}
+
+  AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
+                     const std::string& contentType, UploadCompletion completionHandler) override {
+    return inner_->uploadData(std::move(data), bucket, key, contentType,
+                              std::move(completionHandler));
+  }
+
+  AWSTask downloadToURL(const Url& location, const std::string& bucket, const std::string& key,
+                        AWSS3TransferUtilityDownloadExpression expression,
+                        DownloadCompletion completionHandler) override {
+    auto observed = [observer = observer_, inner = std::move(expression.progressBlock)](
+                        const TransferProgress& progress) {
+      observer(progress);
+      if (inner) inner(progress);
+    };
+    return inner_->downloadToURL(location, bucket, key, {std::move(observed)},
+                                 std::move(completionHandler));
+  }
+
+ private:
+  const std::shared_ptr<AWSS3TransferUtility> inner_;
+  const ObservedStore::Observer observer_;
+};
+
+}  // namespace
+
+SwitchableReachability::SwitchableReachability(QXNetworkingReachabilityTool& platform)
+    : platform_(platform) {
+  platform_.startListening([this](bool reachable, bool) {
+    {
+      MutexLock lock(mutex_);
+      if (override_) return;
+    }
+    notify(reachable);
+  });
+}
+
+void SwitchableReachability::override(std::optional<bool> reachable) {
+  const bool before = isReachable();
+  {
+    MutexLock lock(mutex_);
+    override_ = reachable;
+  }
+  const bool after = isReachable();
+  if (after != before) notify(after);
+}
+
+bool SwitchableReachability::isReachable() {
+  {
+    MutexLock lock(mutex_);
+    if (override_) return *override_;
+  }
+  return platform_.isReachable();
+}
+
+void SwitchableReachability::startListening(Listener listener) {
+  MutexLock lock(mutex_);
+  listeners_.push_back(std::move(listener));
+}
+
+void SwitchableReachability::notify(bool reachable) {
+  std::vector<Listener> listeners;
+  {
+    MutexLock lock(mutex_);
+    listeners = listeners_;
+  }
+  for (const Listener& listener : listeners) listener(reachable, false);
+}
+
+ObservedStore::ObservedStore(ObjectStore& platform, Observer observer)
+    : platform_(platform), observer_(std::move(observer)) {}
+
+std::string ObservedStore::globalEndpoint() {
+  return platform_.globalEndpoint();
+}
+
+std::optional<AWSServiceConfiguration> ObservedStore::makeServiceConfiguration(
+    AWSRegionType region, AWSEndpoint endpoint, AWSBasicSessionCredentialsProvider credentials) {
+  return platform_.makeServiceConfiguration(region, std::move(endpoint), std::move(credentials));
+}
+
+void ObservedStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
+                                              const std::string& key) {
+  platform_.registerS3TransferUtility(configuration, key);
+}
+
+std::shared_ptr<AWSS3TransferUtility> ObservedStore::S3TransferUtilityForKey(
+    const std::string& key) {
+  auto inner = platform_.S3TransferUtilityForKey(key);
+  if (!inner) return nullptr;
+  return std::make_shared<ObservedUtility>(std::move(inner), observer_);
+}
+
+}  // namespace qx::app

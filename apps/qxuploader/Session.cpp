@@ -1,0 +1,76 @@
+#include "Session.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "Interrupts.h"
+
+namespace qx::app {
+
+Session::Session(const Context& context)
+    : context_(context), host_(context.settings, context.token, *this) {}
+
+int Session::run() {
+  Interrupts::watch([this] {
+    host_.post([this] {
+      if (!finished()) interrupted();
+    });
+  });
+  host_.post([this] { begin(); });
+  host_.run();
+  out().endLive();
+  return status_.value_or(kSomeFailed);
+}
+
+void Session::finish(int status) {
+  if (finished()) return;
+  status_ = status;
+  host_.stop();
+}
+
+void Session::onLog(const LogRecord& record) {
+  if (!context_.verbose) return;
+  host_.post([this, record] { out().logRecord(record); });
+}
+
+std::string Session::documents() {
+  const auto directories = host_.seams().files.documentDirectories();
+  return directories.empty() ? std::string() : directories.front();
+}
+
+Result<Data> readWholeFile(const std::string& path) {
+  const auto failure = [&](int code) { return Error{"Files", code, std::strerror(code)}; };
+  // O_NONBLOCK: opening a pipe that nobody writes to must not hang; it is refused below.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return failure(errno);
+  struct stat info {};
+  std::string bytes;
+  int code = ::fstat(fd, &info) == 0 ? 0 : errno;
+  if (code == 0 && S_ISDIR(info.st_mode)) code = EISDIR;
+  if (code == 0 && !S_ISREG(info.st_mode)) {
+    ::close(fd);
+    return Error{"Files", EINVAL, "not a regular file"};
+  }
+  if (code == 0) bytes.resize(static_cast<std::size_t>(info.st_size));
+  std::size_t filled = 0;
+  while (code == 0 && filled < bytes.size()) {
+    const ssize_t n = ::read(fd, bytes.data() + filled, bytes.size() - filled);
+    if (n > 0) {
+      filled += static_cast<std::size_t>(n);
+    } else if (n == 0) {
+      break;  // the file became shorter meanwhile
+    } else if (errno != EINTR) {
+      code = errno;
+    }
+  }
+  ::close(fd);
+  if (code != 0) return failure(code);
+  bytes.resize(filled);
+  return Data(std::move(bytes));
+}
+
+}  // namespace qx::app

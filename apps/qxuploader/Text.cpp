@@ -1,0 +1,84 @@
+#include "Text.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+namespace qx::app {
+namespace {
+
+template <typename... Arguments>
+std::string format(const char* pattern, Arguments... arguments) {
+  std::array<char, 64> buffer;
+  std::snprintf(buffer.data(), buffer.size(), pattern, arguments...);
+  return buffer.data();
+}
+
+}  // namespace
+
+std::string bytesText(std::uint64_t bytes) {
+  if (bytes < 1024) return std::to_string(bytes) + " B";
+  constexpr std::array<const char*, 6> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  double amount = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  while (amount >= 1023.95 && unit + 1 < kUnits.size()) {
+    amount /= 1024;
+    ++unit;
+  }
+  return format("%.1f %s", amount, kUnits[unit]);
+}
+
+std::string durationText(double seconds) {
+  if (!(seconds >= 0) || seconds > 99 * 3600.0) return "--";
+  const long whole = std::lround(std::ceil(seconds));
+  if (whole < 60) return std::to_string(whole) + " s";
+  if (whole < 3600) return format("%ld:%02ld", whole / 60, whole % 60);
+  return format("%ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
+std::string countText(std::uint64_t count, std::string_view singular, std::string_view plural) {
+  return std::to_string(count) + " " + std::string(count == 1 ? singular : plural);
+}
+
+std::string printable(std::string_view text) {
+  std::string safe;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      safe += format("\\x%02x", static_cast<unsigned>(byte));
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
+std::string cut(std::string_view text, std::size_t columns) {
+  std::size_t characters = 0;
+  std::size_t keep = 0;  // bytes of the first columns - 1 characters
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool starts = (static_cast<unsigned char>(text[i]) & 0xc0) != 0x80;
+    if (starts && ++characters == columns) keep = i;
+  }
+  if (characters <= columns) return std::string(text);
+  if (columns == 0) return {};
+  return std::string(text.substr(0, keep)) + "…";
+}
+
+std::string timeText(double secondsSince1970) {
+  const auto time = static_cast<std::time_t>(secondsSince1970);
+  std::tm utc{};
+  ::gmtime_r(&time, &utc);
+  std::array<char, 32> buffer;
+  const std::size_t n = std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return std::string(buffer.data(), n);
+}
+
+std::string baseName(std::string_view path) {
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  const std::size_t slash = path.rfind('/');
+  return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+}  // namespace qx::app

@@ -1,0 +1,55 @@
+// "upload": files straight to the store or through the upload server, nothing stored.
+//
+// Threads: see Session.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Session.h"
+
+namespace qx::app {
+
+/// What item an upload belongs to, for its tags.
+struct ItemOptions {
+  std::optional<std::int64_t> itemId;
+  std::optional<std::string> itemType;
+  std::optional<std::int64_t> imageFrom;
+  std::vector<std::string> tags;
+  /// "key=value" each.
+  std::vector<std::string> fields;
+};
+
+struct UploadOptions {
+  std::vector<std::string> files;
+  std::string scope;
+  ItemOptions item;
+  bool serverResize = false;
+};
+
+class UploadCommand : public Session {
+ public:
+  UploadCommand(const Context& context, UploadOptions options);
+
+ private:
+  void begin() override;
+  void interrupted() override;
+  void startMore();
+  void start(const std::string& file);
+  void ended(const std::string& file, const std::optional<std::string>& url, std::int64_t itemId,
+             const std::optional<Error>& error);
+  void showLive();
+
+  const UploadOptions options_;
+  std::size_t next_ = 0;
+  std::size_t running_ = 0;
+  std::size_t done_ = 0;
+  std::size_t failed_ = 0;
+};
+
+/// The suffix of a file's name without the dot; "bin" when it has none that suits an object's name.
+std::string suffixOf(const std::string& path);
+
+}  // namespace qx::app

@@ -1,0 +1,317 @@
+// qxuploader: the command line. Reads flags and settings, starts one command, ends the process.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ActionsCommand.h"
+#include "BackgroundCommand.h"
+#include "ConfigCommand.h"
+#include "DownloadCommand.h"
+#include "Interrupts.h"
+#include "Output.h"
+#include "Settings.h"
+#include "StatusCommand.h"
+#include "UploadCommand.h"
+#include "WatchCommand.h"
+#include "platform/Files.h"
+#include "platform/Url.h"
+
+namespace qx::app {
+namespace {
+
+struct CommandLine {
+  std::map<std::string, std::string> flags;
+  std::optional<std::string> configFile;
+  bool json = false;
+  bool verbose = false;
+  bool forget = false;
+  UploadOptions upload;
+  BackgroundOptions background;
+  BackgroundOptions image;
+  BackgroundOptions::Image imageItem;
+  DownloadOptions download;
+  WatchOptions watch;
+};
+
+std::string example(const std::string& text) {
+  return "Example:\n  " + text;
+}
+
+/// Texts of "key=value".
+const CLI::Validator kField(
+    [](std::string& text) {
+      const std::size_t equals = text.find('=');
+      return equals == std::string::npos || equals == 0 ? "\"" + text + "\" is not KEY=VALUE" : "";
+    },
+    "KEY=VALUE", "field");
+
+void addSettings(CLI::App& app, CommandLine& line) {
+  for (const SettingKey& setting : kSettings) {
+    app.add_option_function<std::string>(
+           setting.flag(),
+           [&line, key = std::string(setting.key)](const std::string& value) {
+             line.flags[key] = value;
+           },
+           std::string(setting.help))
+        ->type_name(std::string(setting.argument))
+        ->group("Settings (also QXUPLOADER_... and the configuration file)");
+  }
+  app.add_option("--config", line.configFile, "a TOML file with settings")
+      ->type_name("FILE")
+      ->group("Settings (also QXUPLOADER_... and the configuration file)");
+}
+
+void addScope(CLI::App& command, std::string& scope, bool required = true) {
+  CLI::Option* option =
+      command.add_option("--scope", scope, "the upload scope, as the backend names it")
+          ->type_name("SCOPE");
+  if (required) option->required();
+}
+
+void addConcurrent(CLI::App& command, std::optional<std::int64_t>& concurrent) {
+  command.add_option("--concurrent", concurrent, "uploads at once (6)")
+      ->type_name("N")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1000}));
+}
+
+void addForget(CLI::App& command, CommandLine& line) {
+  command.add_flag("--forget", line.forget, "forget tasks that earlier runs stored");
+}
+
+const CLI::Range kItemId(std::int64_t{1}, std::numeric_limits<std::int64_t>::max());
+
+void addUpload(CLI::App& app, CommandLine& line) {
+  CLI::App* command = app.add_subcommand("upload", "upload files now and print their addresses");
+  command->footer(example("qxuploader upload portrait.jpg --scope avatar --server-resize"));
+  UploadOptions& options = line.upload;
+  command->add_option("FILE", options.files, "files to upload")->required();
+  addScope(*command, options.scope);
+  command->add_option("--item-id", options.item.itemId, "the item the files belong to")
+      ->type_name("N");
+  command->add_option("--item-type", options.item.itemType, "the item's type, for its tags")
+      ->type_name("T");
+  command->add_option("--image-from", options.item.imageFrom, "the image's source, for its tags")
+      ->type_name("N");
+  command->add_option("--tag", options.item.tags, "a tag of the item; may be repeated")
+      ->type_name("A")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  command->add_option("--field", options.item.fields, "a field of the item; may be repeated")
+      ->type_name("K=V")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check(kField);
+  command->add_flag("--server-resize", options.serverResize,
+                    "through the upload server, which stores a smaller WebP image");
+  addForget(*command, line);
+}
+
+void addBackground(CLI::App& app, CommandLine& line) {
+  CLI::App* command = app.add_subcommand(
+      "background", "store files as tasks and upload them; what fails stays stored");
+  command->footer(example("qxuploader background holiday/ --scope item-image --wait") +
+                  "\nGo on with what earlier runs stored:\n  qxuploader background --wait");
+  BackgroundOptions& options = line.background;
+  command->add_option("FILE", options.paths, "files, or directories with files");
+  addScope(*command, options.scope, false);
+  addConcurrent(*command, options.concurrent);
+  command->add_flag("--wait", options.wait,
+                    "until nothing is stored any more: what fails is tried again every minute, "
+                    "ten times at most");
+  addForget(*command, line);
+}
+
+void addBackgroundImage(CLI::App& app, CommandLine& line) {
+  CLI::App* command = app.add_subcommand(
+      "background-image", "upload an item's original images and tell the backend where they are");
+  command->footer(
+      example("qxuploader background-image front.jpg --scope item-image --item-id 17 --tag blue"));
+  BackgroundOptions& options = line.image;
+  command->add_option("FILE", options.paths, "images")->required();
+  addScope(*command, options.scope);
+  command->add_option("--item-id", line.imageItem.itemId, "the item the images belong to")
+      ->type_name("N")
+      ->required()
+      ->check(kItemId);
+  command->add_flag("--det", line.imageItem.det, "report them as the item's det images");
+  command->add_option("--tag", line.imageItem.tags, "a tag of the item; may be repeated")
+      ->type_name("A")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  addConcurrent(*command, options.concurrent);
+  command->add_flag("--wait", options.wait, "until nothing is stored any more");
+  addForget(*command, line);
+}
+
+void addDownload(CLI::App& app, CommandLine& line) {
+  CLI::App* command = app.add_subcommand("download", "download objects by their addresses");
+  command->footer(
+      example("qxuploader download https://store.example.com/photos/a.jpg --scope avatar "
+              "--output ."));
+  DownloadOptions& options = line.download;
+  command->add_option("URL", options.urls, "addresses as the upload printed them")->required();
+  addScope(*command, options.scope);
+  command
+      ->add_option("--output", options.output,
+                   "where to put the files; otherwise they stay in the cache directory")
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory);
+  addForget(*command, line);
+}
+
+void addOthers(CLI::App& app, CommandLine& line) {
+  app.add_subcommand("status", "tell what is stored and not yet uploaded")
+      ->footer(example("qxuploader status --verbose"));
+  CLI::App* watch = app.add_subcommand("watch", "upload each new image of a directory");
+  watch->footer(example("qxuploader watch ~/camera --scope item-image"));
+  watch->add_option("DIR", line.watch.directory, "the directory")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  addScope(*watch, line.watch.scope);
+  addConcurrent(*watch, line.watch.concurrent);
+  addForget(*watch, line);
+  app.add_subcommand("actions", "take actions as JSON lines, print what happens as JSON lines")
+      ->footer(example("echo '{\"action\":\"SetUp:\",\"params\":{\"needServerResize\":false}}' | "
+                       "qxuploader actions") +
+               "\nThe manual page qxuploader(1) describes the lines.");
+  app.add_subcommand("config", "show the settings in force and where each came from")
+      ->footer(example("QXUPLOADER_USER_ID=42 qxuploader config"));
+}
+
+int wrongUsage(const std::string& message) {
+  std::fprintf(stderr, "qxuploader: %s\n", message.c_str());
+  return kWrongUsage;
+}
+
+/// What is missing or malformed in the settings that every transfer needs; empty when nothing is.
+std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsUploadServer) {
+  const auto missing = [&](std::string_view key) {
+    for (const SettingKey& setting : kSettings) {
+      if (setting.key == key) {
+        return "the setting " + std::string(key) + " is missing; give " + setting.flag() + ", " +
+               setting.environmentVariable() + " or a line in " + Settings::userConfigFile();
+      }
+    }
+    return std::string();
+  };
+  if (!settings.get("user_id")) return missing("user_id");
+  if (!isPlainPathComponent(*settings.get("user_id"))) {
+    return settings.entry("user_id").origin + ": a user id cannot be \"" +
+           *settings.get("user_id") + "\"";
+  }
+  if (!hasToken) return missing("token") + " (or token_command)";
+  if (!settings.get("backend")) return missing("backend");
+  if (needsUploadServer && !settings.get("upload_server")) return missing("upload_server");
+  for (const char* key : {"backend", "upload_server", "store"}) {
+    const auto url = settings.get(key);
+    const bool http = url && (url->starts_with("http://") || url->starts_with("https://"));
+    if (url && (!http || !Url::parse(*url))) {
+      return settings.entry(key).origin + ": " + key + " is \"" + *url +
+             "\", not an http:// or https:// address";
+    }
+  }
+  return {};
+}
+
+/// Makes a session that lives until the process ends, and runs it.
+template <typename Command, typename... Arguments>
+int run(Arguments&&... arguments) {
+  auto* command = new Command(std::forward<Arguments>(arguments)...);
+  return command->run();
+}
+
+int runTransfer(const std::string& name, CommandLine& line, const Context& context) {
+  if (name == "upload") return run<UploadCommand>(context, line.upload);
+  if (name == "background") return run<BackgroundCommand>(context, line.background);
+  if (name == "background-image") {
+    line.image.image = line.imageItem;
+    return run<BackgroundCommand>(context, line.image);
+  }
+  if (name == "download") return run<DownloadCommand>(context, line.download);
+  return run<WatchCommand>(context, line.watch);
+}
+
+int runCommand(const std::string& name, CommandLine& line) {
+  // Both live as long as the sessions that refer to them: until the process ends.
+  auto& settings = *new Settings;
+  if (const auto fault = Settings::load(line.flags, line.configFile, settings)) {
+    return wrongUsage(fault->message);
+  }
+  auto& out = *new Output(line.json);
+  if (name == "config") return runConfig(settings, out);
+  if (name == "status") {
+    if (!settings.get("user_id")) return wrongUsage(faultOfSettings(settings, true, false));
+    return runStatus(settings, out, line.verbose);
+  }
+
+  SettingsFault fault;
+  const auto token = settings.token(fault);
+  if (!fault.message.empty()) {
+    out.failure({{"event", "failed"}, {"error", fault.message}}, fault.message);
+    return kSomeFailed;
+  }
+  const Context context = {settings, out, token.value_or(""), line.verbose, line.forget};
+  if (name == "actions") {
+    Interrupts::block();
+    return run<ActionsCommand>(context);
+  }
+  if (name == "background") {
+    if (line.background.paths.empty() && !line.background.wait) {
+      return wrongUsage("name files to upload, or give --wait to go on with what is stored");
+    }
+    if (!line.background.paths.empty() && line.background.scope.empty()) {
+      return wrongUsage("--scope is required with files");
+    }
+  }
+  const std::string missing =
+      faultOfSettings(settings, token.has_value(), name == "upload" && line.upload.serverResize);
+  if (!missing.empty()) return wrongUsage(missing);
+  Interrupts::block();
+  return runTransfer(name, line, context);
+}
+
+int start(int argc, char** argv) {
+  CommandLine line;
+  CLI::App app(
+      "Uploads files to an object store with the credentials of an application's backend, "
+      "and downloads them.",
+      "qxuploader");
+  app.set_version_flag("--version", std::string("qxuploader ") + QX_VERSION);
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_flag("--json", line.json, "one JSON object per event");
+  app.add_flag("--verbose", line.verbose,
+               "show the library's log records (environment test only); status: file by file");
+  addSettings(app, line);
+  addUpload(app, line);
+  addBackground(app, line);
+  addBackgroundImage(app, line);
+  addDownload(app, line);
+  addOthers(app, line);
+  app.footer(
+      "Exit status: 0 all done, 1 some failed, 2 wrong usage, 130 interrupted.\n"
+      "The manual page qxuploader(1) tells more.");
+  for (CLI::App* command : app.get_subcommands({})) command->fallthrough();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kAllDone : kWrongUsage;
+  }
+  return runCommand(app.get_subcommands().front()->get_name(), line);
+}
+
+}  // namespace
+}  // namespace qx::app
+
+int main(int argc, char** argv) {
+  const int status = qx::app::start(argc, argv);
+  std::fflush(nullptr);
+  // Without destructors: threads of the library may still be at work on objects that would go.
+  ::_exit(status);
+}
