@@ -302,8 +302,8 @@ TEST_P(UploadServerAnswer, OtherThan200IsAServerErrorNamedByTheStatus) {
 INSTANTIATE_TEST_SUITE_P(Statuses, UploadServerAnswer,
                          testing::Values(Answer{"upload-201", "201"}, Answer{"upload-204", "204"},
                                          Answer{"upload-413", "413"}, Answer{"upload-500", "500"}),
-                         [](const auto& info) {
-                           return std::string("Status") + info.param.message;
+                         [](const auto& tested) {
+                           return std::string("Status") + tested.param.message;
                          });
 
 TEST(UploadFailure, UploadServerThatIsDownIsAServerError) {
