@@ -237,10 +237,13 @@ async function makeAccounts({ owner, broker }, bucket, admin) {
 async function makeBucket({ url, region, bucket, owner }, publicPrefixes) {
   const s3 = storeClient({ url, region, credentials: owner });
   await s3.send(new CreateBucketCommand({ Bucket: bucket }));
+  // An object belongs to the role that put it: without the second statement the owner of the bucket
+  // could not read what lies outside the public prefixes.
+  const get = (Principal, prefixes) => ({ Effect: 'Allow', Principal, Action: ['s3:GetObject'],
+    Resource: prefixes.map((p) => `arn:aws:s3:::${bucket}/${p}*`) });
   await s3.send(new PutBucketPolicyCommand({ Bucket: bucket, Policy: JSON.stringify({
     Version: '2012-10-17',
-    Statement: [{ Effect: 'Allow', Principal: '*', Action: ['s3:GetObject'],
-      Resource: publicPrefixes.map((p) => `arn:aws:s3:::${bucket}/${p}*`) }] }) }));
+    Statement: [get('*', publicPrefixes), get({ AWS: ['arn:aws:iam:::user/owner'] }, [''])] }) }));
   s3.destroy();
 }
 
