@@ -122,7 +122,7 @@ TEST(BackgroundUpload, StoredThroughAnOutageThenArrivesThreeAtATime) {
   for (const auto& event : devstack.events()) {
     const auto path = event.at("path").get<std::string>();
     if (!path.starts_with("/v3/item/")) continue;
-    const auto& fields = event.at("fields");
+    const auto& fields = event.at("body");
     const bool isDet = path == det;
     detReports += isDet ? 1 : 0;
     EXPECT_EQ(fields.at("item_id").get<int>() == 903, isDet);
