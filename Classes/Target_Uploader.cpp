@@ -2,7 +2,6 @@
 
 #include <array>
 #include <memory>
-#include <source_location>
 #include <utility>
 
 #include "Classes/AWSConfigure.h"
@@ -34,11 +33,9 @@ constexpr std::array<Action, 7> kActions = {{
     {"Action_Download:", &Target_Uploader::Action_Download},
 }};
 
-/// Logs that an action lacks a parameter; the line is the caller's.
-void logMissing(std::string message, std::string_view function,
-                std::source_location where = std::source_location::current()) {
-  log(kLogError, std::move(message), "QXAwsUploader/Target_Uploader", function,
-      static_cast<int>(where.line()));
+/// Logs that an action lacks a parameter.
+void logMissing(std::string message, std::string_view function, int line) {
+  log(kLogError, std::move(message), "QXAwsUploader/Target_Uploader", function, line);
 }
 
 void setOrRemove(TextMap& extra, const char* key, std::optional<std::string> text) {
@@ -95,9 +92,11 @@ TextMap Target_Uploader::addPqsInfoToExtra(std::optional<TextMap> params,
 
 void Target_Uploader::Action_SetUp(const Dictionary& parameters) {
   const auto needServerResize = readBool(parameters, "needServerResize");
-  if (!needServerResize) return logMissing("miss needServerResize", "Action_SetUp(_:)");
+  if (!needServerResize) return logMissing("miss needServerResize", "Action_SetUp(_:)", __LINE__);
   AWSConfigure& configure = AWSConfigure::shared();
   configure.needServerResize = *needServerResize;
+  // Before the identity is applied: its scheduler opens the storage.
+  configure.resumeStoredTasks = readBool(parameters, "resumeStoredTasks").value_or(false);
   configure.retryFire();
   // One more registration with every call, on purpose: the host sets up once.
   Platform::current().notifications.addObserver(std::string(kUserChangedNotification),
@@ -131,13 +130,13 @@ void Target_Uploader::Action_RegisterBackground(const Dictionary& parameters) {
 void Target_Uploader::Action_Upload(const Dictionary& parameters) {
   constexpr std::string_view function = "Action_Upload(_:)";
   const auto scope = readText(parameters, "scope");
-  if (!scope) return logMissing("miss scope", function);
+  if (!scope) return logMissing("miss scope", function, __LINE__);
   const auto complete = readCallback<HostUploadComplete>(parameters, "complete");
-  if (!complete) return logMissing("miss complete", function);
+  if (!complete) return logMissing("miss complete", function, __LINE__);
   const auto data = readData(parameters, "data");
-  if (!data) return logMissing("miss data", function);
+  if (!data) return logMissing("miss data", function, __LINE__);
   const auto suffix = readText(parameters, "suffix");
-  if (!suffix) return logMissing("miss suffix", function);
+  if (!suffix) return logMissing("miss suffix", function, __LINE__);
 
   TextMap extra = addPqsInfoToExtra(TextMap{}, parameters);
   if (readBool(parameters, "disableToPQS").value_or(false)) extra["disableToPQS"] = "1";
@@ -149,11 +148,11 @@ void Target_Uploader::Action_Upload(const Dictionary& parameters) {
 void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
   constexpr std::string_view function = "Action_BackgroundUpload(_:)";
   const auto scope = readText(parameters, "scope");
-  if (!scope) return logMissing("miss scope", function);
+  if (!scope) return logMissing("miss scope", function, __LINE__);
   const auto data = readData(parameters, "data");
-  if (!data) return logMissing("miss data", function);
+  if (!data) return logMissing("miss data", function, __LINE__);
   const auto suffix = readText(parameters, "suffix");
-  if (!suffix) return logMissing("miss suffix", function);
+  if (!suffix) return logMissing("miss suffix", function, __LINE__);
 
   const TextMap extra =
       addPqsInfoToExtra(readTextMap(parameters, "extra").value_or(TextMap{}), parameters);
@@ -163,15 +162,15 @@ void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
 void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters) {
   constexpr std::string_view function = "Action_BackgroundUploadImage(_:)";
   const auto scope = readText(parameters, "scope");
-  if (!scope) return logMissing("miss scope", function);
+  if (!scope) return logMissing("miss scope", function, __LINE__);
   const auto data = readData(parameters, "data");
-  if (!data) return logMissing("miss data", function);
+  if (!data) return logMissing("miss data", function, __LINE__);
   const auto itemId = readText(parameters, "itemId");
-  if (!itemId) return logMissing("miss itemId", function);
+  if (!itemId) return logMissing("miss itemId", function, __LINE__);
   const auto suffix = readText(parameters, "suffix");
-  if (!suffix) return logMissing("miss suffix", function);
+  if (!suffix) return logMissing("miss suffix", function, __LINE__);
   const auto size = Platform::current().imageHeaders.size(*data);
-  if (!size) return logMissing("miss image", function);
+  if (!size) return logMissing("miss image", function, __LINE__);
 
   TextMap extra;
   extra["uuid"] = *itemId;
@@ -192,9 +191,9 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
 void Target_Uploader::Action_Download(const Dictionary& parameters) {
   constexpr std::string_view function = "Action_Download(_:)";
   const auto url = readText(parameters, "url");
-  if (!url) return logMissing("missing url", function);
+  if (!url) return logMissing("missing url", function, __LINE__);
   const auto scope = readText(parameters, "scope");
-  if (!scope) return logMissing("missing scope", function);
+  if (!scope) return logMissing("missing scope", function, __LINE__);
   AWSDownloader::download(
       *url, *scope, readCallback<HostDownloadProgress>(parameters, "progress").value_or(nullptr),
       readCallback<HostDownloadComplete>(parameters, "complete").value_or(nullptr));
