@@ -18,11 +18,15 @@ export function startTimeOf(pid) {
   }
 }
 
-/** Runs a short command to its end. Resolves to its standard output; rejects with what it said. */
+/**
+ * Runs a short command to its end. Resolves to its standard output; rejects with what it said.
+ * It too ends with the supervisor: a command whose server was just stopped waits for minutes.
+ */
 export function run(command, args, options = {}) {
   return new Promise((resolve, reject) => {
     const child = execFile(
-      command, args, { maxBuffer: 16 << 20, timeout: 60_000, ...options, input: undefined },
+      'setpriv', ['--pdeathsig', 'KILL', command, ...args],
+      { maxBuffer: 16 << 20, timeout: 60_000, ...options, input: undefined },
       (error, stdout, stderr) => {
         if (!error) return resolve(stdout);
         const said = (stderr || stdout || error.message).trim().split('\n').slice(-3).join(' | ');
