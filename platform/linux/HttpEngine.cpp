@@ -31,6 +31,7 @@ constexpr std::size_t kMaxIdleHandles = 32;
 /// vain.
 constexpr std::int64_t kExpectFrom = std::int64_t{1} << 20;
 constexpr long kExpectTimeoutMs = 500;
+constexpr std::size_t kLongestUrl = 64 << 10;
 constexpr std::int64_t kSmallBody = 64 << 10;
 constexpr long kSmallUploadBuffer = 64 << 10;
 constexpr long kLargeUploadBuffer = 512 << 10;
@@ -114,6 +115,14 @@ std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& he
   const auto isUnsafe = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7f'; };
   if (std::any_of(url.begin(), url.end(), isUnsafe)) {
     return transportError(CURLE_URL_MALFORMAT, "the URL holds a blank or a control character");
+  }
+  const std::size_t scheme = url.find("://");
+  const bool isHttp =
+      scheme != std::string::npos && (strncasecmp(url.c_str(), "http://", scheme + 3) == 0 ||
+                                      strncasecmp(url.c_str(), "https://", scheme + 3) == 0);
+  if (!isHttp) return transportError(CURLE_UNSUPPORTED_PROTOCOL, "not an HTTP URL");
+  if (hostPart(url).size() == scheme + 3 || url.size() > kLongestUrl) {
+    return transportError(CURLE_URL_MALFORMAT, "the URL has no host or is too long");
   }
   constexpr std::string_view kForbidden("\r\n\0", 3);
   for (const auto& [name, value] : headers) {
@@ -287,14 +296,18 @@ class HttpEngine::Loop {
   }
 
   ~Loop() {
+    for (CURL* easy : idle_) curl_easy_cleanup(easy);
+    curl_multi_cleanup(multi_);
+  }
+
+  /// Ends what is under way. Handlers that run meanwhile may still send.
+  void stop() {
     {
       MutexLock lock(mutex_);
       stopping_ = true;
     }
     curl_multi_wakeup(multi_);
     thread_.join();
-    for (CURL* easy : idle_) curl_easy_cleanup(easy);
-    curl_multi_cleanup(multi_);
   }
 
   void send(HttpRequest request, AnswerHandler answered) {
@@ -656,7 +669,9 @@ class HttpEngine::Loop {
 HttpEngine::HttpEngine(HttpEngineSettings settings)
     : loop_(std::make_unique<Loop>(std::move(settings))) {}
 
-HttpEngine::~HttpEngine() = default;
+HttpEngine::~HttpEngine() {
+  loop_->stop();
+}
 
 void HttpEngine::send(HttpRequest request, AnswerHandler answered) {
   loop_->send(std::move(request), std::move(answered));

@@ -1,0 +1,85 @@
+#include "platform/linux/StoreError.h"
+
+#include <gtest/gtest.h>
+
+namespace qx {
+namespace {
+
+HttpAnswer answer(int status, std::string body, HTTPHeaders headers = {}) {
+  HttpAnswer said;
+  said.status = status;
+  said.body = std::move(body);
+  said.headers = std::move(headers);
+  return said;
+}
+
+TEST(StoreError, NamesCodeMessageStatusAndRequestId) {
+  const Error error =
+      storeError(answer(403,
+                        "<?xml version=\"1.0\"?><Error><Code>AccessDenied</Code><Message>Access "
+                        "Denied</Message><RequestId>ABC123</RequestId><HostId>h</HostId></Error>"),
+                 {});
+  EXPECT_EQ(error.domain, "ObjectStore");
+  EXPECT_EQ(error.code, 2);
+  EXPECT_EQ(error.description, "AccessDenied: Access Denied (HTTP 403, request id ABC123)");
+}
+
+TEST(StoreError, CodeFollowsTheFamilyOfTheStatus) {
+  EXPECT_EQ(storeError(answer(301, ""), {}).code, 1);
+  EXPECT_EQ(storeError(answer(304, ""), {}).code, 1);
+  EXPECT_EQ(storeError(answer(400, ""), {}).code, 2);
+  EXPECT_EQ(storeError(answer(499, ""), {}).code, 2);
+  EXPECT_EQ(storeError(answer(500, ""), {}).code, 3);
+  EXPECT_EQ(storeError(answer(599, ""), {}).code, 3);
+  EXPECT_EQ(storeError(answer(600, ""), {}).code, 0);
+  EXPECT_EQ(storeError(answer(0, ""), {}).code, 0);
+}
+
+TEST(StoreError, DescriptionDoesWithoutWhatTheStoreLeavesOut) {
+  EXPECT_EQ(storeError(answer(503, ""), {}).description, "HTTP 503");
+  EXPECT_EQ(storeError(answer(503, "<html>", {{"x-amz-request-id", "R"}}), {}).description,
+            "HTTP 503 (request id R)");
+  EXPECT_EQ(storeError(answer(404, "<Error><Code>NoSuchKey</Code></Error>"), {}).description,
+            "NoSuchKey (HTTP 404)");
+  EXPECT_EQ(
+      storeError(answer(403, "<Error><Code>AccessDenied</Code><Message></Message></Error>"), {})
+          .description,
+      "AccessDenied (HTTP 403)");
+}
+
+TEST(StoreError, SecretsThatTheStoreRepeatsAreLeftOut) {
+  const Error error = storeError(
+      answer(403,
+             "<Error><Code>InvalidAccessKeyId</Code><Message>no AKIDX here, nor tok+en</Message>"
+             "<StringToSign>AKIDX</StringToSign></Error>"),
+      {"AKIDX", "secret", "tok+en", ""});
+  EXPECT_EQ(error.description, "InvalidAccessKeyId: no ... here, nor ... (HTTP 403)");
+}
+
+TEST(XmlElementText, ResolvesEntities) {
+  EXPECT_EQ(xmlElementText("<M>&lt;a&gt; &amp;amp; &quot;&apos; &#65;&#x42;&#233;</M>", "M"),
+            "<a> &amp; \"' AB\u00e9");
+  EXPECT_EQ(xmlElementText("<M>&unknown; &#xD800; &#1114112; & &;</M>", "M"),
+            "&unknown; &#xD800; &#1114112; & &;");
+}
+
+TEST(XmlElementText, YieldsOneLineOfValidUtf8) {
+  EXPECT_EQ(xmlElementText("<M>a\r\nb\x01&#10;c\xff\xc3(\xe2\x82</M>", "M"),
+            std::string("a  b  c") + "??" + "(" + "??");
+  EXPECT_LE(xmlElementText("<M>" + std::string(100000 / 2, 'x') + "</M>", "M").size(), 512u);
+}
+
+TEST(XmlElementText, IsEmptyForGarbage) {
+  for (const char* xml : {"", "<M>", "<M>open", "<M><N>x</N></M>", "<M>x</N>", "M>x</M>", "<<<>>>",
+                          "<M", "</M>x<M>"}) {
+    EXPECT_EQ(xmlElementText(xml, "M"), "") << xml;
+  }
+}
+
+TEST(XmlElementText, LooksNoFurtherThanItsLimit) {
+  const std::string far = std::string(64 << 10, ' ') + "<M>x</M>";
+  EXPECT_EQ(xmlElementText(far, "M"), "");
+}
+
+}  // namespace
+}  // namespace qx
