@@ -49,10 +49,10 @@ struct LinuxPlatform::Parts {
         engine({.caFile = std::move(settings.caFile),
                 .proxy = std::move(settings.proxy),
                 .noProxy = std::move(settings.noProxy)}),
-        messageClients(engine, *completions, clock, json, std::move(settings.messageSigner),
-                       std::move(settings.localisedText)),
-        uploadClients(engine, *completions),
-        objectStore(engine, *completions, clock, std::move(settings.storeEndpoint)) {}
+        messageClients(engine, dispatch.globalQueue(), clock, json,
+                       std::move(settings.messageSigner), std::move(settings.localisedText)),
+        uploadClients(engine, dispatch.globalQueue()),
+        objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint)) {}
 
   NoLogger noLogger;
   DefaultTrackingEvents defaultTrackingEvents;
@@ -69,8 +69,6 @@ struct LinuxPlatform::Parts {
   Mediator mediator;
   LinuxFiles files;
   LinuxDispatch dispatch;
-  /// Where completions and progress of all transfers run, in order.
-  std::shared_ptr<DispatchQueue> completions = dispatch.makeSerialQueue("qx.completions");
   LinuxReachability reachability;
   HttpEngine engine;
   LinuxMessageClients messageClients;
