@@ -60,6 +60,7 @@ void addSettings(CLI::App& app, CommandLine& line) {
            },
            std::string(setting.help))
         ->type_name(std::string(setting.argument))
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
         ->group("Settings (also QXUPLOADER_... and the configuration file)");
   }
   app.add_option("--config", line.configFile, "a TOML file with settings")
@@ -301,6 +302,10 @@ int start(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (app.get_subcommands().empty() && argc > 1 && *argv[1] != '-') {
+      return wrongUsage("no command is named \"" + std::string(argv[1]) +
+                        "\"; \"qxuploader --help\" lists them");
+    }
     return app.exit(error) == 0 ? kAllDone : kWrongUsage;
   }
   return runCommand(app.get_subcommands().front()->get_name(), line);
@@ -311,7 +316,9 @@ int start(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   const int status = qx::app::start(argc, argv);
-  std::fflush(nullptr);
+  // Not every stream: "actions" may still be waiting in standard input, which holds its lock.
+  std::fflush(stdout);
+  std::fflush(stderr);
   // Without destructors: threads of the library may still be at work on objects that would go.
   ::_exit(status);
 }

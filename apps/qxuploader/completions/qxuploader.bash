@@ -1,0 +1,50 @@
+# bash completion for qxuploader
+
+_qxuploader()
+{
+    local current previous command word
+    current=${COMP_WORDS[COMP_CWORD]}
+    previous=${COMP_WORDS[COMP_CWORD-1]}
+    local settings="--backend --upload-server --user-id --token --token-command --ca-file --store
+        --documents --environment --proxy --no-proxy --config --json --verbose --help"
+    local commands="upload background background-image download status watch actions config"
+
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        case " $commands " in *" $word "*) command=$word; break ;; esac
+    done
+
+    case $previous in
+        --environment)
+            COMPREPLY=($(compgen -W "production test" -- "$current")); return ;;
+        --ca-file|--config)
+            compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")); return ;;
+        --documents|--output)
+            compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")); return ;;
+        --backend|--upload-server|--user-id|--token|--token-command|--store|--proxy|--no-proxy|\
+        --scope|--concurrent|--item-id|--item-type|--image-from|--tag|--field)
+            return ;;
+    esac
+
+    local options=
+    case $command in
+        "") options="$commands --version" ;;
+        upload) options="--scope --item-id --item-type --image-from --tag --field --server-resize
+            --forget" ;;
+        background) options="--scope --concurrent --wait --forget" ;;
+        background-image) options="--scope --item-id --det --tag --concurrent --wait --forget" ;;
+        download) options="--scope --output --forget" ;;
+        watch) options="--scope --concurrent --forget" ;;
+    esac
+
+    if [[ $current == -* || -z $command ]]; then
+        COMPREPLY=($(compgen -W "$options $settings" -- "$current"))
+        return
+    fi
+    case $command in
+        upload|background|background-image)
+            compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")) ;;
+        watch)
+            compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")) ;;
+    esac
+}
+complete -F _qxuploader qxuploader

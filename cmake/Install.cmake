@@ -1,0 +1,78 @@
+# What `cmake --install` and `cpack` put where: the libraries with their headers, the CMake package and
+# the pkg-config file ("development"), and the program with its manual and completions ("program",
+# in apps/qxuploader).
+include(CMakePackageConfigHelpers)
+
+set(QX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QXAwsUploader)
+set(QX_HEADERS_DIR ${CMAKE_INSTALL_INCLUDEDIR}/QXAwsUploader)
+
+set(installed_libraries qx_core)
+set_target_properties(qx_core PROPERTIES EXPORT_NAME core)
+if(TARGET qx_testing)
+  list(APPEND installed_libraries qx_testing)
+  set_target_properties(qx_testing PROPERTIES EXPORT_NAME testing)
+endif()
+if(TARGET qx_platform_linux)
+  list(APPEND installed_libraries qx_platform_linux)
+  set_target_properties(qx_platform_linux PROPERTIES EXPORT_NAME platform_linux)
+endif()
+install(TARGETS ${installed_libraries} EXPORT QXAwsUploaderTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(EXPORT QXAwsUploaderTargets NAMESPACE qx:: DESTINATION ${QX_PACKAGE_DIR}
+  COMPONENT development)
+
+# The public interface: the seams and values, the target of the actions, the Linux platform as a
+# host makes it, and the fakes. Everything else is private to the library.
+file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
+install(FILES ${platform_headers} DESTINATION ${QX_HEADERS_DIR}/platform COMPONENT development)
+install(FILES Classes/Target_Uploader.h Classes/AWSCallbackStatus.h
+  DESTINATION ${QX_HEADERS_DIR}/Classes COMPONENT development)
+if(TARGET qx_platform_linux)
+  install(FILES platform/linux/LinuxPlatform.h platform/linux/Mediator.h
+    platform/linux/MessageSignature.h
+    DESTINATION ${QX_HEADERS_DIR}/platform/linux COMPONENT development)
+endif()
+if(TARGET qx_testing)
+  file(GLOB fake_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/fakes/*.h)
+  install(FILES ${fake_headers} DESTINATION ${QX_HEADERS_DIR}/testing/fakes COMPONENT development)
+endif()
+
+configure_package_config_file(cmake/QXAwsUploaderConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/QXAwsUploaderConfig.cmake INSTALL_DESTINATION ${QX_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/QXAwsUploaderConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/QXAwsUploaderConfig.cmake
+  ${PROJECT_BINARY_DIR}/QXAwsUploaderConfigVersion.cmake
+  DESTINATION ${QX_PACKAGE_DIR} COMPONENT development)
+
+# Two .deb packages. The program's dependencies are read from what it is linked with; those of the
+# static libraries are what a program linked with them needs.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME qxawsuploader)
+set(CPACK_PACKAGE_VENDOR "The QXAwsUploader developers")
+set(CPACK_PACKAGE_CONTACT "The QXAwsUploader developers <developers@qxawsuploader.invalid>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
+  "Moves files to and from an object store with an application's short-lived credentials")
+set(CPACK_COMPONENTS_ALL program development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME qxuploader)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqxawsuploader-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "libcurl4-openssl-dev (>= 7.88), libssl-dev (>= 3), libplist-dev, libvips-dev")
+set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "The command-line host qxuploader.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The static libraries with their headers.")
+if(TARGET qx_platform_linux)
+  file(RELATIVE_PATH QX_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+  configure_file(cmake/qxawsuploader.pc.in ${PROJECT_BINARY_DIR}/qxawsuploader.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/qxawsuploader.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endif()
+
+include(CPack)

@@ -1,0 +1,156 @@
+"""Background work against the devstack: stored, interrupted, gone on with, watched."""
+import os
+import plistlib
+import signal
+import unittest
+
+from Support import DevstackTest, PNG, wait_until
+
+
+class Background(DevstackTest):
+    def stored(self):
+        """The log on disk, read by Python's plistlib."""
+        path = self.documents / "aws-0011" / self.user / "logs.plist"
+        return plistlib.loads(path.read_bytes()) if path.exists() else {}
+
+    def folder(self, count):
+        for n in range(count):
+            self.file(f"photos/{n:04}.jpg", f"photo {n}".encode())
+        return self.home / "photos"
+
+    def store_down(self):
+        self.control("POST", "/down", {"target": "store"})
+        self.addCleanup(self.store_up)
+
+    def store_up(self):
+        self.control("POST", "/up", {"target": "store"})
+
+    def testDirectoryOfManyFilesArrivesWhole(self):
+        folder = self.folder(1000)
+        done = self.run_program("background", folder, "--scope", self.scope, "--wait", "--json",
+                                "--concurrent", "8")
+        self.assertEqual(done.status, 0, done.err)
+        uploaded = {event["file"]: event["url"] for event in done.named("uploaded")}
+        self.assertEqual(set(uploaded), {str(path) for path in folder.iterdir()})
+        for n in (0, 499, 999):
+            self.assertEqual(self.bytes_at(uploaded[str(folder / f"{n:04}.jpg")]), f"photo {n}".encode())
+        summary, = done.named("summary")
+        self.assertEqual((summary["done"], summary["failed"], summary["stored"]), (1000, 0, 0))
+        self.assertEqual(self.stored(), {})
+
+    def testLiveCountOnATerminal(self):
+        done = self.run_on_terminal("background", self.folder(20), "--scope", self.scope, "--wait")
+        self.assertEqual(done.status, 0, done.out)
+        self.assertRegex(done.out, r"\r\x1b\[K\d+ done, \d+ running, \d+ waiting, 0 failed")
+        self.assertIn("20 files uploaded, 0 failed, 0 stored", done.out)
+
+    def testCtrlCSaysHowManyStayStoredAndTheNextRunGoesOn(self):
+        self.fault(name="slow", target="store", match={"method": "PUT"}, action={"delayMs": 300})
+        folder = self.folder(40)
+        done = self.run_on_terminal("background", folder, "--scope", self.scope, "--wait",
+                                    "--concurrent", "2", interrupt_at="3 done")
+        self.assertEqual(done.status, 130)
+        left = self.stored()
+        self.assertGreater(len(left), 0)
+        self.assertIn(f"interrupted; {len(left)} tasks stay stored", done.out)
+        status = self.run_program("status", "--json").named("status")[0]
+        self.assertEqual(status["count"], len(left))
+        self.control("DELETE", "/faults")
+        again = self.run_program("background", "--wait", "--json")
+        self.assertEqual(again.status, 0, again.err)
+        self.assertEqual(len(again.named("uploaded")), len(left))
+        self.assertEqual(self.stored(), {})
+        for event in again.named("uploaded"):
+            with open(event["file"], "rb") as file:
+                self.assertEqual(self.bytes_at(event["url"]), file.read())
+
+    def testFileStoredAlreadyIsNotStoredTwice(self):
+        self.store_down()
+        path = self.file("a.jpg")
+        self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 1)
+        self.assertEqual(len(self.stored()), 1)
+        self.store_up()
+        done = self.run_program("background", path, "--scope", self.scope, "--wait", "--json")
+        self.assertEqual(done.status, 0, done.err)
+        self.assertEqual(len(done.named("alreadyStored")), 1)
+        self.assertEqual(len(done.named("uploaded")), 1)
+
+    def testWithoutWaitEachFileIsTriedOnceAndStaysStored(self):
+        self.store_down()
+        path = self.file("a.jpg")
+        done = self.run_program("background", path, "--scope", self.scope)
+        self.assertEqual(done.status, 1)
+        self.assertIn("attempt 1 of 10", done.err)
+        entry, = self.stored().values()
+        self.assertEqual(entry["base"]["upload_count"], 1)
+
+    def testFileDeletedAfterItWasStoredArrivesAllTheSame(self):
+        self.fault(name="slow", target="store", match={"method": "PUT"}, action={"delayMs": 500})
+        path = self.file("a.jpg", b"soon gone")
+        process = self.start("background", path, "--scope", self.scope, "--wait")
+        wait_until(self.stored, "the stored task")
+        os.unlink(path)
+        out, err = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 0, err)
+        self.assertEqual(self.bytes_at(out.split(" -> ")[1].split()[0]), b"soon gone")
+
+    def testFileDeletedBeforeItsTurnIsNamedAndTheOthersArrive(self):
+        kept, gone = self.file("kept.jpg"), self.file("gone.jpg")
+        os.unlink(gone)
+        done = self.run_program("background", kept, gone, "--scope", self.scope, "--wait", "--json")
+        self.assertEqual(done.status, 1)
+        self.assertEqual([event["file"] for event in done.named("failed")], [gone])
+        self.assertEqual([event["file"] for event in done.named("uploaded")], [kept])
+
+    def testImageIsReportedToTheBackend(self):
+        self.control("DELETE", "/events")
+        path = self.file("front.png", PNG)
+        done = self.run_program("background-image", path, "--scope", "item-image", "--item-id", "17",
+                                "--det", "--wait", "--json")
+        self.assertEqual(done.status, 0, done.err + done.out)
+        uploaded, = done.named("uploaded")
+        self.assertEqual(uploaded["file"], path)
+
+        def updates():
+            return [event for event in self.control("GET", "/events")
+                    if event["kind"] == "updateDetImage"]
+        self.assertLessEqual(len(updates()), 1)
+
+    def testWhatIsNoImageIsRefused(self):
+        done = self.run_program("background-image", self.file("a.jpg", b"text"), "--scope",
+                                "item-image", "--item-id", "17", "--wait")
+        self.assertEqual(done.status, 1)
+        self.assertIn("a.jpg is not an image", done.err)
+
+    def testWatchUploadsNewImagesUntilStopped(self):
+        folder = self.home / "camera"
+        folder.mkdir()
+        (folder / "old.png").write_bytes(PNG)
+        process = self.start("watch", folder, "--scope", self.scope)
+        self.assertIn("watching", process.stdout.readline())
+        (folder / "notes.txt").write_bytes(b"no image")
+        (folder / ".hidden.png").write_bytes(PNG)
+        (folder / "written.png").write_bytes(PNG)
+        first = process.stdout.readline()
+        self.assertIn("written.png -> ", first)
+        (self.home / "aside.png").write_bytes(PNG)
+        os.rename(self.home / "aside.png", folder / "moved.png")
+        second = process.stdout.readline()
+        self.assertIn("moved.png -> ", second)
+        self.assertEqual(self.bytes_at(second.split()[2]), PNG)
+        process.send_signal(signal.SIGTERM)
+        out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, out), (130, ""))
+        self.assertIn("0 tasks stay stored", err)
+
+    def testWatchEndsWhenItsDirectoryGoes(self):
+        folder = self.home / "camera"
+        folder.mkdir()
+        process = self.start("watch", folder, "--scope", self.scope)
+        self.assertIn("watching", process.stdout.readline())
+        folder.rmdir()
+        self.assertEqual(process.wait(60), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,92 @@
+"""Wrong flags, help, and that manual and completions know every option."""
+import pathlib
+import re
+import unittest
+
+from Support import ProgramTest
+
+COMMANDS = ("upload", "background", "background-image", "download", "status", "watch", "actions",
+            "config")
+APP = pathlib.Path(__file__).resolve().parents[2] / "apps/qxuploader"
+IDENTITY = ("--user-id", "7", "--token", "t", "--backend", "http://127.0.0.1:9")
+
+
+class Usage(ProgramTest):
+    def expectUsage(self, text, *arguments):
+        done = self.run_program(*arguments)
+        self.assertEqual((done.status, done.out), (2, ""), arguments)
+        self.assertIn(text, done.err)
+
+    def testWrongUsageEndsWithTwoAndAReason(self):
+        self.expectUsage("subcommand")
+        self.expectUsage("nonsense", "nonsense")
+        self.expectUsage("--nonsense", "status", "--nonsense")
+        self.expectUsage("--scope", "upload", "a.jpg")
+        self.expectUsage("FILE", "upload", "--scope", "s")
+        self.expectUsage("--item-id", "background-image", "a.jpg", "--scope", "s")
+        self.expectUsage("--item-id", "background-image", "a.jpg", "--scope", "s", "--item-id", "0")
+        self.expectUsage("--concurrent", "background", "a", "--scope", "s", "--concurrent", "many")
+        self.expectUsage("KEY=VALUE", "upload", "a", "--scope", "s", "--field", "novalue")
+        self.expectUsage("nowhere", "download", "http://x/a", "--scope", "s", "--output", "nowhere")
+        self.expectUsage("--wait", "background", *IDENTITY)
+        self.expectUsage("--scope", "background", "a", *IDENTITY)
+
+    def testMissingSettingsNameEveryWayToGiveThem(self):
+        for arguments, setting in (((), "user_id"), (("--user-id", "7"), "token"),
+                                   (("--user-id", "7", "--token", "t"), "backend"),
+                                   ((*IDENTITY, "--server-resize"), "upload_server")):
+            done = self.run_program("upload", "a", "--scope", "s", *arguments)
+            self.assertEqual(done.status, 2)
+            self.assertIn(setting, done.err)
+            self.assertIn("QXUPLOADER_" + setting.upper(), done.err)
+            self.assertIn("--" + setting.replace("_", "-"), done.err)
+            self.assertIn(".config/qxuploader/config.toml", done.err)
+
+    def testUserIdThatIsNoPathComponentIsRefused(self):
+        self.expectUsage("../7", "upload", "a", "--scope", "s", *IDENTITY, "--user-id", "../7")
+
+    def testAddressThatIsNoneIsRefused(self):
+        self.expectUsage("ftp://x", "upload", "a", "--scope", "s", *IDENTITY, "--backend", "ftp://x")
+
+    def testEveryCommandHasHelpWithAnExample(self):
+        for command in COMMANDS:
+            done = self.run_program(command, "--help")
+            self.assertEqual((done.status, done.err), (0, ""), command)
+            self.assertIn("Example:", done.out)
+            self.assertIn(f"qxuploader {command}", done.out.split("Example:")[1])
+
+    def testManualAndCompletionsKnowEveryOption(self):
+        manual = (APP / "man/qxuploader.1").read_text().replace("\\-", "-")
+        completions = [(APP / "completions" / name).read_text()
+                       for name in ("qxuploader.bash", "_qxuploader")]
+        options = set(re.findall(r"--[a-z][a-z-]+", self.run_program("--help").out))
+        for command in COMMANDS:
+            options |= set(re.findall(r"--[a-z][a-z-]+", self.run_program(command, "--help").out))
+        self.assertIn("--token-command", options)
+        self.assertIn("--server-resize", options)
+        for option in options:
+            for text in (manual, *completions):
+                self.assertRegex(text, re.escape(option) + r"\b")
+
+    def testUnreadableFilesAreNamedAndTheOthersGoOn(self):
+        folder = self.home / "folder"
+        folder.mkdir()
+        done = self.run_program("upload", "missing.jpg", folder, "--scope", "s", "--json", *IDENTITY)
+        self.assertEqual(done.status, 1)
+        failures = {event["file"]: event["error"]["description"] for event in done.named("failed")}
+        self.assertEqual(failures, {"missing.jpg": "No such file or directory",
+                                    str(folder): "Is a directory"})
+        plain = self.run_program("upload", "missing.jpg", "--scope", "s", *IDENTITY)
+        self.assertIn("missing.jpg could not be read: No such file or directory; check the path",
+                      plain.err)
+        self.assertEqual(plain.out, "")
+
+    def testUnreachableBackendFailsWithAdvice(self):
+        done = self.run_program("upload", self.file("a.jpg"), "--scope", "s", *IDENTITY)
+        self.assertEqual(done.status, 1)
+        self.assertRegex(done.err, r"upload of .*/a\.jpg failed: .*; check that backend")
+        self.assertNotIn("\x1b", done.err)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,8 @@
+// An application's test that uses the installed fakes.
+#include "fakes/FakeClock.h"
+
+int main() {
+  qx::FakeClock clock(1000);
+  clock.advance(5);
+  return clock.now() == 1005 ? 0 : 1;
+}

@@ -1,0 +1,71 @@
+"""Installs the build into an empty prefix and uses it as another project would, both ways.
+
+    PackageTest.py BUILD_DIR
+"""
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
+SOURCES = pathlib.Path(__file__).resolve().parent
+
+
+def run(*command, **options):
+    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, **options)
+    if done.returncode != 0:
+        raise AssertionError(f"{command}\n{done.stdout}")
+    return done.stdout
+
+
+class InstalledPackage(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.work = pathlib.Path(cls.folder.name)
+        cls.prefix = cls.work / "prefix"
+        run("cmake", "--install", BUILD, "--prefix", cls.prefix)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.folder.cleanup()
+
+    def expectHostRuns(self, program):
+        self.assertEqual(run(program), "[Error] miss userId or accessToken 102\n")
+
+    def testCMakeProjectFindsBuildsAndRuns(self):
+        build = self.work / "cmake"
+        run("cmake", "-S", SOURCES, "-B", build, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={self.prefix}")
+        run("cmake", "--build", build)
+        self.expectHostRuns(build / "host")
+        run(build / "faked")
+
+    def testPkgConfigGivesAllThatTheCompilerNeeds(self):
+        pc = next(self.prefix.rglob("qxawsuploader.pc"))
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(pc.parent)}
+        flags = run("pkg-config", "--cflags", "--libs",
+                    "qxawsuploader", env=environment).split()
+        host = self.work / "host"
+        run("c++", "-std=c++20", SOURCES / "Host.cpp", "-o", host, *flags)
+        self.expectHostRuns(host)
+
+    def testEveryInstalledHeaderCompilesAlone(self):
+        include = self.prefix / "include" / "QXAwsUploader"
+        headers = sorted(include.rglob("*.h"))
+        self.assertIn(include / "platform/linux/LinuxPlatform.h", headers)
+        for header in headers:
+            run("c++", "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{include}",
+                f"-I{include / 'testing'}", header)
+
+    def testProgramManualAndCompletionsAreInTheUsualPlaces(self):
+        self.assertRegex(run(self.prefix / "bin/qxuploader", "--version"), r"^qxuploader \d+\.\d+\.\d+\n$")
+        for path in ("share/man/man1/qxuploader.1", "share/bash-completion/completions/qxuploader",
+                     "share/zsh/site-functions/_qxuploader"):
+            self.assertTrue((self.prefix / path).is_file(), path)
+
+
+if __name__ == "__main__":
+    unittest.main()
