@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "integration/TestHost.h"
@@ -286,6 +287,9 @@ TEST(UploadFailure, IdentityThatIsMissingIsReportedWithoutARequest) {
 struct Answer {
   const char* fault;
   const char* message;
+  friend std::ostream& operator<<(std::ostream& out, const Answer& answer) {
+    return out << answer.fault;
+  }
 };
 
 class UploadServerAnswer : public testing::TestWithParam<Answer> {};
