@@ -80,6 +80,8 @@ class AWSConfigure {
   std::atomic<bool> configured = false;
   /// Uploads go through the host's upload server.
   std::atomic<bool> needServerResize = false;
+  /// Stored background uploads outlive their process; read when an identity is applied.
+  std::atomic<bool> resumeStoredTasks = false;
   /// The current user's scheduler; replaced with every identity.
   Guarded<std::shared_ptr<TaskScheduler>> scheduler;
   /// The host's callback for background uploads, and the library's own that follows it.

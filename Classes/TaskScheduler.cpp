@@ -25,9 +25,11 @@ std::shared_ptr<TaskScheduler> TaskScheduler::make(const std::string& userId) {
   return std::shared_ptr<TaskScheduler>(new TaskScheduler(userId));
 }
 
-TaskScheduler::TaskScheduler(const std::string& userId) : taskQueue_(TaskQueue::shared()) {
+TaskScheduler::TaskScheduler(const std::string& userId)
+    : resumes_(AWSConfigure::shared().resumeStoredTasks), taskQueue_(TaskQueue::shared()) {
   taskQueue_->reset();
-  taskStorage_ = std::make_unique<UserTaskStorage>(userId);
+  taskStorage_ =
+      resumes_ ? UserTaskStorage::resumed(userId) : std::make_shared<UserTaskStorage>(userId);
 }
 
 TaskScheduler::~TaskScheduler() = default;
@@ -73,6 +75,7 @@ TaskExecutor::Complete TaskScheduler::storageComplete(TaskExecutor::Complete pre
       scheduler->recordOutcome(*executor->task, status);
     }
     if (keptPrevious) keptPrevious(executor, url, status, itemId);
+    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) scheduler->queueFollowing();
   };
 }
 
@@ -97,13 +100,40 @@ void TaskScheduler::recordOutcome(Task& task, const AWSCallbackStatus& status) {
 
 void TaskScheduler::retryLocalTask() {
   if (!taskQueue_->idle()) return;
-  const std::vector<std::shared_ptr<TaskExecutor>> executors = localTaskExecutor();
-  const std::size_t count = std::min(executors.size(), kMaxRetriedTasks);
-  for (std::size_t i = 0; i < count; ++i) {
-    executors[i]->complete = &TaskScheduler::reportResult;
-    taskQueue_->add(syncLocl(executors[i]));
+  std::vector<std::shared_ptr<TaskExecutor>> executors = localTaskExecutor();
+  if (resumes_) {
+    // What failed before this tick is in the list again, so the earlier list is void.
+    std::deque<std::shared_ptr<TaskExecutor>> following;
+    if (executors.size() > kMaxRetriedTasks) {
+      const auto rest = executors.begin() + static_cast<std::ptrdiff_t>(kMaxRetriedTasks);
+      following.assign(rest, executors.end());
+    }
+    MutexLock lock(followingLock_);
+    following_.swap(following);
+  }
+  executors.resize(std::min(executors.size(), kMaxRetriedTasks));
+  queueStored(executors);
+}
+
+void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors) {
+  for (const std::shared_ptr<TaskExecutor>& executor : executors) {
+    executor->complete = &TaskScheduler::reportResult;
+    taskQueue_->add(syncLocl(executor));
     taskQueue_->start();
   }
+}
+
+void TaskScheduler::queueFollowing() {
+  if (!resumes_ || !taskQueue_->idle()) return;
+  std::vector<std::shared_ptr<TaskExecutor>> next;
+  {
+    MutexLock lock(followingLock_);
+    while (!following_.empty() && next.size() < kMaxRetriedTasks) {
+      next.push_back(std::move(following_.front()));
+      following_.pop_front();
+    }
+  }
+  queueStored(next);
 }
 
 std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::localTaskExecutor() {

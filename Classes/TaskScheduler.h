@@ -21,15 +21,22 @@
 // When the scheduler is gone (another identity was applied), running tasks are still reported, but
 // the storage stays as it is.
 //
-// Threads: every operation may be called from any thread; it has no lock of its own.
+// With AWSConfigure::resumeStoredTasks the storage begins with the tasks of earlier runs, and each
+// time the queue runs empty the next 200 of the list that the last retryLocalTask() has read follow
+// at once. Failed ones are not in that list any more: they wait for the next tick.
+//
+// Threads: every operation may be called from any thread; its one lock guards the list of tasks to
+// follow.
 // Ownership: AWSConfigure holds the current one; storage wrappers hold it weakly.
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "Classes/TaskExecutor.h"
+#include "platform/Mutex.h"
 
 namespace qx {
 
@@ -70,9 +77,17 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
   void recordOutcome(Task& task, const AWSCallbackStatus& status);
 
+  void queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors);
+  /// Queues the next stored tasks when the queue is idle and the host wants them resumed.
+  void queueFollowing();
+
+  const bool resumes_;
   const std::shared_ptr<TaskQueue> taskQueue_;
   /// Constant after construction.
-  std::unique_ptr<UserTaskStorage> taskStorage_;
+  std::shared_ptr<UserTaskStorage> taskStorage_;
+  Mutex followingLock_;
+  /// Stored tasks of the last tick that have not been queued yet.
+  std::deque<std::shared_ptr<TaskExecutor>> following_ QX_GUARDED_BY(followingLock_);
 };
 
 }  // namespace qx

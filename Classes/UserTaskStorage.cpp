@@ -1,6 +1,6 @@
 #include "Classes/UserTaskStorage.h"
 
-#include <cmath>
+#include <algorithm>
 #include <functional>
 #include <iostream>
 #include <limits>
@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "Classes/AWSUploader.h"
+#include "Classes/Log.h"
+#include "Classes/LogScanner.h"
 #include "platform/Platform.h"
 
 namespace qx {
@@ -61,15 +63,24 @@ AWSLogMap decodeLog(const Data& bytes) {
   return root ? logOf(*root) : AWSLogMap();
 }
 
-/// The entry of `filename` that the text of a record stands for; empty when it does not read.
-AWSLogEntry entryOf(const std::string& filename, std::string_view text) {
+bool decodesToDictionary(const Data& bytes) {
+  const Result<Value> root = Platform::current().propertyLists.decode(bytes);
+  return root && root->asDictionary() != nullptr;
+}
+
+/// The entries that the text of a record stands for: one, or none when it does not read.
+AWSLogMap entriesOf(std::string_view text) {
   PropertyLists& lists = Platform::current().propertyLists;
   std::string document;
   for (const std::string_view piece :
        {lists.documentStart(), kDictStart, text, kDictEnd, lists.documentEnd()}) {
     document += piece;
   }
-  AWSLogMap log = decodeLog(Data(std::move(document)));
+  return decodeLog(Data(std::move(document)));
+}
+
+AWSLogEntry entryOf(const std::string& filename, std::string_view text) {
+  AWSLogMap log = entriesOf(text);
   const auto entry = log.find(filename);
   return entry == log.end() ? AWSLogEntry() : std::move(entry->second);
 }
@@ -88,8 +99,99 @@ bool convertsToInt(const AWSBasicParameter& parameter) {
 
 }  // namespace
 
-UserTaskStorage::UserTaskStorage(std::string userId) : userId_(std::move(userId)) {
+UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks)
+    : userId_(std::move(userId)),
+      durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
   createUserRootDir();
+  if (storedTasks == StoredTasks::resume) resumeLog();
+}
+
+std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& userId) {
+  struct Registry {
+    Mutex mutex;
+    std::map<std::string, std::weak_ptr<UserTaskStorage>> storages QX_GUARDED_BY(mutex);
+  };
+  static Registry& registry = *new Registry;
+  // Held while the log is read, so that no second storage of the user is made meanwhile.
+  MutexLock lock(registry.mutex);
+  std::weak_ptr<UserTaskStorage>& known = registry.storages[userId];
+  std::shared_ptr<UserTaskStorage> storage = known.lock();
+  if (!storage) {
+    storage = std::make_shared<UserTaskStorage>(userId, StoredTasks::resume);
+    known = storage;
+  }
+  return storage;
+}
+
+bool UserTaskStorage::isUsable(const std::string& filename, const AWSLogEntry& entry) const {
+  const std::shared_ptr<FileTask> rebuilt = task(filename, &entry);
+  return rebuilt && isDataFileName(filename) && rebuilt->filePath() == relativePath(filename);
+}
+
+void UserTaskStorage::resumeLog() {
+  if (!userDirPathExist()) return;
+  Files& files = Platform::current().files;
+  if (files.kind(logPath()) == PathKind::absent) return removeOrphans();
+  const Result<Data> bytes = files.read(logPath());
+  // Without its log nobody knows which files matter.
+  if (!bytes) return;
+
+  AWSLogMap entries = decodeLog(*bytes);
+  const ScannedLog scanned = scanLog(bytes->text());
+  bool intact = scanned.xml ? scanned.whole && scanned.entries.size() == entries.size()
+                            : !entries.empty() || decodesToDictionary(*bytes);
+  for (const auto& [filename, entry] : entries) intact = intact && isUsable(filename, entry);
+  if (!intact) {
+    AWSLogMap kept;
+    for (const std::string_view text : scanned.entries) {
+      for (auto& [filename, entry] : entriesOf(text)) {
+        if (isUsable(filename, entry)) kept.try_emplace(filename, std::move(entry));
+      }
+    }
+    // A binary log comes as a whole or not at all.
+    if (!scanned.xml) {
+      for (auto& [filename, entry] : entries) {
+        if (isUsable(filename, entry)) kept.try_emplace(filename, std::move(entry));
+      }
+    }
+    entries = std::move(kept);
+  }
+  for (const auto& [filename, entry] : entries) {
+    auto record = std::make_shared<Record>();
+    // Read from a log, so it reads back as it is.
+    record->text = textOf(filename, entry);
+    if (!record->text) record->unread = entry;
+    MutexLock lock(stroageFileLock_);
+    change(filename, std::move(record));
+  }
+  if (intact) return removeOrphans();
+
+  // A copy, not a rename: the log is never absent, and a crash here finds all of this again. Data
+  // files without an entry stay until the next opening.
+  int number = 1;
+  const std::string aside = logPath() + ".damaged-";
+  while (files.kind(aside + std::to_string(number)) != PathKind::absent) ++number;
+  const std::string_view content = bytes->text();
+  if (files.write(aside + std::to_string(number), {&content, 1}, WriteMode::atomic, durability_)) {
+    return;
+  }
+  syncLog();
+  const std::size_t marks = std::max(scanned.marks, entries.size());
+  log(kLogError,
+      "[Error] damaged log set aside, " + std::to_string(entries.size()) + " kept, " +
+          std::to_string(marks - entries.size()) + " lost",
+      "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+}
+
+void UserTaskStorage::removeOrphans() {
+  Files& files = Platform::current().files;
+  const Result<std::vector<std::string>> names = files.list(userDirPath());
+  if (!names) return;
+  for (const std::string& name : *names) {
+    if (name.starts_with(kLogName) || find(name)) continue;
+    const std::string path = userDirPath() + "/" + name;
+    if (files.kind(path) == PathKind::file) files.remove(path);
+  }
 }
 
 std::string UserTaskStorage::relativePath(const std::string& filename) const {
@@ -137,7 +239,7 @@ std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Tas
   const std::string relative = relativePath(task->filename());
   const std::string_view content = data->text();
   if (Platform::current().files.write(documentPath() + "/" + relative, {&content, 1},
-                                      WriteMode::plain, Durability::cached)) {
+                                      WriteMode::plain, durability_)) {
     return nullptr;
   }
   return std::make_shared<FileTask>(task->filename(), task->scope(), relative, /*uploadCount=*/0,
@@ -159,20 +261,27 @@ bool UserTaskStorage::storageLog(const FileTask& task) {
   return record->text && syncLog();
 }
 
-std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
-    const std::string& filename, const AWSLogEntry& entry) {
+std::optional<std::string> UserTaskStorage::textOf(const std::string& filename,
+                                                   const AWSLogEntry& entry) {
   PropertyLists& lists = Platform::current().propertyLists;
-  auto record = std::make_shared<Record>();
-  record->unread = entry;
   const std::optional<std::string> name = lists.key(filename);
   const std::optional<std::string> dictionary = lists.element(valueOf(entry));
-  if (!name || !dictionary) return record;
+  if (!name || !dictionary) return std::nullopt;
   std::string text;
   text.reserve(name->size() + dictionary->size());
   text += *name;
   text += *dictionary;
+  return text;
+}
+
+std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
+    const std::string& filename, const AWSLogEntry& entry) {
+  auto record = std::make_shared<Record>();
+  record->unread = entry;
+  std::optional<std::string> text = textOf(filename, entry);
+  if (!text) return record;
   // One text that does not read would make the whole log unreadable.
-  const AWSLogEntry readBack = entryOf(filename, text);
+  const AWSLogEntry readBack = entryOf(filename, *text);
   if (readBack.empty()) return record;
   for (const auto& [section, values] : readBack) {
     AWSParameterMap& unread = record->unread[section];
@@ -244,7 +353,7 @@ bool UserTaskStorage::writeLog() {
   }
   pieces.push_back(kDictEnd);
   pieces.push_back(platform.propertyLists.documentEnd());
-  return !platform.files.write(logPath(), pieces, WriteMode::atomic, Durability::cached);
+  return !platform.files.write(logPath(), pieces, WriteMode::atomic, durability_);
 }
 
 AWSLogMap UserTaskStorage::localLogs() const {

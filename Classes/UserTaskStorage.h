@@ -20,14 +20,28 @@
 
 #include "Classes/AWSBasicParameter.h"
 #include "Classes/Task.h"
+#include "platform/Files.h"
 #include "platform/Mutex.h"
 
 namespace qx {
 
+/// What a storage does about the tasks of earlier runs.
+enum class StoredTasks {
+  /// The in-memory log starts empty: the first write drops the entries of earlier runs.
+  startEmpty,
+  /// It starts with the entries of the log file, and what is stored is synced to the disk.
+  resume,
+};
+
 class UserTaskStorage {
  public:
-  /// Creates the user's directory. Does not read the log file.
-  explicit UserTaskStorage(std::string userId);
+  /// Creates the user's directory. `startEmpty` does not read the log file. `resume` does; it sets
+  /// a damaged log aside as "logs.plist.damaged-<n>", keeps each entry that still reads and writes
+  /// one log record, and removes data files that no entry names.
+  explicit UserTaskStorage(std::string userId, StoredTasks storedTasks = StoredTasks::startEmpty);
+  /// The resuming storage of a user: the one that is still in use, if any, so that two of them
+  /// never undo each other's entries.
+  static std::shared_ptr<UserTaskStorage> resumed(const std::string& userId);
   UserTaskStorage(const UserTaskStorage&) = delete;
   UserTaskStorage& operator=(const UserTaskStorage&) = delete;
 
@@ -76,6 +90,7 @@ class UserTaskStorage {
   /// By the hash of the file name. A change copies one shard and the array, not the whole log.
   using Records = std::array<std::shared_ptr<const Shard>, 256>;
 
+  static std::optional<std::string> textOf(const std::string& filename, const AWSLogEntry& entry);
   static std::shared_ptr<const Record> makeRecord(const std::string& filename,
                                                   const AWSLogEntry& entry);
   std::shared_ptr<const Record> find(const std::string& filename) const;
@@ -85,6 +100,12 @@ class UserTaskStorage {
   /// Only by the one whose turn it is.
   bool writeLog();
 
+  /// Begins with the entries of the log file.
+  void resumeLog();
+  /// Removes the files that no entry names.
+  void removeOrphans();
+  /// The entry is one that this storage could have written.
+  bool isUsable(const std::string& filename, const AWSLogEntry& entry) const;
   std::string relativePath(const std::string& filename) const;
   std::string userDirPath() const;
   std::string logPath() const;
@@ -94,6 +115,7 @@ class UserTaskStorage {
   bool isDataFilePath(const std::string& path) const;
 
   const std::string userId_;
+  const Durability durability_;
   Guarded<std::shared_ptr<const Records>> logsMap_{std::make_shared<const Records>()};
   Mutex stroageFileLock_;
   /// Orders the writes of the log file: `writing_` says that one is under way. The mutex itself is

@@ -107,11 +107,13 @@ TEST_F(TaskSchedulerTest, UploadRunsFromTheStoredFileAndSuccessDeletesFileAndEnt
   AWSConfigure::shared().full(ConfigParameters::readFromHost());
   const auto scheduler = TaskScheduler::make("u1");
   const auto given = dataExecutor("a.jpg", {{"itemId", "42"}});
+  platform.reachability.setReachable(false);
   scheduler->add(given);
   EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
   EXPECT_EQ(loggedCount("a.jpg"), 0);
   // What goes up is the stored file, not what the given executor holds.
   platform.files.put(kDirectory + "/a.jpg", "stored bytes");
+  platform.reachability.setReachable(true);
   run();
 
   ASSERT_THAT(platform.objectStore.uploads(), SizeIs(1));
@@ -350,6 +352,69 @@ TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
   AWSConfigure::shared().backgroundUploadItemCallback.store(nullptr);
   TaskScheduler::reportResult(dataExecutor("a.jpg"), std::nullopt, failure(), 0);
   EXPECT_THAT(platform.mediator.trackedEvents(), SizeIs(1));
+}
+
+// ---- Resuming the tasks of earlier runs
+
+class TaskSchedulerResumeTest : public TaskSchedulerTest {
+ protected:
+  TaskSchedulerResumeTest() { AWSConfigure::shared().resumeStoredTasks = true; }
+};
+
+TEST_F(TaskSchedulerResumeTest, TaskOfAnEarlierRunIsGoneAfterItsSuccess) {
+  putStoredTasks(2);
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executors = scheduler->localTaskExecutor();
+  scheduler->bindStorageComplete(*executors[0]);
+  report(executors[0], AWSCallbackStatus::success());
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kDirectory + "/1001.jpg", kLog));
+  EXPECT_EQ(loggedCount("1000.jpg"), std::nullopt);
+  EXPECT_EQ(loggedCount("1001.jpg"), 0);
+}
+
+TEST_F(TaskSchedulerResumeTest, AllOfTwoHundredAndFiftyGoUpAfterOneTick) {
+  putStoredTasks(250);
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  scheduler->retryLocalTask();
+  EXPECT_EQ(TaskQueue::shared()->total(), 200);
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(250));
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
+  EXPECT_THAT(scheduler->localTaskExecutor(), IsEmpty());
+}
+
+TEST_F(TaskSchedulerResumeTest, FailedTasksWaitForTheNextTick) {
+  putStoredTasks(450);
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  storeUnavailable();
+  const auto scheduler = TaskScheduler::make("u1");
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(450)) << "each once";
+  EXPECT_EQ(loggedCount("1000.jpg"), 1);
+  EXPECT_EQ(loggedCount("1449.jpg"), 1);
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_EQ(loggedCount("1449.jpg"), 2);
+}
+
+TEST_F(TaskSchedulerTest, WithoutTheSwitchTheRestWaitsForTheNextTick) {
+  putStoredTasks(250);
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(200));
+}
+
+TEST_F(TaskSchedulerResumeTest, NewIdentityOfTheSameUserKeepsWhatTheOldOneStores) {
+  const auto old = TaskScheduler::make("u1");
+  const auto current = TaskScheduler::make("u1");
+  old->syncLocl(dataExecutor("a.jpg"));
+  current->syncLocl(dataExecutor("b.jpg"));
+  EXPECT_EQ(loggedCount("a.jpg"), 0);
+  EXPECT_EQ(loggedCount("b.jpg"), 0);
 }
 
 }  // namespace

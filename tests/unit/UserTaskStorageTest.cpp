@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <limits>
@@ -10,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "fakes/FakePlatform.h"
@@ -545,6 +547,167 @@ TEST_F(UserTaskStorageTest, EachCallThatWaitsForNobodyWrites) {
   EXPECT_TRUE(storage.syncLog());
   EXPECT_TRUE(storage.syncLog());
   EXPECT_EQ(platform.files.writeCount(kLog), 2U);
+}
+
+// ---- Resuming
+
+class UserTaskStorageResumeTest : public UserTaskStorageTest {
+ protected:
+  /// Three stored tasks, as a run with the switch leaves them.
+  void storeThree() {
+    UserTaskStorage storage("u1", StoredTasks::resume);
+    for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) store(storage, name, {{"text", name}});
+  }
+  /// Where an entry stands in the log: from its key to the next one's, or to the root's end.
+  static std::pair<std::size_t, std::size_t> placeOf(const std::string& log,
+                                                     const std::string& name) {
+    const std::size_t begin = log.find("<key>" + name + "</key>");
+    std::size_t end = log.rfind("</dict>");
+    for (const char* other : {"0.jpg", "1.jpg", "2.jpg"}) {
+      const std::size_t at = log.find("<key>" + std::string(other) + "</key>");
+      if (at > begin) end = std::min(end, at);
+    }
+    return {begin, end};
+  }
+  std::optional<std::string> aside(int number = 1) {
+    return platform.files.text(kLog + ".damaged-" + std::to_string(number));
+  }
+};
+
+TEST_F(UserTaskStorageResumeTest, LaterWritesKeepTheEntriesOfEarlierRuns) {
+  storeThree();
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_EQ(storage.filePath("1.jpg"), "aws-0011/u1/1.jpg");
+  store(storage, "new.jpg");
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg", "new.jpg"));
+  EXPECT_EQ(storage.entry("1.jpg")->at("extra"), (AWSParameterMap{{"text", "1.jpg"}}));
+}
+
+TEST_F(UserTaskStorageResumeTest, DeleteFindsTheTasksOfEarlierRuns) {
+  storeThree();
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_TRUE(storage.remove("1.jpg"));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
+  EXPECT_FALSE(platform.files.text(kDirectory + "/1.jpg"));
+}
+
+TEST_F(UserTaskStorageResumeTest, OpeningAnIntactLogWritesNothing) {
+  storeThree();
+  const std::size_t calls = platform.files.calls().size();
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_THAT(platform.files.calls(), SizeIs(calls));
+  EXPECT_THAT(platform.logger.records(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageResumeTest, DataAndThenLogAreSynced) {
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  store(storage, "a.jpg");
+  const auto calls = platform.files.calls();
+  ASSERT_THAT(calls, SizeIs(3));
+  EXPECT_EQ(calls[1].path, kDirectory + "/a.jpg");
+  EXPECT_EQ(calls[1].durability, Durability::synced);
+  EXPECT_EQ(calls[2].path, kLog);
+  EXPECT_EQ(calls[2].durability, Durability::synced);
+}
+
+TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreRemovedWhenTheStorageOpens) {
+  storeThree();
+  platform.files.put(kDirectory + "/orphan.jpg", "bytes");
+  platform.files.put(kLog + ".damaged-1", "an earlier one");
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_THAT(platform.files.paths(),
+              ElementsAre(kDirectory + "/0.jpg", kDirectory + "/1.jpg", kDirectory + "/2.jpg", kLog,
+                          kLog + ".damaged-1"));
+}
+
+TEST_F(UserTaskStorageResumeTest, LogThatCannotBeReadCostsNoFile) {
+  storeThree();
+  const auto before = platform.files.paths();
+  platform.files.fail(Operation::read, kLog);
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_EQ(platform.files.paths(), before);
+}
+
+TEST_F(UserTaskStorageResumeTest, DamagedLogIsSetAsideAndItsWholeEntriesAreKept) {
+  storeThree();
+  std::string damaged = *platform.files.text(kLog);
+  // The tag of the second entry's scope.
+  const std::size_t second = damaged.find("<key>1.jpg</key>");
+  damaged.replace(damaged.find("<string>images", second), 8, "<strinh>");
+  platform.files.put(kLog, damaged);
+  platform.files.put(kLog + ".damaged-1", "an earlier one");
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_EQ(aside(2), damaged);
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
+  EXPECT_EQ(storage.entry("2.jpg")->at("extra"), (AWSParameterMap{{"text", "2.jpg"}}));
+  EXPECT_THAT(platform.logger.messages(),
+              ElementsAre("[Error] damaged log set aside, 2 kept, 1 lost"));
+  EXPECT_TRUE(platform.files.text(kDirectory + "/1.jpg")) << "stays for a person to look at";
+}
+
+TEST_F(UserTaskStorageResumeTest, LogTruncatedAnywhereKeepsEveryWholeEntry) {
+  storeThree();
+  const std::string whole = *platform.files.text(kLog);
+  for (std::size_t size = 1; size < whole.size(); ++size) {
+    platform.files.put(kLog, whole.substr(0, size));
+    UserTaskStorage storage("u1", StoredTasks::resume);
+    std::size_t kept = 0;
+    for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
+      if (storage.filePath(name)) ++kept;
+      EXPECT_TRUE(size < placeOf(whole, name).second || storage.filePath(name)) << size;
+    }
+    EXPECT_EQ(storage.localLogs().size(), kept) << size;
+    for (const std::string& path : platform.files.paths()) {
+      if (path.find(".damaged-") != std::string::npos) platform.files.erase(path);
+    }
+  }
+}
+
+TEST_F(UserTaskStorageResumeTest, LogWithAnyByteFlippedKeepsEveryOtherEntry) {
+  storeThree();
+  const std::string whole = *platform.files.text(kLog);
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (int bit = 0; bit < 8; ++bit) {
+      std::string damaged = whole;
+      damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
+      platform.files.put(kLog, damaged);
+      UserTaskStorage storage("u1", StoredTasks::resume);
+      for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
+        const auto [begin, end] = placeOf(whole, name);
+        EXPECT_TRUE((at >= begin && at < end) || storage.filePath(name)) << at << " " << name;
+      }
+      platform.files.erase(kLog + ".damaged-1");
+    }
+  }
+}
+
+TEST_F(UserTaskStorageResumeTest, MovedDocumentsDirectoryChangesNothing) {
+  storeThree();
+  for (const std::string& path : platform.files.paths()) {
+    platform.files.put("/elsewhere" + path, *platform.files.text(path));
+  }
+  platform.files.erase("/documents");
+  platform.files.setDocumentDirectories({"/elsewhere/documents"});
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_THAT(storage.localTasks(), SizeIs(3));
+  EXPECT_EQ(storage.localTasks()[0]->data()->text(), "bytes");
+  EXPECT_TRUE(storage.remove("0.jpg"));
+  EXPECT_FALSE(platform.files.text("/elsewhere" + kDirectory + "/0.jpg"));
+}
+
+TEST_F(UserTaskStorageResumeTest, EntryThatLeavesTheDirectoryIsNotResumed) {
+  platform.files.put("/documents/aws-0011/u2/theirs.jpg", "theirs");
+  platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u2/theirs.jpg")));
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_FALSE(storage.filePath("a.jpg"));
+  EXPECT_FALSE(storage.remove("a.jpg"));
+  EXPECT_EQ(platform.files.text("/documents/aws-0011/u2/theirs.jpg"), "theirs");
+}
+
+TEST_F(UserTaskStorageResumeTest, StorageInUseIsTheOneThatIsResumed) {
+  const auto first = UserTaskStorage::resumed("u1");
+  EXPECT_EQ(UserTaskStorage::resumed("u1"), first);
+  EXPECT_NE(UserTaskStorage::resumed("u2"), first);
 }
 
 /// Where the four threads of a test stand.
