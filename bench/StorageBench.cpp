@@ -1,0 +1,202 @@
+// What stored background uploads cost, on the real files and property lists: a change of the log by
+// the number of entries in it, writes shared by threads, memory of a waiting task.
+//
+// The directory is made below $QX_BENCH_DIR, else below the current directory, and removed again:
+// put it on the disk that is to be measured.
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/AWSUploader.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/TaskScheduler.h"
+#include "Classes/UserTaskStorage.h"
+#include "platform/linux/LinuxPlatform.h"
+
+namespace {
+
+/// The real files, counting the writes of logs; can swallow writes, to measure memory alone.
+class CountingFiles : public qx::Files {
+ public:
+  explicit CountingFiles(qx::Files& files) : files_(files) {}
+  std::vector<std::string> documentDirectories() override { return files_.documentDirectories(); }
+  qx::PathKind kind(const std::string& path) override { return files_.kind(path); }
+  std::optional<qx::Error> createDirectory(const std::string& path) override {
+    return files_.createDirectory(path);
+  }
+  qx::Result<std::vector<std::string>> list(const std::string& path) override {
+    return files_.list(path);
+  }
+  qx::Result<qx::Data> read(const std::string& path) override { return files_.read(path); }
+  std::optional<qx::Error> write(const std::string& path, std::span<const std::string_view> pieces,
+                                 qx::WriteMode mode, qx::Durability durability) override {
+    if (swallow) return std::nullopt;
+    if (mode == qx::WriteMode::atomic) ++logWrites;
+    return files_.write(path, pieces, mode, durability);
+  }
+  std::optional<qx::Error> rename(const std::string& from, const std::string& to) override {
+    return files_.rename(from, to);
+  }
+  std::optional<qx::Error> remove(const std::string& path) override { return files_.remove(path); }
+
+  std::atomic<bool> swallow = false;
+  std::atomic<std::int64_t> logWrites = 0;
+
+ private:
+  qx::Files& files_;
+};
+
+CountingFiles* files = nullptr;
+
+/// Extra values that make an entry of about 600 bytes in the log.
+qx::AWSParameterMap extraValues() {
+  return {{"itemId", "1234567890123"},
+          {"item_type", "photo"},
+          {"fields", "{\"album\":\"holiday\",\"camera\":\"phone\"}"},
+          {"OriginalImageSha1Key", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
+          {"OriginalImageFileSizeKey", std::int64_t{2480192}}};
+}
+
+std::string nameOf(std::int64_t i) {
+  return "1700000000-123456" + std::to_string(1000000 + i) + ".jpg";
+}
+
+std::shared_ptr<qx::FileTask> fileTask(const std::string& user, std::int64_t i) {
+  return std::make_shared<qx::FileTask>(nameOf(i), "images", "aws-0011/" + user + "/" + nameOf(i),
+                                        0, extraValues());
+}
+
+/// A storage with that many entries, made with writes swallowed.
+std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_t entries) {
+  auto storage = std::make_unique<qx::UserTaskStorage>(user);
+  files->swallow = true;
+  for (std::int64_t i = 0; i < entries; ++i) storage->storageLog(*fileTask(user, i));
+  files->swallow = false;
+  return storage;
+}
+
+void storageLog(benchmark::State& state) {
+  const auto storage = filled("log", state.range(0));
+  const auto task = fileTask("log", state.range(0));
+  for (auto _ : state) {
+    if (!storage->storageLog(*task)) state.SkipWithError("storageLog failed");
+  }
+  state.counters["log_bytes"] = static_cast<double>(
+      std::filesystem::file_size(qx::documentPath() + "/aws-0011/log/logs.plist"));
+}
+BENCHMARK(storageLog)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+void deleteTask(benchmark::State& state) {
+  const auto storage = filled("delete", state.range(0));
+  std::int64_t next = state.range(0);
+  for (auto _ : state) {
+    state.PauseTiming();
+    files->swallow = true;
+    storage->storageLog(*fileTask("delete", next));
+    files->swallow = false;
+    state.ResumeTiming();
+    if (!storage->remove(nameOf(next))) state.SkipWithError("remove failed");
+    ++next;
+  }
+}
+BENCHMARK(deleteTask)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+/// 1,000 tasks of 1 KiB, files and log, from so many threads.
+void storeThousand(benchmark::State& state) {
+  const auto threads = static_cast<int>(state.range(0));
+  const qx::Data bytes(std::string(1024, 'x'));
+  int round = 0;
+  files->logWrites = 0;
+  for (auto _ : state) {
+    qx::UserTaskStorage storage("many" + std::to_string(threads) + "-" + std::to_string(round++));
+    std::vector<std::thread> running;
+    for (int t = 0; t < threads; ++t) {
+      running.emplace_back([&, t] {
+        for (int i = t; i < 1000; i += threads) {
+          const auto stored = storage.storageFile(
+              std::make_shared<qx::DataTask>(nameOf(i), "images", bytes, extraValues()));
+          if (!stored || !storage.storageLog(*stored)) std::abort();
+        }
+      });
+    }
+    for (std::thread& thread : running) thread.join();
+  }
+  state.counters["log_writes"] =
+      benchmark::Counter(static_cast<double>(files->logWrites), benchmark::Counter::kAvgIterations);
+  state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(storeThousand)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+/// Heap of one waiting task, its log entry included. Its payload of 1 MiB must not show.
+void memoryPerWaitingTask(benchmark::State& state) {
+  const std::int64_t count = state.range(0);
+  for (auto _ : state) {
+    const auto scheduler = qx::TaskScheduler::make("memory");
+    files->swallow = true;
+    const std::size_t before = mallinfo2().uordblks;
+    for (std::int64_t i = 0; i < count; ++i) {
+      const auto executor = qx::AWSUploader::makeExecutor(std::make_shared<qx::DataTask>(
+          nameOf(i), "images", qx::Data(std::string(1 << 20, 'x')), extraValues()));
+      executor->complete = &qx::TaskScheduler::reportResult;
+      scheduler->taskQueue().add(scheduler->syncLocl(executor));
+    }
+    const std::size_t after = mallinfo2().uordblks;
+    files->swallow = false;
+    state.counters["bytes_per_task"] =
+        static_cast<double>(after - before) / static_cast<double>(count);
+    scheduler->taskQueue().reset();
+  }
+}
+BENCHMARK(memoryPerWaitingTask)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  const char* below = std::getenv("QX_BENCH_DIR");
+  std::string directory = std::string(below != nullptr ? below : ".") + "/storage-bench-XXXXXX";
+  if (mkdtemp(directory.data()) == nullptr) return 1;
+  // Never destroyed: the library's shared instances live until the process ends.
+  auto& platform = *new qx::LinuxPlatform({.documentsDirectory = directory});
+  const qx::Platform seams = platform.seams();
+  files = new CountingFiles(seams.files);
+  qx::Platform::install({.mediator = seams.mediator,
+                         .logger = seams.logger,
+                         .notifications = seams.notifications,
+                         .trackingEvents = seams.trackingEvents,
+                         .messageClients = seams.messageClients,
+                         .uploadClients = seams.uploadClients,
+                         .reachability = seams.reachability,
+                         .objectStore = seams.objectStore,
+                         .files = *files,
+                         .propertyLists = seams.propertyLists,
+                         .json = seams.json,
+                         .imageHeaders = seams.imageHeaders,
+                         .sha1 = seams.sha1,
+                         .dispatch = seams.dispatch,
+                         .random = seams.random,
+                         .uuid = seams.uuid,
+                         .clock = seams.clock});
+  benchmark::RunSpecifiedBenchmarks();
+  std::filesystem::remove_all(directory);
+  return 0;
+}
