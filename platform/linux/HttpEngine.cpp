@@ -304,6 +304,7 @@ class HttpEngine::Loop {
   void stop() {
     {
       MutexLock lock(mutex_);
+      if (stopping_) return;
       stopping_ = true;
     }
     curl_multi_wakeup(multi_);
@@ -319,9 +320,12 @@ class HttpEngine::Loop {
     bool first = false;
     {
       MutexLock lock(mutex_);
-      first = incoming_.empty();
-      incoming_.push_back(std::move(transfer));
+      if (!stopped_) {
+        first = incoming_.empty();
+        incoming_.push_back(std::move(transfer));
+      }
     }
+    if (transfer != nullptr) return refuse(*transfer);
     // Later ones travel with the first one's wake-up.
     if (first) curl_multi_wakeup(multi_);
   }
@@ -633,18 +637,21 @@ class HttpEngine::Loop {
         MutexLock lock(mutex_);
         for (auto& transfer : incoming_) ended_.push_back(std::move(transfer));
         incoming_.clear();
+        stopped_ = ended_.empty();
       }
       if (ended_.empty()) return;
       std::vector<std::unique_ptr<Transfer>> ending;
       ending.swap(ended_);
-      for (auto& transfer : ending) {
-        if (!transfer->stopped) {
-          transfer->stopped =
-              transportError(CURLE_ABORTED_BY_CALLBACK, "the HTTP engine has been shut down");
-        }
-        answer(*transfer, CURLE_ABORTED_BY_CALLBACK);
-      }
+      for (auto& transfer : ending) refuse(*transfer);
     }
+  }
+
+  static void refuse(Transfer& transfer) {
+    if (!transfer.stopped) {
+      transfer.stopped =
+          transportError(CURLE_ABORTED_BY_CALLBACK, "the HTTP engine has been shut down");
+    }
+    answer(transfer, CURLE_ABORTED_BY_CALLBACK);
   }
 
   // Constant after construction.
@@ -656,6 +663,8 @@ class HttpEngine::Loop {
   Mutex mutex_;
   std::vector<std::unique_ptr<Transfer>> incoming_ QX_GUARDED_BY(mutex_);
   bool stopping_ QX_GUARDED_BY(mutex_) = false;
+  /// The thread takes nothing any more.
+  bool stopped_ QX_GUARDED_BY(mutex_) = false;
 
   // The engine's thread only.
   std::multimap<Time, std::unique_ptr<Transfer>> delayed_;
@@ -670,6 +679,10 @@ HttpEngine::HttpEngine(HttpEngineSettings settings)
     : loop_(std::make_unique<Loop>(std::move(settings))) {}
 
 HttpEngine::~HttpEngine() {
+  stop();
+}
+
+void HttpEngine::stop() {
   loop_->stop();
 }
 

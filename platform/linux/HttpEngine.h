@@ -109,13 +109,16 @@ class HttpEngine {
   using AnswerHandler = std::function<void(HttpAnswer)>;
 
   explicit HttpEngine(HttpEngineSettings settings);
-  /// Ends what is under way with a Transport error each, and joins the thread.
+  /// Stops it.
   ~HttpEngine();
   HttpEngine(const HttpEngine&) = delete;
   HttpEngine& operator=(const HttpEngine&) = delete;
 
   /// Starts a request; `answered` is called exactly once.
   void send(HttpRequest request, AnswerHandler answered);
+  /// Ends what is under way with a Transport error each, and joins the thread. What is sent later
+  /// ends the same way, on the sender's thread. A second time does nothing.
+  void stop();
 
  private:
   class Loop;

@@ -475,6 +475,16 @@ TEST(HttpEngine, DestructionEndsEveryRequestExactlyOnce) {
   EXPECT_THAT(answers, ::testing::Each(1));
 }
 
+TEST(HttpEngine, StoppedEngineRefusesWhatIsSentLater) {
+  ScriptedServer server({Turn()});
+  HttpEngine engine({});
+  engine.stop();
+  const HttpAnswer answer = exchange(engine, get(server.url() + "/"));
+  EXPECT_EQ(answer.failure, HttpFailure::other);
+  EXPECT_EQ(answer.error->code, transportCode(42));
+  EXPECT_EQ(server.connections(), 0u);
+}
+
 TEST(HttpEngine, ProxyOfTheSettingsIsUsedAndTheEnvironmentIgnored) {
   ScriptedServer wrong({answerWith(500)});
   ScriptedServer proxy({answerWith(200, "through the proxy")});

@@ -159,17 +159,22 @@ void ScriptedServer::serve(int socket, std::size_t index) {
     SeenRequest request = parsed(buffer.substr(0, headEnd + 4));
     request.connection = index;
     buffer.erase(0, headEnd + 4);
-    if (turn.read == Turn::Read::whole) {
+    if (turn.read != Turn::Read::head) {
       const auto length = request.headers.find("content-length");
       const std::size_t size = length == request.headers.end() ? 0 : std::stoull(length->second);
       if (request.headers.count("expect") != 0 && turn.allowContinue) {
         sendAll(socket, "HTTP/1.1 100 Continue\r\n\r\n");
       }
+      std::size_t left = size;
       bool open = true;
-      while (open && buffer.size() < size) open = receiveMore(socket, buffer);
+      while (open && left > 0) {
+        if (buffer.empty()) open = receiveMore(socket, buffer);
+        const std::size_t count = std::min(left, buffer.size());
+        if (turn.read == Turn::Read::whole) request.body.append(buffer, 0, count);
+        buffer.erase(0, count);
+        left -= count;
+      }
       if (!open) return;
-      request.body = buffer.substr(0, size);
-      buffer.erase(0, size);
     }
     {
       MutexLock lock(mutex_);

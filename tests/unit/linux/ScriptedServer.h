@@ -20,7 +20,8 @@ namespace qx {
 struct Turn {
   /// Sent as it stands once the request was read.
   std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
-  enum class Read { whole, head } read = Read::whole;
+  /// `discard` reads the whole request and keeps nothing of its body.
+  enum class Read { whole, head, discard } read = Read::whole;
   /// Sends "100 Continue" to a request that expects it.
   bool allowContinue = true;
   /// Sent after the answer, this many times.
