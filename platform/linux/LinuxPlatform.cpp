@@ -80,8 +80,9 @@ LinuxPlatform::LinuxPlatform(LinuxSettings settings)
     : parts_(std::make_unique<Parts>(std::move(settings))) {}
 
 LinuxPlatform::~LinuxPlatform() {
-  // While every seam is still there for the work that is left. The engine then ends the transfers
-  // that are under way, and their completions find the queues closed.
+  // First the transfers, which end with an error each; then the work that is left, their completions
+  // among it, while every seam is still there for it.
+  parts_->engine.stop();
   parts_->dispatch.shutDown();
 }
 
