@@ -80,8 +80,8 @@ LinuxPlatform::LinuxPlatform(LinuxSettings settings)
     : parts_(std::make_unique<Parts>(std::move(settings))) {}
 
 LinuxPlatform::~LinuxPlatform() {
-  // First the transfers, which end with an error each; then the work that is left, their completions
-  // among it, while every seam is still there for it.
+  // First the transfers, which end with an error each; then the work that is left, their
+  // completions among it, while every seam is still there for it.
   parts_->engine.stop();
   parts_->dispatch.shutDown();
 }

@@ -343,7 +343,7 @@ TEST_F(TaskQueueTest, ResetMayDestroyExecutorsThatUseTheQueue) {
     ~UsesQueue() { *waiting = queue->waitingCount(); }
   };
   std::size_t waiting = 99;
-  auto probe = std::make_shared<UsesQueue>(queue, &waiting);
+  std::shared_ptr<UsesQueue> probe(new UsesQueue{queue, &waiting});
   queue->add(instant([probe = std::move(probe)] {}));
   queue->reset();
   EXPECT_EQ(waiting, 0U);
