@@ -67,7 +67,7 @@ void BackgroundCommand::handOverNext() {
 }
 
 void BackgroundCommand::changed() {
-  if (!handedOver_ || finished()) return;
+  if (!handedOver_ || finished() || reporting()) return;
   if (options_.wait ? nothingLeft() : allTried()) {
     finishWithSummary();
   } else if (!options_.wait && !host().reachability().isReachable()) {

@@ -237,6 +237,19 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
   changed();
 }
 
+void BackgroundRun::onMessageEnded(const std::string& api, const std::optional<Error>& error) {
+  host().post([this, report = api.starts_with("v3/item/"), error] {
+    if (finished()) return;
+    if (report && error) {
+      ++unreported_;
+      out().failure({{"event", "reportFailed"}, {"error", errorFields(*error)}},
+                    "the backend was not told of an image that is in the store: " +
+                        error->description + "; hand the image over again");
+    }
+    changed();
+  });
+}
+
 StoredTasks BackgroundRun::stored() {
   return readStoredTasks(host().seams().files, host().seams().propertyLists, documents(),
                          context().settings.get("user_id").value_or(""));
@@ -294,7 +307,7 @@ void BackgroundRun::finishWithSummary() {
   std::string line = countText(done_, "file", "files") + " uploaded, " + std::to_string(failed_) +
                      " failed, " + std::to_string(left.tasks.size()) + " stored";
   if (!left.tasks.empty()) line += "; \"qxuploader background --wait\" goes on with them";
-  const bool good = failed_ == 0 && retrying_ == 0;
+  const bool good = failed_ == 0 && retrying_ == 0 && unreported_ == 0;
   out().event(
       {{"event", "summary"}, {"done", done_}, {"failed", failed_}, {"stored", left.tasks.size()}},
       line, good ? Tone::good : Tone::plain);

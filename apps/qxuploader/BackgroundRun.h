@@ -40,6 +40,8 @@ class BackgroundRun : public Session {
   bool allTried() const { return untried_ == 0; }
   /// True when nothing waits, runs, or is stored.
   bool nothingLeft() const { return active_ == 0 && retrying_ == 0; }
+  /// True while the backend is being told of an image.
+  bool reporting() { return host().messagesUnderWay() > 0; }
   std::size_t failedCount() const { return failed_; }
   /// Called after each change of the counts, and about once a second.
   virtual void changed() = 0;
@@ -50,6 +52,8 @@ class BackgroundRun : public Session {
   void interrupted() override;
 
  private:
+  void onMessageEnded(const std::string& api, const std::optional<Error>& error) override;
+
   enum class State { active, retrying, done, failed };
   struct Item {
     std::string label;
@@ -83,6 +87,7 @@ class BackgroundRun : public Session {
   std::size_t retrying_ = 0;
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
+  std::size_t unreported_ = 0;
   double lastOutcome_ = 0;
   std::unique_ptr<Timer> timer_;
 };

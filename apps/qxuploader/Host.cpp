@@ -76,12 +76,12 @@ Value fieldsValue(const std::optional<Dictionary>& fields) {
 }
 
 Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachability,
-                      ObjectStore& store) {
+                      ObjectStore& store, MessageClients& messages) {
   return {.mediator = platform.mediator,
           .logger = platform.logger,
           .notifications = platform.notifications,
           .trackingEvents = platform.trackingEvents,
-          .messageClients = platform.messageClients,
+          .messageClients = messages,
           .uploadClients = platform.uploadClients,
           .reachability = reachability,
           .objectStore = store,
@@ -125,7 +125,11 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
       reachability_(platform_.seams().reachability),
       store_(platform_.seams().objectStore,
              [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
-      seams_(withOwnSeams(platform_.seams(), reachability_, store_)) {
+      messages_(platform_.seams().messageClients,
+                [this](const std::string& api, const std::optional<Error>& error) {
+                  listener_.onMessageEnded(api, error);
+                }),
+      seams_(withOwnSeams(platform_.seams(), reachability_, store_, messages_)) {
   const auto textOrNull = [&](std::string_view key) {
     const auto text = settings.get(key);
     return text ? Value(*text) : Value();

@@ -32,6 +32,8 @@ class HostListener {
   virtual void onUnknownAction(std::string_view /*action*/) {}
   /// Bytes of the download that runs.
   virtual void onDownloadBytes(const TransferProgress&) {}
+  /// A message to the backend has ended.
+  virtual void onMessageEnded(const std::string& /*api*/, const std::optional<Error>& /*error*/) {}
 };
 
 class Host : private QXLogger, private QXTrackingEvents {
@@ -42,6 +44,8 @@ class Host : private QXLogger, private QXTrackingEvents {
 
   HostAnswers& answers() { return answers_; }
   SwitchableReachability& reachability() { return reachability_; }
+  /// Messages to the backend under way.
+  std::int64_t messagesUnderWay() const { return messages_.underWay(); }
   const Platform& seams() const { return seams_; }
   /// Announces that the signed-in user changed.
   void postUserChanged();
@@ -75,6 +79,7 @@ class Host : private QXLogger, private QXTrackingEvents {
   LinuxPlatform platform_;
   SwitchableReachability reachability_;
   ObservedStore store_;
+  CountedMessages messages_;
   Platform seams_;
 };
 

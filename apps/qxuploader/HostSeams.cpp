@@ -33,7 +33,47 @@ class ObservedUtility : public AWSS3TransferUtility {
   const ObservedStore::Observer observer_;
 };
 
+class CountedClient : public QXMessageAPINetworkingManager {
+ public:
+  CountedClient(std::shared_ptr<QXMessageAPINetworkingManager> inner,
+                std::shared_ptr<CountedMessages::Shared> shared)
+      : inner_(std::move(inner)), shared_(std::move(shared)) {}
+
+  void request(std::shared_ptr<const APIRequest> message, const std::optional<HTTPHeaders>& headers,
+               double timeoutSeconds, ProgressCallback progress, Completion completion) override {
+    ++shared_->underWay;
+    const std::string api = message->api();
+    inner_->request(std::move(message), headers, timeoutSeconds, std::move(progress),
+                    [shared = shared_, api,
+                     completion = std::move(completion)](const QXNetworkingResponse& response) {
+                      if (completion) completion(response);
+                      --shared->underWay;
+                      shared->observer(api, response.error);
+                    });
+  }
+
+ private:
+  const std::shared_ptr<QXMessageAPINetworkingManager> inner_;
+  const std::shared_ptr<CountedMessages::Shared> shared_;
+};
+
 }  // namespace
+
+CountedMessages::CountedMessages(MessageClients& platform, Observer observer)
+    : platform_(platform), shared_(std::make_shared<Shared>()) {
+  shared_->observer = std::move(observer);
+}
+
+std::shared_ptr<QXMessageAPINetworkingManager> CountedMessages::make(
+    const Url& baseURL, HTTPHeaders headers, std::optional<double> timeoutForRequest,
+    bool addSignature) {
+  return std::make_shared<CountedClient>(
+      platform_.make(baseURL, std::move(headers), timeoutForRequest, addSignature), shared_);
+}
+
+std::string CountedMessages::localisedText(std::string_view key) {
+  return platform_.localisedText(key);
+}
 
 SwitchableReachability::SwitchableReachability(QXNetworkingReachabilityTool& platform)
     : platform_(platform) {

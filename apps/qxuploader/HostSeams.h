@@ -1,14 +1,18 @@
-// Two seams that this host puts in front of the platform's own.
+// Seams that this host puts in front of the platform's own.
 //
 // Threads: any thread.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "platform/Error.h"
 #include "platform/Mutex.h"
 #include "platform/Networking.h"
 #include "platform/ObjectStore.h"
@@ -56,6 +60,34 @@ class ObservedStore : public ObjectStore {
  private:
   ObjectStore& platform_;
   const Observer observer_;
+};
+
+/// Counts the messages to the backend that are under way: the library sends some that nobody
+/// calls back for, and ending the process would cut them off.
+class CountedMessages : public MessageClients {
+ public:
+  /// The path of a message that ended, and its error if it failed; on the messages' threads, after
+  /// the library has been told.
+  using Observer = std::function<void(const std::string& api, const std::optional<Error>& error)>;
+
+  CountedMessages(MessageClients& platform, Observer observer);
+
+  std::int64_t underWay() const { return shared_->underWay; }
+
+  std::shared_ptr<QXMessageAPINetworkingManager> make(const Url& baseURL, HTTPHeaders headers,
+                                                      std::optional<double> timeoutForRequest,
+                                                      bool addSignature) override;
+  std::string localisedText(std::string_view key) override;
+
+  /// What the clients share with this object.
+  struct Shared {
+    std::atomic<std::int64_t> underWay = 0;
+    Observer observer;
+  };
+
+ private:
+  MessageClients& platform_;
+  const std::shared_ptr<Shared> shared_;
 };
 
 }  // namespace qx::app

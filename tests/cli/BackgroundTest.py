@@ -1,4 +1,5 @@
 """Background work against the devstack: stored, interrupted, gone on with, watched."""
+import hashlib
 import os
 import plistlib
 import signal
@@ -102,19 +103,35 @@ class Background(DevstackTest):
         self.assertEqual([event["file"] for event in done.named("failed")], [gone])
         self.assertEqual([event["file"] for event in done.named("uploaded")], [kept])
 
-    def testImageIsReportedToTheBackend(self):
-        self.control("DELETE", "/events")
-        path = self.file("front.png", PNG)
-        done = self.run_program("background-image", path, "--scope", "item-image", "--item-id", "17",
-                                "--det", "--wait", "--json")
-        self.assertEqual(done.status, 0, done.err + done.out)
-        uploaded, = done.named("uploaded")
-        self.assertEqual(uploaded["file"], path)
+    def updates(self, kind):
+        return [event for event in self.control("GET", "/events") if event["kind"] == kind]
 
-        def updates():
-            return [event for event in self.control("GET", "/events")
-                    if event["kind"] == "updateDetImage"]
-        self.assertLessEqual(len(updates()), 1)
+    def testImageIsReportedToTheBackendBeforeTheProgramEnds(self):
+        self.control("DELETE", "/events")
+        self.fault(name="slow", target="backend", match={"pathPrefix": "/v3/item/"},
+                   action={"delayMs": 1000})
+        path = self.file("front.png", PNG)
+        for arguments, kind, url in (((), "updateImage", "original_image_url"),
+                                     (("--det", "--wait"), "updateDetImage", "original_det_image_url")):
+            done = self.run_program("background-image", path, "--scope", "item-image", "--item-id", "17",
+                                    "--json", *arguments)
+            self.assertEqual(done.status, 0, done.err + done.out)
+            uploaded, = done.named("uploaded")
+            self.assertEqual(uploaded["file"], path)
+            update, = self.updates(kind)
+            self.assertEqual(update["body"], {
+                "item_id": 17, url: uploaded["url"], "original_image_width": 1,
+                "original_image_height": 1, "original_image_file_size": len(PNG),
+                "original_image_file_format": "png",
+                "original_image_sha1": hashlib.sha1(PNG).hexdigest()})
+
+    def testFailedReportIsAFailure(self):
+        self.fault(name="refuse", target="backend", match={"pathPrefix": "/v3/item/"},
+                   action={"respond": {"status": 500, "body": {"code": 1000, "message": "not today"}}})
+        done = self.run_program("background-image", self.file("front.png", PNG), "--scope", "item-image",
+                                "--item-id", "17", "--wait")
+        self.assertEqual(done.status, 1)
+        self.assertIn("the backend was not told of an image", done.err)
 
     def testWhatIsNoImageIsRefused(self):
         done = self.run_program("background-image", self.file("a.jpg", b"text"), "--scope",

@@ -1,6 +1,7 @@
 """Uploads and downloads against the devstack, read back by an HTTP client that is not ours."""
 import json
 import os
+import pathlib
 import random
 import unittest
 
@@ -63,7 +64,7 @@ class Transfer(DevstackTest):
         done = self.run_program("download", url, "--scope", self.scope, "--output", output, "--json")
         self.assertEqual(done.status, 0, done.err + done.out)
         downloaded, = done.named("downloaded")
-        self.assertEqual(open(downloaded["file"], "rb").read(), content)
+        self.assertEqual(pathlib.Path(downloaded["file"]).read_bytes(), content)
         self.assertEqual([path.name for path in output.iterdir()], [url.rsplit("/", 1)[1]])
         self.assertEqual(downloaded["bytes"], len(content))
         progress = done.named("progress")
