@@ -8,7 +8,6 @@
 #include "Classes/AWSConfigure.h"
 #include "Classes/AWSTracking.h"
 #include "Classes/NumberText.h"
-#include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
 #include "platform/Platform.h"
 
@@ -58,10 +57,7 @@ void AWSUploader::backgroundUpload(const Data& data, const std::string& suffix,
   auto task = std::make_shared<DataTask>(generateFileName(suffix), scope, data, extra);
   const std::shared_ptr<TaskScheduler> scheduler = AWSConfigure::shared().scheduler.load();
   if (scheduler == nullptr) return;
-  const auto executor = makeExecutor(std::move(task));
-  executor->complete = &TaskScheduler::reportResult;
-  scheduler->taskQueue().add(scheduler->syncLocl(executor));
-  scheduler->taskQueue().start();
+  scheduler->add(makeExecutor(std::move(task)));
 }
 
 std::string AWSUploader::generateFileName(std::string_view suffix) {
