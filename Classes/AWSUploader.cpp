@@ -21,7 +21,7 @@ constexpr std::uint32_t kRandomParts = 10000;
 
 const UploadCompletion NilComplete = [](const std::optional<std::string>&, std::int64_t,
                                         const std::optional<Error>&) {};
-const ProgressCallback NilProgress = [](double) {};
+const UploadProgress NilProgress = [](const TransferProgress&) {};
 
 std::atomic<std::int64_t> AWSUploader::generateFileCount = 0;
 
@@ -33,7 +33,7 @@ std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> ta
 }
 
 std::shared_ptr<TaskExecutor> AWSUploader::createExecutor(std::shared_ptr<Task> task,
-                                                          const ProgressCallback& /*progress*/,
+                                                          const UploadProgress& /*progress*/,
                                                           UploadCompletion complete) {
   auto executor = makeExecutor(std::move(task));
   executor->complete = [complete = std::move(complete)](

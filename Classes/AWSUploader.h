@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,9 +15,12 @@
 #include "Classes/Task.h"
 #include "Classes/TaskExecutor.h"
 #include "platform/Data.h"
-#include "platform/Networking.h"
+#include "platform/ObjectStore.h"
 
 namespace qx {
+
+/// The progress of an upload, as the object store counts it.
+using UploadProgress = std::function<void(const TransferProgress&)>;
 
 class AWSUploader {
  public:
@@ -26,11 +30,12 @@ class AWSUploader {
   /// An executor whose report is tracked and then passed to `complete` in the public shape. The
   /// caller starts it. `progress` is not used: uploads report none.
   static std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
-                                                      const ProgressCallback& progress,
+                                                      const UploadProgress& progress,
                                                       UploadCompletion complete);
 
   /// Names the bytes, stores them and queues their upload. Results come through the background
-  /// callbacks of AWSConfigure. Without an identity the upload is dropped without a report.
+  /// callbacks of AWSConfigure. While no identity has been applied there is no scheduler, and the
+  /// upload is dropped without a report.
   static void backgroundUpload(const Data& data, const std::string& suffix,
                                const AWSParameterMap& extra, const std::string& scope);
 
@@ -47,6 +52,6 @@ std::string documentPath();
 
 /// The completion and the progress callback that do nothing.
 extern const UploadCompletion NilComplete;
-extern const ProgressCallback NilProgress;
+extern const UploadProgress NilProgress;
 
 }  // namespace qx

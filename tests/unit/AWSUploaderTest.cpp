@@ -109,7 +109,7 @@ TEST_F(AWSUploaderTest, AbsentCompletionIsStillTracked) {
 TEST_F(AWSUploaderTest, ProgressIsNeverReported) {
   bool reported = false;
   AWSUploader::createExecutor(
-      dataTask(), [&reported](double) { reported = true; }, recorder())
+      dataTask(), [&reported](const TransferProgress&) { reported = true; }, recorder())
       ->execute();
   run();
   EXPECT_EQ(completed.size(), 1U);
@@ -147,7 +147,7 @@ TEST_F(AWSUploaderTest, FinishedUploadLetsGoOfTheCompletion) {
 TEST_F(AWSUploaderTest, NilCallbacksDoNothing) {
   NilComplete("url", 1, std::nullopt);
   NilComplete(std::nullopt, 0, Error{});
-  NilProgress(0.5);
+  NilProgress({1, 2});
   EXPECT_TRUE(platform.mediator.performed().empty());
 }
 
