@@ -22,9 +22,11 @@ class AWSDownloader {
   static Url cachePath(const std::string& filename);
 
   /// Fetches the object that the last path component of `url` names under the scope's authorised
-  /// path. `progress` (may be empty) runs on the main queue; `complete` (may be empty) runs on
-  /// "com.aws.get.config" for a failed configuration and on a thread of the object store otherwise.
-  /// It is not called when `url` does not parse or no transfer utility is registered.
+  /// path. `progress` (may be empty) runs on the main queue. `complete` (may be empty) runs on
+  /// "com.aws.get.config" when there are no credentials or the transfer does not start, else on the
+  /// object store's thread; an error of the transfer is the object store's own. It is never called
+  /// when `url` does not parse or ends in no usable file name, or no transfer utility is
+  /// registered.
   static void download(const std::string& url, const std::string& scope,
                        const ProgressCallback& progress, const Completion& complete);
 };

@@ -19,7 +19,8 @@ namespace qx {
 // The host's callbacks, passed in a dictionary as Value::callback<Signature>(...).
 
 /// "complete" of "Action_Upload:": (URL, item id, no error) or (no URL, 0, error). Once, on the
-/// main queue after an object-store transfer, otherwise as TaskExecutor says.
+/// thread that TaskExecutor.h names for its report; for a transfer to the object store whose item
+/// id is known, that is the main queue.
 using HostUploadComplete = void(std::optional<std::string> url, std::int64_t itemId,
                                 std::optional<Error> error);
 /// "callback" of "Action_RegisterBackground:": (scope, URL, extra values as text, error). Once per
@@ -29,7 +30,8 @@ using HostBackgroundCallback = void(std::string scope, std::optional<std::string
                                     std::optional<Error> error);
 /// "progress" of "Action_Download:": a fraction in 0...1, on the main queue.
 using HostDownloadProgress = void(double fraction);
-/// "complete" of "Action_Download:": (local file URL, no error) or (no URL, error).
+/// "complete" of "Action_Download:": (local file URL, no error) or (no URL, error). At most once;
+/// AWSDownloader::download says on which thread, and when never.
 using HostDownloadComplete = void(std::optional<Url> location, std::optional<Error> error);
 
 class Target_Uploader : public MediatorTarget {
@@ -40,6 +42,9 @@ class Target_Uploader : public MediatorTarget {
   /// Routes "Action_SetUp:" and the other six to the methods below.
   bool performAction(std::string_view action, const Dictionary& parameters) override;
 
+  // One per action; docs/host-integration.md lists the keys of each dictionary. Without a required
+  // key an action only logs what it misses; SetMaxBackgroundConcurrent and RegisterBackground do
+  // not even log.
   void Action_SetUp(const Dictionary& parameters);
   void Action_SetMaxBackgroundConcurrent(const Dictionary& parameters);
   void Action_RegisterBackground(const Dictionary& parameters);

@@ -3,8 +3,8 @@
 // Threads: execute() may be called from any thread and returns at once. The report comes once:
 // object-store outcomes on the main queue; everything before the transfer on the thread where it is
 // noticed (execute()'s own, or "com.aws.get.config"); server-route outcomes on the networking
-// layer's thread; with an item id of the host's, on the thread of the host's answer. It may come
-// before execute() returns.
+// layer's thread; a success whose item id the host is asked for, on the thread on which the host
+// answers or drops the question. It may come before execute() returns.
 // Ownership: shared by queue and scheduler; keeps itself alive until it has reported.
 #pragma once
 
@@ -38,11 +38,12 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
   /// without its three leading digits.
   static std::int64_t generataItemId();
 
-  // Set before execute().
+  // What runs is set before execute(); uploadTime is a result.
   const std::shared_ptr<Task> task;
-  /// May be empty. Cleared after a report whose item id came from the host or was generated.
+  /// May be empty. Cleared after a report for which the host was asked for an item id.
   Complete complete;
-  /// Seconds from the start of the transfer to its result; absent until then.
+  /// Seconds from the start of the transfer to its result. Absent until then, and after a failure
+  /// of the server route.
   std::optional<double> uploadTime;
   /// Only the server route uses it.
   std::shared_ptr<QXNetworkingManager> uploadWorker;
