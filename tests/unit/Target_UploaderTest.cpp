@@ -69,8 +69,7 @@ class TargetUploaderTest : public UploadFixture {
     EXPECT_EQ(stored.size(), 1U);
     return stored.empty() ? AWSParameterMap() : stored.front()->task->extra();
   }
-  /// The extra values of the one direct upload with these parameters, as its tracking sees them:
-  /// what the executor adds is taken out.
+  /// How the item of the one direct upload with these parameters was tagged, if it was.
   std::optional<FakeTrackingEvents::TaggedItem> taggedBy(const Dictionary& parameters) {
     perform("Action_Upload:", parameters);
     run();
@@ -219,6 +218,45 @@ TEST_F(TargetUploaderTest, BackgroundSuccessIsReportedToTheBackendAndAFailureIsN
   EXPECT_TRUE(platform.messageClients.requests(kUpdateUrl).empty());
   callback("avatar", "https://cdn.test/a.jpg", {{"uuid", "77"}}, std::nullopt);
   EXPECT_EQ(platform.messageClients.requests(kUpdateUrl).size(), 1U);
+}
+
+TEST_F(TargetUploaderTest, SetUpReplacesAnEarlierItemCallback) {
+  bool earlierCalled = false;
+  AWSConfigure::shared().backgroundUploadItemCallback.store(
+      [&earlierCalled](const auto&, const auto&, const auto&, const auto&) {
+        earlierCalled = true;
+      });
+  perform("Action_SetUp:", {{"needServerResize", false}});
+  AWSConfigure::shared().backgroundUploadItemCallback.load()("", std::nullopt, {}, std::nullopt);
+  EXPECT_FALSE(earlierCalled);
+}
+
+/// A data file that no log entry names. A storage that resumes removes it when it opens, which is
+/// when the identity is applied.
+constexpr const char* kOrphan = "/documents/aws-0011/123456/orphan.jpg";
+
+TEST_F(TargetUploaderTest, SetUpResumesStoredTasksOfTheIdentityItApplies) {
+  platform.files.put(kOrphan, "bytes");
+  perform("Action_SetUp:", {{"needServerResize", false}, {"resumeStoredTasks", true}});
+  EXPECT_FALSE(platform.files.text(kOrphan));
+}
+
+class NoResume : public TargetUploaderTest, public testing::WithParamInterface<Value> {};
+
+TEST_P(NoResume, LeavesTheFilesOfEarlierRunsAlone) {
+  platform.files.put(kOrphan, "bytes");
+  perform("Action_SetUp:", {{"needServerResize", false}, {"resumeStoredTasks", GetParam()}});
+  EXPECT_EQ(platform.files.text(kOrphan), "bytes");
+  EXPECT_TRUE(platform.logger.records().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, NoResume,
+                         testing::Values(Value(), Value(false), Value(1), Value("true")));
+
+TEST_F(TargetUploaderTest, SetUpWithoutTheResumeKeyResumesNothing) {
+  platform.files.put(kOrphan, "bytes");
+  perform("Action_SetUp:", {{"needServerResize", false}});
+  EXPECT_EQ(platform.files.text(kOrphan), "bytes");
 }
 
 // ---- Action_SetMaxBackgroundConcurrent
@@ -741,6 +779,30 @@ TEST_F(TargetUploaderTest, FinishedImageUploadIsReportedToTheBackend) {
   const std::map<std::string, Value> sent(requests[0].parameters.begin(),
                                           requests[0].parameters.end());
   EXPECT_EQ(sent.at("item_id"), Value(std::int64_t{77}));
+}
+
+TEST_F(TargetUploaderTest, FinishedImageUploadIsNotReportedWithoutSetUp) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  perform("Action_BackgroundUploadImage:", imageParameters());
+  run();
+  EXPECT_EQ(platform.objectStore.uploads().size(), 1U);
+  EXPECT_TRUE(platform.messageClients.requests(kUpdateUrl).empty());
+}
+
+TEST_F(TargetUploaderTest, FailedImageUploadReachesTheHostAndNotTheBackend) {
+  std::vector<std::optional<Error>> errors;
+  perform("Action_SetUp:", {{"needServerResize", false}});
+  perform("Action_RegisterBackground:",
+          {{"callback", Value::callback<HostBackgroundCallback>(
+                            [&errors](std::string, std::optional<std::string>,
+                                      std::map<std::string, std::string>,
+                                      std::optional<Error> error) { errors.push_back(error); })}});
+  platform.objectStore.failOnce(Error{"ObjectStore", 2, "AccessDenied"});
+  perform("Action_BackgroundUploadImage:", imageParameters());
+  run();
+  EXPECT_EQ(errors,
+            std::vector<std::optional<Error>>{(Error{"AWSUploaderError", 2, "AccessDenied"})});
+  EXPECT_TRUE(platform.messageClients.requests(kUpdateUrl).empty());
 }
 
 // ---- Action_Download
