@@ -375,6 +375,15 @@ Value dictionary(plist_t node) {
   }
 }
 
+/// libplist takes a dictionary of the one integer "CF$UID" for a reference of an archive, and keeps
+/// of it the bits alone. Null when they could stand for two integers.
+Value reference(plist_t node) {
+  std::uint64_t bits = 0;
+  ::plist_get_uid_val(node, &bits);
+  if (bits > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return {};
+  return Dictionary{{"CF$UID", static_cast<std::int64_t>(bits)}};
+}
+
 /// Null for what a Value has no form for.
 Value converted(plist_t node) {
   switch (::plist_get_node_type(node)) {
@@ -407,6 +416,8 @@ Value converted(plist_t node) {
       ::plist_get_date_val(node, &seconds, &microseconds);
       return Date{kPropertyListEpoch + seconds + microseconds * 1e-6};
     }
+    case PLIST_UID:
+      return reference(node);
     case PLIST_ARRAY:
       return array(node);
     case PLIST_DICT:

@@ -60,6 +60,18 @@ TYPED_TEST(PropertyListsContract, WhatItWritesItReads) {
   EXPECT_EQ(this->again(others), others);
 }
 
+TYPED_TEST(PropertyListsContract, UnusualKeysReadBack) {
+  for (const std::string& key :
+       {std::string(), std::string(" "), std::string("\n"), std::string(" a\r\n<b>&amp; "),
+        std::string("CF$UID"), std::string("\xF0\x9F\x93\xB7")}) {
+    const Value alone = Dictionary{{"extra", Dictionary{{key, 5}}}};
+    EXPECT_EQ(this->again(alone), alone) << '"' << key << '"';
+    const Value among =
+        Dictionary{{"extra", Dictionary{{"a", "x"}, {key, "text"}, {"z", true}}}, {"zz", 1}};
+    EXPECT_EQ(this->again(among), among) << '"' << key << '"';
+  }
+}
+
 TYPED_TEST(PropertyListsContract, RealsReadBackToTheSameDouble) {
   for (const double number : {0.0, 1.0, -2.5, 0.1, 1e22, 1e-5, 5e-324, 2.2250738585072014e-308,
                               1.7976931348623157e308, 123456789.123456789, 1792836000.25}) {
