@@ -114,5 +114,21 @@ TEST(Url, FileUrlsKeepEveryByteOfThePath) {
   EXPECT_EQ(Url::file("/tmp/a b").text(), "file:///tmp/a%20b");
 }
 
+TEST(Url, NoDamageToATextCrashesTheParser) {
+  const std::string sample = "http://u:p@[2001:db8::7%]:80/a%20b/\xC3\xBC?c=%C3%A9#f";
+  for (std::size_t i = 0; i < sample.size(); ++i) {
+    for (int mask = 0; mask < 256; ++mask) {
+      std::string changed = sample;
+      changed[i] = static_cast<char>(changed[i] ^ mask);
+      for (const std::string& text : {changed, changed.substr(0, i + 1), changed.substr(i)}) {
+        const auto url = Url::parse(text);
+        if (!url) continue;
+        EXPECT_EQ(url->text(), text);
+        EXPECT_LE(url->lastPathComponent().size(), url->decodedPath().size());
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qx

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/Utf8.h"
+
 namespace qx {
 namespace {
 
@@ -73,6 +75,29 @@ TEST(XmlElementText, IsEmptyForGarbage) {
   for (const char* xml : {"", "<M>", "<M>open", "<M><N>x</N></M>", "<M>x</N>", "M>x</M>", "<<<>>>",
                           "<M", "</M>x<M>"}) {
     EXPECT_EQ(xmlElementText(xml, "M"), "") << xml;
+  }
+}
+
+TEST(StoreError, SecretAcrossTheCutOfALongMessageLeavesNoPartBehind) {
+  HttpAnswer answer;
+  answer.status = 403;
+  const std::string token(1000, 'q');
+  answer.body =
+      "<Error><Code>X</Code><Message>" + std::string(500, '-') + token + "</Message></Error>";
+  EXPECT_EQ(storeError(answer, {token}).description,
+            "X: " + std::string(500, '-') + "... (HTTP 403)");
+}
+
+TEST(XmlElementText, NoDamageToARecordCrashesTheScanner) {
+  const std::string record =
+      "<Error><Code>NoSuchKey</Code><Message>&lt;a&#233;\u00e9 &amp; b&gt;</Message></Error>";
+  for (std::size_t i = 0; i < record.size(); ++i) {
+    (void)xmlElementText(record.substr(0, i), "Message");
+    for (int mask = 1; mask < 256; ++mask) {
+      std::string flipped = record;
+      flipped[i] = static_cast<char>(flipped[i] ^ mask);
+      EXPECT_TRUE(isUtf8(xmlElementText(flipped, "Message"))) << i << ' ' << mask;
+    }
   }
 }
 
