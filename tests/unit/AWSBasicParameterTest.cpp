@@ -140,6 +140,7 @@ TEST(AWSBasicParameterConvert, BooleanBecomesOneOrZero) {
 TEST(AWSBasicParameterConvert, IntegralRealWithinTheRangeBecomesAnInt) {
   EXPECT_EQ(converted(3.0), integer(3));
   EXPECT_EQ(converted(-0x1p63), integer(kMinInt));
+  EXPECT_EQ(converted(-0.0), integer(0));
   EXPECT_EQ(converted(0x1p62), integer(std::int64_t{1} << 62));
 }
 

@@ -602,6 +602,23 @@ TEST_F(AWSConfigureTest, ScopeWithoutAConfigurationIsTrackedAndTheFetchSucceeds)
   EXPECT_THAT(platform_.mediator.trackedEvents(), ElementsAre(expected));
 }
 
+TEST_F(AWSConfigureTest, NothingCountsAsConfiguredUntilEveryScopeIsRegistered) {
+  // The scope without a configuration is the first one, so its report comes before the others.
+  backendGives({{"a bad one", record(kLater, "b", "moon-1")}, {"avatar", record(kLater)}});
+  bool configuredMeanwhile = true;
+  std::optional<std::string> uuidMeanwhile;
+  platform_.mediator.answer("Tracking_Event:parameters:", [&](const std::vector<Value>&) {
+    configuredMeanwhile = configure().configured;
+    uuidMeanwhile = configure().configUUID.load();
+    return Value();
+  });
+  EXPECT_TRUE(get("avatar").status.succeeded());
+  EXPECT_FALSE(configuredMeanwhile);
+  EXPECT_TRUE(configure().configured);
+  EXPECT_NE(uuidMeanwhile, std::nullopt);
+  EXPECT_EQ(uuidMeanwhile, configure().configUUID.load());
+}
+
 TEST_F(AWSConfigureTest, UnknownRegionIsLeftToTheStoreToAccept) {
   platform_.objectStore.acceptUnknownRegion();
   backendGives({{"avatar", record(kLater, "b", "moon-1")}});
