@@ -7,8 +7,8 @@
 //     qx::Platform::install(platform.seams());
 //     platform.runMainQueue();
 //
-// Threads: made and installed by one thread. It owns the HTTP engine's thread, the global queue's
-// pool and the reachability thread; they end with it.
+// Threads: made and installed by one thread. It owns the HTTP engine's thread, the threads of the
+// queues and timers, and the reachability thread; they end with it.
 // Ownership: must outlive all work of the library; a host keeps it until the process ends.
 #pragma once
 
@@ -42,7 +42,7 @@ struct LinuxSettings {
   std::optional<std::string> proxy = {};
   std::optional<std::string> noProxy = {};
   /// Host names or addresses; the network counts as reachable when there is a route towards one of
-  /// them. Empty: when there is any route beyond this machine.
+  /// them, loopback included. Empty: when an interface other than loopback is up with an address.
   std::vector<std::string> reachabilityHosts = {};
   /// Hands work to the host's own main loop, which runs it one by one on the main thread. Absent:
   /// the host calls runMainQueue().
