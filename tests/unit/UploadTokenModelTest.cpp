@@ -44,6 +44,12 @@ TEST(UploadTokenModel, RecordOfEightMembersDecodes) {
   EXPECT_EQ(model->downloadUrlPrefix, "https://cdn.test");
 }
 
+TEST(UploadTokenModel, FieldsAreGivenInTheOrderOfTheRecord) {
+  const UploadTokenModel model{"AKID",   "shh-secret", "shh-token", Date{1700000000},
+                               "photos", "eu-north-1", "users/1",   "https://cdn.test"};
+  EXPECT_EQ(model, *decode(record()));
+}
+
 TEST(UploadTokenModel, UnknownMembersAreIgnored) {
   Dictionary more = record();
   more["endpoint"] = "https://elsewhere.test";
