@@ -27,6 +27,8 @@ using Time = SteadyClock::time_point;
 /// connections than a server likes, and a stalled server holds up nobody else.
 constexpr std::size_t kMaxActivePerHost = 32;
 constexpr std::size_t kMaxIdleHandles = 32;
+/// libcurl's own limit, four per transfer under way, closes connections whenever a burst ends.
+constexpr long kMaxIdleConnections = 32;
 /// From here on a body asks first with "Expect: 100-continue": one round trip against sending it in
 /// vain.
 constexpr std::int64_t kExpectFrom = std::int64_t{1} << 20;
@@ -124,12 +126,12 @@ std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& he
   if (hostPart(url).size() == scheme + 3 || url.size() > kLongestUrl) {
     return transportError(CURLE_URL_MALFORMAT, "the URL has no host or is too long");
   }
-  constexpr std::string_view kForbidden("\r\n\0", 3);
+  const auto breaksLine = [](char c) { return c == '\r' || c == '\n' || c == '\0'; };
   for (const auto& [name, value] : headers) {
     if (!isToken(name)) {
       return transportError(CURLE_BAD_FUNCTION_ARGUMENT, "a header name is not a token");
     }
-    if (value.find_first_of(kForbidden) != std::string::npos) {
+    if (std::any_of(value.begin(), value.end(), breaksLine)) {
       return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
                             "the header " + name + " holds a line break or NUL");
     }
@@ -292,6 +294,7 @@ class HttpEngine::Loop {
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatal("libcurl cannot start");
     multi_ = curl_multi_init();
     if (multi_ == nullptr) fatal("libcurl has no memory");
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMaxIdleConnections);
     thread_ = std::thread([this] { run(); });
   }
 
@@ -469,8 +472,8 @@ class HttpEngine::Loop {
     };
     for (const auto& [name, value] : request.headers) {
       line = name;
-      // libcurl's spelling of a field without a value; with a colon it would leave the field out.
-      line += value.empty() ? ";" : ": " + value;
+      // libcurl's spelling of a field with nothing but blanks; with a colon it would leave it out.
+      line += trimmed(value).empty() ? ";" : ": " + value;
       append(line.c_str());
     }
     if (transfer.bodySize < kExpectFrom) append("Expect:");

@@ -9,6 +9,7 @@
 
 #include "platform/linux/Delivery.h"
 #include "platform/linux/Multipart.h"
+#include "platform/linux/Redaction.h"
 #include "platform/linux/Rfc3339.h"
 #include "platform/linux/UriEncoding.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 /// When a message names no time and its manager neither.
 constexpr double kDefaultTimeoutSeconds = 60;
+constexpr const char* kTokenHeader = "ACCESS-TOKEN";
 
 class MessageEncoder : public APIEncoder {
  public:
@@ -125,14 +127,16 @@ class MessageManager : public QXMessageAPINetworkingManager {
         delivery->progress([progress, fraction] { progress(fraction); });
       };
     }
+    std::string token(valueOf(request.headers, kTokenHeader));
     environment_.engine.send(
         std::move(request),
         [delivery, message = std::move(message), completion = std::move(completion),
-         &json = environment_.json](HttpAnswer answer) mutable {
+         token = std::move(token), &json = environment_.json](HttpAnswer answer) mutable {
           // Decoding belongs on the completion queue: the engine's thread moves others' bytes.
-          delivery->finish([message = std::move(message), completion = std::move(completion), &json,
-                            answer = std::move(answer)] {
-            const QXNetworkingResponse response = responseOf(*message, answer, json);
+          delivery->finish([message = std::move(message), completion = std::move(completion),
+                            token = std::move(token), &json, answer = std::move(answer)] {
+            QXNetworkingResponse response = responseOf(*message, answer, json);
+            if (response.error) leaveOut(response.error->description, token);
             if (completion) completion(response);
           });
         });
@@ -191,7 +195,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
       toSign.pathAndQuery = path;
       toSign.time = static_cast<std::int64_t>(std::floor(environment_.clock.now()));
       toSign.body = signedBody;
-      toSign.accessToken = valueOf(request.headers, "ACCESS-TOKEN");
+      toSign.accessToken = valueOf(request.headers, kTokenHeader);
       request.headers.push_back(environment_.signer(toSign));
     }
     return request;

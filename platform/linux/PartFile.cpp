@@ -22,7 +22,10 @@ Error fileError(const std::string& path, int code) {
 }  // namespace
 
 Result<PartFile> PartFile::create(std::string path) {
-  std::string part = path + "." + makeBoundary() + ".part";
+  // A path cut off at a NUL would be another file.
+  if (path.find('\0') != std::string::npos) return fileError(path.c_str(), EINVAL);
+  // Not the destination's name and more: that may be as long as a name can be.
+  std::string part = path.substr(0, path.rfind('/') + 1) + "." + makeBoundary() + ".part";
   const int file = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0) return fileError(path, errno);
   return PartFile(std::move(path), std::move(part), file);

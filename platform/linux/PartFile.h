@@ -14,7 +14,7 @@ namespace qx {
 /// Errors: domain "ObjectStore"; code 4 when the folder is missing, else 0.
 class PartFile {
  public:
-  /// Makes "<path>.<random>.part", for this user alone (0600).
+  /// Makes ".<random>.part" in the folder of `path`, for this user alone (0600).
   static Result<PartFile> create(std::string path);
   PartFile(PartFile&& other) noexcept;
   PartFile& operator=(PartFile&&) = delete;

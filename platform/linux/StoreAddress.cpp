@@ -145,7 +145,8 @@ std::optional<StoreAddress> redirectedAddress(const StoreEndpoint& endpoint,
   // Another port of the same host can be anybody's; TLS at its own port is the store's.
   const bool samePort = to->scheme == endpoint.scheme && to->port == endpoint.port;
   if (!samePort && !(to->scheme == "https" && !to->port)) return std::nullopt;
-  const bool bucketInHost = to->host.starts_with(bucket + ".") && to->host != endpoint.host;
+  const bool bucketInHost = to->host.starts_with(bucket + ".") &&
+                            isSameStore(endpoint, bucket, to->host.substr(bucket.size() + 1));
   if (bucketInHost) return StoreAddress{to->scheme, to->authority(), "/" + encodedKey};
   return StoreAddress{to->scheme, to->authority(), "/" + percentEncode(bucket) + "/" + encodedKey};
 }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "platform/linux/Redaction.h"
+
 namespace qx {
 namespace {
 
@@ -48,7 +50,7 @@ std::optional<std::uint32_t> entity(std::string_view name) {
 
 std::string resolved(std::string_view text) {
   std::string plain;
-  while (!text.empty() && plain.size() < kMostText) {
+  while (!text.empty()) {
     if (text.front() == '&') {
       const std::size_t end = text.substr(0, 12).find(';');
       const auto c = end == std::string_view::npos ? std::nullopt : entity(text.substr(1, end - 1));
@@ -107,23 +109,13 @@ std::string printable(std::string_view text) {
   return line;
 }
 
-void leaveOut(std::string& text, std::string_view secret) {
-  // Shorter texts occur by chance.
-  if (secret.size() < 4) return;
-  for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
-    text.replace(at, secret.size(), "...");
-    at += 3;
-  }
-}
-
 std::int64_t codeOf(int status) {
   const int family = status / 100;
   return family >= 3 && family <= 5 ? family - 2 : 0;
 }
 
-}  // namespace
-
-std::string xmlElementText(std::string_view xml, std::string_view name) {
+/// The element's text as the store wrote it, entities resolved.
+std::string elementText(std::string_view xml, std::string_view name) {
   xml = xml.substr(0, kMostXml);
   const std::string open = "<" + std::string(name) + ">";
   const std::size_t start = xml.find(open);
@@ -132,15 +124,27 @@ std::string xmlElementText(std::string_view xml, std::string_view name) {
   const std::size_t end = xml.find('<');
   if (end == std::string_view::npos) return {};
   if (!xml.substr(end).starts_with("</" + std::string(name) + ">")) return {};
-  return printable(resolved(xml.substr(0, end)));
+  return resolved(xml.substr(0, end));
+}
+
+}  // namespace
+
+std::string xmlElementText(std::string_view xml, std::string_view name) {
+  return printable(elementText(xml, name));
 }
 
 Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets) {
-  const std::string code = xmlElementText(answer.body, "Code");
-  const std::string message = xmlElementText(answer.body, "Message");
-  std::string requestId = xmlElementText(answer.body, "RequestId");
+  // Secrets go before the text is cut, so that no part of one stays at its end.
+  const auto withoutSecrets = [&secrets](std::string text) {
+    for (const std::string_view secret : secrets) leaveOut(text, secret);
+    return printable(text);
+  };
+  const std::string code = withoutSecrets(elementText(answer.body, "Code"));
+  const std::string message = withoutSecrets(elementText(answer.body, "Message"));
+  std::string requestId = withoutSecrets(elementText(answer.body, "RequestId"));
   if (requestId.empty()) {
-    requestId = printable(answer.header("x-amz-request-id").value_or(std::string_view()));
+    requestId =
+        withoutSecrets(std::string(answer.header("x-amz-request-id").value_or(std::string_view())));
   }
   const std::string status = "HTTP " + std::to_string(answer.status);
   const std::string id = requestId.empty() ? "" : "request id " + requestId;
@@ -152,7 +156,6 @@ Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& 
   } else {
     description = said + " (" + status + (id.empty() ? "" : ", " + id) + ")";
   }
-  for (const std::string_view secret : secrets) leaveOut(description, secret);
   return {"ObjectStore", codeOf(answer.status), std::move(description)};
 }
 

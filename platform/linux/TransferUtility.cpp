@@ -161,6 +161,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     headers.emplace_back(
         "authorization",
         context_->signer.authorization(toSign, time, credentials.accessKey, credentials.secretKey));
+    signature_ = headers.back().second.substr(headers.back().second.rfind('=') + 1);
     return headers;
   }
 
@@ -182,8 +183,8 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     if (isPassing(answer.status) && again(retryDelay(answer))) return;
     if (clockCorrected(answer)) return;
     const auto& credentials = configuration_->credentials;
-    finish(storeError(answer,
-                      {credentials.accessKey, credentials.secretKey, credentials.sessionToken}));
+    finish(storeError(answer, {credentials.accessKey, credentials.secretKey,
+                               credentials.sessionToken, signature_}));
   }
 
   void succeeded(const HttpAnswer& answer) {
@@ -276,6 +277,8 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   StoreAddress address_;
   std::string region_;
   std::string hash_;
+  /// Of the attempt under way; the store may repeat it when it refuses.
+  std::string signature_;
   int attemptsLeft_;
   double secondsLeft_;
   double backoff_ = 0;

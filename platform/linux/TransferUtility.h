@@ -5,7 +5,8 @@
 // configuration's limits.
 //
 // Threads: as in ObjectStore.h; completions and progress run on the context's queue. Payloads that
-// have to be hashed are hashed there too, never on the caller's or the engine's thread.
+// have to be hashed are hashed there too, but for small ones that cost the caller less than the way
+// there; never on the engine's thread.
 #pragma once
 
 #include <atomic>

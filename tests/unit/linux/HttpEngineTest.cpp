@@ -182,6 +182,15 @@ TEST(HttpEngine, HeaderWithoutValueIsSentEmpty) {
   EXPECT_EQ(server.requests()[0].headers.at("x-empty"), "");
 }
 
+TEST(HttpEngine, HeaderOfBlanksIsSentEmptyAndNotLeftOut) {
+  ScriptedServer server({Turn()});
+  HttpEngine engine({});
+  HttpRequest request = get(server.url() + "/");
+  request.headers = {{"X-Blank", "  \t"}};
+  exchange(engine, std::move(request));
+  EXPECT_EQ(server.requests()[0].headers.at("x-blank"), "");
+}
+
 TEST(HttpEngine, HeaderInjectionIsRefusedBeforeAnythingIsSent) {
   ScriptedServer server({Turn()});
   HttpEngine engine({});

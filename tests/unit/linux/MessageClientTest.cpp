@@ -189,6 +189,11 @@ TEST_F(MessageClientTest, BackendsErrorRecordGivesTheDescription) {
   EXPECT_EQ(response.value, nullptr);
 }
 
+TEST_F(MessageClientTest, TokenThatTheBackendRepeatsStaysOutOfTheError) {
+  ScriptedServer server({answerWith(401, R"({"code":1000,"message":"bad token the-token!"})")});
+  EXPECT_EQ(send(server.url(), message_).error->description, "bad token ...!");
+}
+
 TEST_F(MessageClientTest, StatusIsTheDescriptionWithoutAWholeErrorRecord) {
   for (const char* body : {"", "<html>", "[]", R"({"message":"m"})", R"({"code":1000})",
                            R"({"code":"1000","message":"m"})", R"({"code":1000,"message":5})"}) {

@@ -78,6 +78,14 @@ TEST(StoreRedirect, StaysWithinTheStore) {
             "https://s3.dualstack.ap-east-1.example.com/bucket/k");
 }
 
+TEST(StoreRedirect, BucketNamedLikeTheServiceIsNotTakenForAPartOfTheHost) {
+  const StoreEndpoint from = endpoint("https://s3.example.com");
+  const auto address = redirectedAddress(from, addressOf(from, "s3", "k"), "s3", "k",
+                                         "https://s3.eu-west-1.example.com/s3/k");
+  ASSERT_TRUE(address);
+  EXPECT_EQ(address->url(), "https://s3.eu-west-1.example.com/s3/k");
+}
+
 TEST(StoreRedirect, NeverLeavesTheStore) {
   constexpr std::string_view kStore = "https://s3.example.com";
   for (const char* target :

@@ -72,6 +72,22 @@ class TransferUtilityTest : public ::testing::Test {
     return promise.get_future().get();
   }
 
+  /// By way of a proxy, which sees what is sent to a host that there is not.
+  std::optional<Error> uploadThrough(const ScriptedServer& proxy, const std::string& endpoint,
+                                     const std::string& bucket) {
+    HttpEngine engine({std::nullopt, proxy.url(), std::nullopt});
+    LinuxObjectStore store(engine, dispatch_.globalQueue(), clock_, endpoint);
+    store.registerS3TransferUtility(
+        store.makeServiceConfiguration(AWSRegionType{25}, {endpoint}, {"AKID", "secret", "token"})
+            .value(),
+        "key");
+    std::promise<std::optional<Error>> promise;
+    store.S3TransferUtilityForKey("key")->uploadData(
+        Data(std::string("payload")), bucket, "a b", "",
+        [&](const auto& error) { promise.set_value(error); });
+    return promise.get_future().get();
+  }
+
   struct Downloaded {
     std::optional<Url> url;
     std::optional<Error> error;
@@ -185,6 +201,32 @@ TEST_F(TransferUtilityTest, EmptyKeyNeverReachesTheBucketItself) {
   EXPECT_EQ(server.connections(), 0u);
 }
 
+// ---- Addressing
+
+TEST_F(TransferUtilityTest, AtANameTheBucketIsPartOfTheHost) {
+  ScriptedServer proxy({Turn()});
+  EXPECT_EQ(uploadThrough(proxy, "http://s3.amazonaws.com", "bucket"), std::nullopt);
+  const SeenRequest request = proxy.requests()[0];
+  EXPECT_EQ(request.target, "http://bucket.s3.amazonaws.com/a%20b");
+  EXPECT_EQ(request.headers.at("host"), "bucket.s3.amazonaws.com");
+}
+
+TEST_F(TransferUtilityTest, OverTlsADottedBucketStaysOutOfTheHost) {
+  for (const auto& [bucket, host] : std::vector<std::pair<std::string, std::string>>{
+           {"bucket", "bucket.s3.amazonaws.com:443"}, {"dotted.bucket", "s3.amazonaws.com:443"}}) {
+    ScriptedServer proxy({answerWith(502)});
+    const auto error = uploadThrough(proxy, "https://s3.amazonaws.com", bucket);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, "Transport");
+    const SeenRequest request = proxy.requests()[0];
+    EXPECT_EQ(request.method, "CONNECT");
+    EXPECT_EQ(request.target, host);
+    // The proxy learns the host and no more.
+    EXPECT_EQ(request.headers.count("authorization"), 0u);
+    EXPECT_EQ(request.headers.count("x-amz-security-token"), 0u);
+  }
+}
+
 // ---- Errors
 
 TEST_F(TransferUtilityTest, StoreErrorsCarryTheFamilyOfTheirStatus) {
@@ -208,6 +250,18 @@ TEST_F(TransferUtilityTest, CredentialsThatTheStoreRepeatsStayOutOfTheError) {
       403, "<Error><Code>X</Code><Message>the-token the-secret AKID</Message></Error>")});
   const auto error = upload(server.url());
   EXPECT_EQ(error->description, "X: ... ... ... (HTTP 403)");
+}
+
+TEST_F(TransferUtilityTest, SignatureThatTheStoreRepeatsStaysOutOfTheError) {
+  // The clock and the host stand still, so both uploads are signed alike.
+  ScriptedServer first({Turn()});
+  uploadThrough(first, "http://s3.amazonaws.com", "bucket");
+  std::string signature = first.requests()[0].headers.at("authorization");
+  signature.erase(0, signature.rfind('=') + 1);
+  ASSERT_EQ(signature.size(), 64u);
+  ScriptedServer second({errorRecord(403, "Not " + signature)});
+  const auto error = uploadThrough(second, "http://s3.amazonaws.com", "bucket");
+  EXPECT_EQ(error->description, "Not ...: said (HTTP 403, request id R1)");
 }
 
 TEST_F(TransferUtilityTest, HugeErrorBodyKeepsItsStatus) {
@@ -424,6 +478,23 @@ TEST_F(TransferUtilityTest, MissingFolderIsCodeFour) {
   const Downloaded downloaded = download(server.url(), path("none/file"));
   EXPECT_EQ(downloaded.error->domain, "ObjectStore");
   EXPECT_EQ(downloaded.error->code, 4);
+  EXPECT_EQ(server.connections(), 0u);
+}
+
+TEST_F(TransferUtilityTest, NameAsLongAsAFileMayHaveIsNoObstacle) {
+  ScriptedServer server({answerWith(200, "x")});
+  const std::string name(255, 'n');
+  EXPECT_EQ(download(server.url(), path(name)).error, std::nullopt);
+  EXPECT_THAT(names(), ElementsAre(name));
+}
+
+TEST_F(TransferUtilityTest, PathWithANulIsRefusedAndNothingWritten) {
+  ScriptedServer server({answerWith(200, "x")});
+  std::ofstream(path("file")) << "earlier";
+  const auto error = download(server.url(), path(std::string("file\0.jpg", 9))).error;
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, "ObjectStore");
+  EXPECT_EQ(content(path("file")), "earlier");
   EXPECT_EQ(server.connections(), 0u);
 }
 
