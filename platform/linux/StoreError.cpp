@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "platform/Utf8.h"
 #include "platform/linux/Redaction.h"
 
 namespace qx {
@@ -66,45 +67,21 @@ std::string resolved(std::string_view text) {
   return plain;
 }
 
-/// The length of the UTF-8 sequence at the start of `text`, 0 when it is broken.
-std::size_t sequenceLength(std::string_view text) {
-  const auto byte = [&](std::size_t i) -> unsigned {
-    return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
-  };
-  const auto follows = [&](std::size_t i) { return (byte(i) & 0xc0) == 0x80; };
-  const unsigned first = byte(0);
-  if (first < 0x80) return 1;
-  if (first >= 0xc2 && first <= 0xdf) return follows(1) ? 2 : 0;
-  if (first >= 0xe0 && first <= 0xef) {
-    const bool valid = follows(1) && follows(2) && !(first == 0xe0 && byte(1) < 0xa0) &&
-                       !(first == 0xed && byte(1) > 0x9f);
-    return valid ? 3 : 0;
-  }
-  if (first >= 0xf0 && first <= 0xf4) {
-    const bool valid = follows(1) && follows(2) && follows(3) &&
-                       !(first == 0xf0 && byte(1) < 0x90) && !(first == 0xf4 && byte(1) > 0x8f);
-    return valid ? 4 : 0;
-  }
-  return 0;
-}
-
 /// One line of valid UTF-8.
 std::string printable(std::string_view text) {
   std::string line;
-  while (!text.empty() && line.size() < kMostText) {
-    const std::size_t length = sequenceLength(text);
-    const auto first = static_cast<unsigned char>(text.front());
-    if (length == 0) {
-      line += '?';
-      text.remove_prefix(1);
-    } else {
-      if (first < ' ' || first == 0x7f) {
-        line += ' ';
-      } else {
-        line += text.substr(0, length);
-      }
-      text.remove_prefix(length);
+  while (!text.empty()) {
+    const std::string_view before = text;
+    const auto character = takeUtf8Character(text);
+    if (!character) text.remove_prefix(1);
+    std::string_view shown = before.substr(0, before.size() - text.size());
+    if (!character) {
+      shown = "?";
+    } else if (*character < ' ' || *character == 0x7f) {
+      shown = " ";
     }
+    if (line.size() + shown.size() > kMostText) break;
+    line += shown;
   }
   return line;
 }
