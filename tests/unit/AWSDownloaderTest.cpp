@@ -1,6 +1,7 @@
 #include "Classes/AWSDownloader.h"
 
 #include <cstdint>
+#include <ostream>
 
 #include "unit/UploadFixture.h"
 
@@ -143,6 +144,9 @@ TEST_F(AWSDownloaderTest, CacheDirectoryThatCannotBeMadeDoesNotStopTheDownload) 
 struct KeyOfUrl {
   const char* url;
   const char* filename;
+  friend std::ostream& operator<<(std::ostream& out, const KeyOfUrl& each) {
+    return out << each.url;
+  }
 };
 
 class DownloadUrl : public AWSDownloaderTest, public testing::WithParamInterface<KeyOfUrl> {};

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "fakes/FakePlatform.h"
 
 namespace qx {
@@ -154,6 +156,9 @@ struct Incomplete {
   const char* key;
   /// Nothing: the key is absent.
   std::optional<AWSBasicParameter> value;
+  friend std::ostream& operator<<(std::ostream& out, const Incomplete& item) {
+    return out << item.key << (item.value ? " = " + item.value->toString() : " absent");
+  }
 };
 
 class IncompleteItem : public AWSTrackingTest, public testing::WithParamInterface<Incomplete> {
@@ -316,6 +321,10 @@ struct FirstUpload {
   bool succeeded;
   std::int64_t uploadCount;
   bool isFirst;
+  friend std::ostream& operator<<(std::ostream& out, const FirstUpload& attempt) {
+    return out << (attempt.succeeded ? "success" : "failure") << " at count "
+               << attempt.uploadCount;
+  }
 };
 
 class FirstUploadMode : public AttemptTracking, public testing::WithParamInterface<FirstUpload> {};

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <ostream>
 #include <thread>
 
 #include "Classes/AWSUploader.h"
@@ -362,6 +363,10 @@ struct Missing {
   /// Null: the key is absent.
   Value value;
   const char* message;
+  friend std::ostream& operator<<(std::ostream& out, const Missing& missing) {
+    return out << missing.key << (missing.value.isNull() ? " absent: " : " unusable: ")
+               << missing.message;
+  }
 };
 
 class UploadMissing : public TargetUploaderTest, public testing::WithParamInterface<Missing> {};

@@ -1,6 +1,7 @@
 #include "Classes/TaskExecutor.h"
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <tuple>
 
@@ -567,6 +568,9 @@ struct GeneratedId {
   std::optional<std::string> userId;
   double now;
   std::int64_t expected;
+  friend std::ostream& operator<<(std::ostream& out, const GeneratedId& id) {
+    return out << "user " << id.userId.value_or("none") << " at " << std::to_string(id.now);
+  }
 };
 
 class GenerataItemId : public UploadFixture, public testing::WithParamInterface<GeneratedId> {};
