@@ -482,6 +482,24 @@ TEST_F(TaskExecutorTest, CallbackIsStillSetWhileItRuns) {
   EXPECT_FALSE(executor->complete);
 }
 
+TEST_F(TaskExecutorTest, CallbackThatClearsItselfLivesOnUntilItReturns) {
+  const auto token = std::make_shared<int>(0);
+  const auto executor = make(dataTask({{"itemId", "1"}}));
+  long heldMeanwhile = 0;
+  executor->complete = [token, &heldMeanwhile](const std::shared_ptr<TaskExecutor>& reporter,
+                                               const auto&, const auto&, std::int64_t) {
+    // Locals, for a closure that goes too early takes its captures along.
+    long& held = heldMeanwhile;
+    const std::weak_ptr<int> watched = token;
+    reporter->complete = nullptr;
+    held = watched.use_count();
+  };
+  executor->execute();
+  run();
+  EXPECT_EQ(heldMeanwhile, 2) << "by the test and by the callback";
+  EXPECT_EQ(token.use_count(), 1);
+}
+
 TEST_F(TaskExecutorTest, HostThatAnswersTwiceIsHeardOnce) {
   platform.mediator.answer(
       kLongId, FakeMediator::Answer([](const std::vector<Value>& arguments) {
