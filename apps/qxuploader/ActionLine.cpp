@@ -31,23 +31,20 @@ std::string actionName(std::string_view name) {
 
 Result<Dictionary> actionParameters(const std::string& action, const Dictionary& params,
                                     const CallbackMaker& callback) {
-  Dictionary result;
-  for (const auto& [key, value] : params) {
-    const Dictionary* special = value.asDictionary();
-    if (special == nullptr) {
-      result[key] = value;
-    } else if (const auto path = onlyText(*special, "file")) {
+  Dictionary result = params;
+  for (auto& [key, value] : result) {
+    if (!value.asDictionary()) continue;
+    const Dictionary special = *value.asDictionary();
+    if (const auto path = onlyText(special, "file")) {
       auto bytes = readWholeFile(*path);
       if (!bytes) return wrong(key, *path + ": " + bytes.error().description);
-      result[key] = *std::move(bytes);
-    } else if (const auto text = onlyText(*special, "base64")) {
+      value = *std::move(bytes);
+    } else if (const auto text = onlyText(special, "base64")) {
       auto bytes = fromBase64(*text);
       if (!bytes) return wrong(key, "not base64");
-      result[key] = Data(*std::move(bytes));
-    } else if (const auto name = onlyText(*special, "callback")) {
-      result[key] = callback(action, key, *name);
-    } else {
-      result[key] = value;
+      value = Data(*std::move(bytes));
+    } else if (const auto name = onlyText(special, "callback")) {
+      value = callback(action, key, *name);
     }
   }
   return result;

@@ -152,18 +152,20 @@ Value ActionsCommand::makeCallback(const std::string& action, const std::string&
                                    const std::string& name) {
   if (action == "Action_Upload:" && key == "complete") {
     return Value::callback<HostUploadComplete>([this, name,
-                                                expectation = std::make_shared<Expectation>(
-                                                    *this, name)](std::optional<std::string> url,
-                                                                  std::int64_t itemId,
-                                                                  std::optional<Error> error) {
+                                                expectation =
+                                                    std::make_shared<Expectation>(*this, name)](
+                                                   const std::optional<std::string>& url,
+                                                   std::int64_t itemId,
+                                                   const std::optional<Error>& error) {
       called(name, {{"url", textOrNull(url)}, {"itemId", itemId}, {"error", errorOrNull(error)}});
       expectation->met();
     });
   }
   if (action == "Action_RegisterBackground:" && key == "callback") {
     return Value::callback<HostBackgroundCallback>(
-        [this, name](std::string scope, std::optional<std::string> url,
-                     std::map<std::string, std::string> extra, std::optional<Error> error) {
+        [this, name](const std::string& scope, const std::optional<std::string>& url,
+                     const std::map<std::string, std::string>& extra,
+                     const std::optional<Error>& error) {
           called(name, {{"scope", scope},
                         {"url", textOrNull(url)},
                         {"extra", extra},
@@ -178,7 +180,7 @@ Value ActionsCommand::makeCallback(const std::string& action, const std::string&
   if (action == "Action_Download:" && key == "complete") {
     return Value::callback<HostDownloadComplete>(
         [this, name, expectation = std::make_shared<Expectation>(*this, name)](
-            std::optional<Url> location, std::optional<Error> error) {
+            const std::optional<Url>& location, const std::optional<Error>& error) {
           called(name, {{"location", location ? Event(location->text()) : Event()},
                         {"error", errorOrNull(error)}});
           expectation->met();

@@ -72,13 +72,14 @@ void BackgroundRun::open() {
                  " of an earlier run");
     }
   }
-  host().perform("Action_RegisterBackground:",
-                 {{"callback", Value::callback<HostBackgroundCallback>(
-                                   [this](std::string scope, std::optional<std::string> url,
-                                          std::map<std::string, std::string> extra,
-                                          std::optional<Error> error) {
-                                     host().post([=, this] { ended(scope, url, extra, error); });
-                                   })}});
+  host().perform(
+      "Action_RegisterBackground:",
+      {{"callback", Value::callback<HostBackgroundCallback>(
+                        [this](const std::string& scope, const std::optional<std::string>& url,
+                               const std::map<std::string, std::string>& extra,
+                               const std::optional<Error>& error) {
+                          host().post([=, this] { ended(scope, url, extra, error); });
+                        })}});
   host().perform("Action_SetMaxBackgroundConcurrent:", {{"count", limit_}});
   host().setUp(false, !context().forget);
   lastOutcome_ = now();

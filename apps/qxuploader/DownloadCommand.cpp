@@ -63,11 +63,11 @@ void DownloadCommand::startNext() {
          {"progress", Value::callback<HostDownloadProgress>([this, index = current_](double part) {
             if (index == current_ && running_) showProgress(part);
           })},
-         {"complete",
-          Value::callback<HostDownloadComplete>(
-              [this, index = current_](std::optional<Url> location, std::optional<Error> error) {
-                host().post([=, this] { ended(index, location, error); });
-              })}});
+         {"complete", Value::callback<HostDownloadComplete>(
+                          [this, index = current_](const std::optional<Url>& location,
+                                                   const std::optional<Error>& error) {
+                            host().post([=, this] { ended(index, location, error); });
+                          })}});
     return;
   }
   finish(failed_ == 0 ? kAllDone : kSomeFailed);

@@ -59,10 +59,10 @@ void warnAboutReadableSecrets(const std::string& path) {
 }
 
 std::optional<SettingsFault> check(const Settings& settings) {
-  const auto environment = settings.get("environment");
+  const std::string environment = settings.get("environment").value_or("");
   if (environment != "production" && environment != "test") {
     return SettingsFault{settings.entry("environment").origin + ": environment is \"" +
-                         *environment + "\", not production or test"};
+                         environment + "\", not production or test"};
   }
   return std::nullopt;
 }

@@ -71,8 +71,8 @@ void UploadCommand::start(const std::string& file) {
     parameters["fields"] = std::move(fields);
   }
   parameters["complete"] = Value::callback<HostUploadComplete>(
-      [this, file](std::optional<std::string> url, std::int64_t itemId,
-                   std::optional<Error> error) {
+      [this, file](const std::optional<std::string>& url, std::int64_t itemId,
+                   const std::optional<Error>& error) {
         host().post([=, this] { ended(file, url, itemId, error); });
       });
   host().perform("Action_Upload:", parameters);

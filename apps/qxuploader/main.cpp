@@ -49,7 +49,7 @@ const CLI::Validator kField(
       const std::size_t equals = text.find('=');
       return equals == std::string::npos || equals == 0 ? "\"" + text + "\" is not KEY=VALUE" : "";
     },
-    "KEY=VALUE", "field");
+    "", "field");
 
 void addSettings(CLI::App& app, CommandLine& line) {
   for (const SettingKey& setting : kSettings) {
@@ -91,7 +91,7 @@ void addUpload(CLI::App& app, CommandLine& line) {
   CLI::App* command = app.add_subcommand("upload", "upload files now and print their addresses");
   command->footer(example("qxuploader upload portrait.jpg --scope avatar --server-resize"));
   UploadOptions& options = line.upload;
-  command->add_option("FILE", options.files, "files to upload")->required();
+  command->add_option("FILE", options.files, "files to upload")->type_name("")->required();
   addScope(*command, options.scope);
   command->add_option("--item-id", options.item.itemId, "the item the files belong to")
       ->type_name("N");
@@ -119,7 +119,7 @@ void addBackground(CLI::App& app, CommandLine& line) {
   command->footer(example("qxuploader background holiday/ --scope item-image --wait") +
                   "\nGo on with what earlier runs stored:\n  qxuploader background --wait");
   BackgroundOptions& options = line.background;
-  command->add_option("FILE", options.paths, "files, or directories with files");
+  command->add_option("FILE", options.paths, "files, or directories with files")->type_name("");
   addScope(*command, options.scope, false);
   addConcurrent(*command, options.concurrent);
   command->add_flag("--wait", options.wait,
@@ -134,7 +134,7 @@ void addBackgroundImage(CLI::App& app, CommandLine& line) {
   command->footer(
       example("qxuploader background-image front.jpg --scope item-image --item-id 17 --tag blue"));
   BackgroundOptions& options = line.image;
-  command->add_option("FILE", options.paths, "images")->required();
+  command->add_option("FILE", options.paths, "images")->type_name("")->required();
   addScope(*command, options.scope);
   command->add_option("--item-id", line.imageItem.itemId, "the item the images belong to")
       ->type_name("N")
@@ -156,7 +156,9 @@ void addDownload(CLI::App& app, CommandLine& line) {
       example("qxuploader download https://store.example.com/photos/a.jpg --scope avatar "
               "--output ."));
   DownloadOptions& options = line.download;
-  command->add_option("URL", options.urls, "addresses as the upload printed them")->required();
+  command->add_option("URL", options.urls, "addresses as the upload printed them")
+      ->type_name("")
+      ->required();
   addScope(*command, options.scope);
   command
       ->add_option("--output", options.output,
@@ -172,6 +174,7 @@ void addOthers(CLI::App& app, CommandLine& line) {
   CLI::App* watch = app.add_subcommand("watch", "upload each new image of a directory");
   watch->footer(example("qxuploader watch ~/camera --scope item-image"));
   watch->add_option("DIR", line.watch.directory, "the directory")
+      ->type_name("")
       ->required()
       ->check(CLI::ExistingDirectory);
   addScope(*watch, line.watch.scope);

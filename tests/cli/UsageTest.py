@@ -1,6 +1,7 @@
 """Wrong flags, help, and that manual and completions know every option."""
 import pathlib
 import re
+import subprocess
 import unittest
 
 from Support import ProgramTest
@@ -67,6 +68,23 @@ class Usage(ProgramTest):
         for option in options:
             for text in (manual, *completions):
                 self.assertRegex(text, re.escape(option) + r"\b")
+
+    def completed(self, *words):
+        script = (f'source "{APP}/completions/qxuploader.bash"; COMP_WORDS=("$@"); '
+                  'COMP_CWORD=$(($# - 1)); compopt() { :; }; _qxuploader; printf "%s\\n" "${COMPREPLY[@]}"')
+        done = subprocess.run(["bash", "-c", script, "bash", "qxuploader", *words], text=True,
+                              capture_output=True, check=True, cwd=self.home)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def testBashCompletes(self):
+        self.assertEqual(self.completed("back"), ["background", "background-image"])
+        self.assertEqual(set(self.completed("")) & set(COMMANDS), set(COMMANDS))
+        self.assertEqual(self.completed("upload", "--server"), ["--server-resize"])
+        self.assertEqual(self.completed("download", "--server"), [])
+        self.assertEqual(self.completed("config", "--environment", "t"), ["test"])
+        self.file("photo.jpg")
+        self.assertEqual(self.completed("upload", "ph"), ["photo.jpg"])
 
     def testUnreadableFilesAreNamedAndTheOthersGoOn(self):
         folder = self.home / "folder"
