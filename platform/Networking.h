@@ -1,8 +1,8 @@
 // The networking layer: backend messages, the upload server's multipart requests, reachability.
 //
-// Threads: every operation may be called from any thread. Completions run once, on a thread of the
-// platform that is neither the caller's nor one that moves other transfers' bytes; never before the
-// call that takes them returns. They may block for as long as a file write takes.
+// Threads: every operation may be called from any thread. Completions run once, never inside the
+// call that takes them: on a thread of the platform that is not the caller's and moves no other
+// transfers' bytes. They may block for as long as a file write takes.
 // Errors: an HTTP answer that is no success of the message has the domain "QXNetworking" and the
 // HTTP status as code; a transfer that got no whole answer has the domain "Transport" and a code
 // outside AWSErrorCode. Descriptions never hold a header value, a token or a signature.

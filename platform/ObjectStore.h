@@ -3,7 +3,7 @@
 //
 // Threads: every operation may be called from any thread. Completions and progress blocks run on a
 // thread of the platform, as in Networking.h: once (progress: any number of times, in order, none
-// after the completion), never before the call that takes them returns.
+// after the completion), never inside the call that takes them.
 // Errors: domain "ObjectStore" for what the store said, with code 1 (a 3xx that ended the
 // transfer), 2 (4xx), 3 (5xx), 4 (a local file is missing) or 0 (anything else), and a description
 // that names the store's code and message, the HTTP status and the request id; domain "Transport",

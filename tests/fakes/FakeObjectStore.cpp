@@ -142,6 +142,7 @@ std::optional<AWSServiceConfiguration> FakeObjectStore::makeServiceConfiguration
   askedRegions_.push_back(region);
   if (refuseConfigurations_) return std::nullopt;
   if (region == AWSRegionType::unknown && !acceptUnknownRegion_) return std::nullopt;
+  if (!endpoint.urlString.starts_with("http")) return std::nullopt;
   AWSServiceConfiguration configuration;
   configuration.region = region;
   configuration.endpoint = std::move(endpoint);

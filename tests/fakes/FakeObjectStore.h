@@ -45,7 +45,8 @@ class FakeObjectStore : public ObjectStore {
   /// written, and the download fails with code 0.
   using FileWriter = std::function<bool(const std::string& path, const Data& bytes)>;
 
-  // ---- The script; without one every region but 0 yields a configuration, uploads succeed, and
+  // ---- The script; without one every region but 0 yields a configuration
+  // (if the endpoint is a URL), uploads succeed, and
   // downloads give what was put and fail with code 2 otherwise.
 
   /// No configuration from now on, whatever the region.
