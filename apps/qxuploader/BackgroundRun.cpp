@@ -204,6 +204,11 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
   if (finished()) return;
   lastOutcome_ = now();
   Item* item = find(idOf(extra));
+  if (item == nullptr && byId_.contains(idOf(extra))) {
+    // A second attempt of a task that has ended: the retry timer may find a task in the log before
+    // it is in the queue. It is the same object, so there is nothing new to tell.
+    return;
+  }
   if (item == nullptr) {
     // Stored by an earlier run and left out of account by --forget.
     add(idOf(extra), {.label = textIn(extra, kFileExtra), .ofThisRun = false});
