@@ -13,7 +13,7 @@ namespace qx::app {
 
 void HostAnswers::registerWith(Mediator& mediator) {
   const auto answer = [&](std::string selector, std::string name) {
-    mediator.answer(std::move(selector), [this, name] { return get(name); });
+    mediator.answer(std::move(selector), [this, name = std::move(name)] { return get(name); });
   };
   answer("Account_GetUserId", "userId");
   answer("Account_GetAccessToken", "token");
