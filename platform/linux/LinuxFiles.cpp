@@ -129,6 +129,19 @@ int writePlain(const std::string& path, std::span<const std::string_view> pieces
   return code;
 }
 
+/// Swaps two names, both of regular files, and removes what is then at `aside`. False when nothing
+/// was done. For content that need not be on the disk: ext4 writes out what replaces a file by
+/// rename(), and lets the caller wait for the previous write-out; it does neither here.
+bool swapNames(const std::string& aside, const std::string& path) {
+  struct stat status;
+  if (::lstat(path.c_str(), &status) < 0 || !S_ISREG(status.st_mode)) return false;
+  if (::renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) < 0) {
+    return false;
+  }
+  ::unlink(aside.c_str());
+  return true;
+}
+
 int writeAside(const std::string& path, std::span<const std::string_view> pieces,
                Durability durability) {
   static std::atomic<std::uint64_t> counter = 0;
@@ -146,7 +159,8 @@ int writeAside(const std::string& path, std::span<const std::string_view> pieces
     }
     break;
   }
-  if (::rename(aside.c_str(), path.c_str()) < 0) {
+  if ((durability == Durability::synced || !swapNames(aside, path)) &&
+      ::rename(aside.c_str(), path.c_str()) < 0) {
     const int code = errno;
     ::unlink(aside.c_str());
     return code;
