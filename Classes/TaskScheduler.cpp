@@ -87,6 +87,8 @@ void TaskScheduler::recordOutcome(Task& task, const AWSCallbackStatus& status) {
   }
   auto* const stored = dynamic_cast<FileTask*>(&task);
   if (stored == nullptr) return;
+  // It may have been queued twice, and gone for good since: it must not come back.
+  if (resumes_ && !taskStorage_->contains(stored->filename())) return;
   if (stored->uploadCount() == std::numeric_limits<std::int64_t>::max()) {
     fatal("the number of failed attempts of an upload overflows");
   }
@@ -129,7 +131,10 @@ void TaskScheduler::queueFollowing() {
   {
     MutexLock lock(followingLock_);
     while (!following_.empty() && next.size() < kMaxRetriedTasks) {
-      next.push_back(std::move(following_.front()));
+      // Unless it is gone since the list was read.
+      if (taskStorage_->contains(following_.front()->task->filename())) {
+        next.push_back(std::move(following_.front()));
+      }
       following_.pop_front();
     }
   }

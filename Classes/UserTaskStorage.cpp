@@ -1,9 +1,12 @@
 #include "Classes/UserTaskStorage.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <limits>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -17,6 +20,7 @@ namespace {
 
 constexpr std::string_view kRootDirectory = "aws-0011/";
 constexpr std::string_view kLogName = "logs.plist";
+constexpr std::string_view kAsideSuffix = ".damaged-";
 constexpr std::string_view kDictStart = "<dict>\n";
 constexpr std::string_view kDictEnd = "</dict>\n";
 
@@ -103,7 +107,10 @@ UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks)
     : userId_(std::move(userId)),
       durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
   createUserRootDir();
-  if (storedTasks == StoredTasks::resume) resumeLog();
+  if (storedTasks == StoredTasks::startEmpty) return;
+  const Resumed resumed = resumeLog(/*opening=*/true);
+  resumed_ = resumed != Resumed::no;
+  if (resumed == Resumed::changed) syncLog();
 }
 
 std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& userId) {
@@ -128,67 +135,98 @@ bool UserTaskStorage::isUsable(const std::string& filename, const AWSLogEntry& e
   return rebuilt && isDataFileName(filename) && rebuilt->filePath() == relativePath(filename);
 }
 
-void UserTaskStorage::resumeLog() {
-  if (!userDirPathExist()) return;
+UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
+  if (!userDirPathExist()) return Resumed::no;
   Files& files = Platform::current().files;
-  if (files.kind(logPath()) == PathKind::absent) return removeOrphans();
   const Result<Data> bytes = files.read(logPath());
-  // Without its log nobody knows which files matter.
-  if (!bytes) return;
+  // Any other error may hide a log that is there.
+  if (!bytes && bytes.error().code != ENOENT) return Resumed::no;
 
-  AWSLogMap entries = decodeLog(*bytes);
-  const ScannedLog scanned = scanLog(bytes->text());
-  bool intact = scanned.xml ? scanned.whole && scanned.entries.size() == entries.size()
-                            : !entries.empty() || decodesToDictionary(*bytes);
-  for (const auto& [filename, entry] : entries) intact = intact && isUsable(filename, entry);
-  if (!intact) {
-    AWSLogMap kept;
-    for (const std::string_view text : scanned.entries) {
-      for (auto& [filename, entry] : entriesOf(text)) {
-        if (isUsable(filename, entry)) kept.try_emplace(filename, std::move(entry));
-      }
+  AWSLogMap entries = bytes ? decodeLog(*bytes) : AWSLogMap();
+  bool intact = true;
+  std::size_t lost = 0;
+  if (bytes) {
+    const ScannedLog scanned = scanLog(bytes->text());
+    intact = scanned.xml ? scanned.whole && scanned.entries.size() == entries.size()
+                         : !entries.empty() || decodesToDictionary(*bytes);
+    for (const auto& [filename, entry] : entries) intact = intact && isUsable(filename, entry);
+    if (!intact) {
+      entries = wholeEntries(scanned, entries);
+      lost = std::max(scanned.marks, entries.size()) - entries.size();
     }
-    // A binary log comes as a whole or not at all.
-    if (!scanned.xml) {
-      for (auto& [filename, entry] : entries) {
-        if (isUsable(filename, entry)) kept.try_emplace(filename, std::move(entry));
-      }
-    }
-    entries = std::move(kept);
+  }
+  const std::string counts =
+      std::to_string(entries.size()) + " kept, " + std::to_string(lost) + " lost";
+
+  // An entry without its file is of a task that was just being deleted. Without the list of names
+  // nobody knows.
+  const Result<std::vector<std::string>> names = files.list(userDirPath());
+  bool changed = !intact;
+  if (names) {
+    const std::set<std::string_view> present(names->begin(), names->end());
+    changed |= std::erase_if(entries, [&](const auto& entry) {
+                 return !present.contains(entry.first);
+               }) > 0;
   }
   for (const auto& [filename, entry] : entries) {
     auto record = std::make_shared<Record>();
+    record->filename = filename;
     // Read from a log, so it reads back as it is.
     record->text = textOf(filename, entry);
-    if (!record->text) record->unread = entry;
+    if (record->text.empty()) record->unread = std::make_unique<const AWSLogEntry>(entry);
     MutexLock lock(stroageFileLock_);
-    change(filename, std::move(record));
+    if (!find(filename)) change(filename, std::move(record));
   }
-  if (intact) return removeOrphans();
 
-  // A copy, not a rename: the log is never absent, and a crash here finds all of this again. Data
-  // files without an entry stay until the next opening.
-  int number = 1;
-  const std::string aside = logPath() + ".damaged-";
-  while (files.kind(aside + std::to_string(number)) != PathKind::absent) ++number;
-  const std::string_view content = bytes->text();
-  if (files.write(aside + std::to_string(number), {&content, 1}, WriteMode::atomic, durability_)) {
-    return;
+  if (intact) {
+    if (opening && names) removeOrphans(*names);
+    return changed ? Resumed::changed : Resumed::asItStands;
   }
-  syncLog();
-  const std::size_t marks = std::max(scanned.marks, entries.size());
-  log(kLogError,
-      "[Error] damaged log set aside, " + std::to_string(entries.size()) + " kept, " +
-          std::to_string(marks - entries.size()) + " lost",
-      "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+  const bool aside = setAside(*bytes);
+  if (aside || opening) {
+    log(kLogError,
+        std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
+            counts,
+        "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+  }
+  return aside ? Resumed::changed : Resumed::no;
 }
 
-void UserTaskStorage::removeOrphans() {
+AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogMap& decoded) const {
+  AWSLogMap kept;
+  const auto keep = [&](const AWSLogMap& entries) {
+    for (const auto& [filename, entry] : entries) {
+      if (isUsable(filename, entry)) kept.try_emplace(filename, entry);
+    }
+  };
+  for (const std::string_view text : scanned.entries) keep(entriesOf(text));
+  // A binary log comes as a whole or not at all.
+  if (!scanned.xml) keep(decoded);
+  return kept;
+}
+
+bool UserTaskStorage::setAside(const Data& damagedLog) {
   Files& files = Platform::current().files;
-  const Result<std::vector<std::string>> names = files.list(userDirPath());
-  if (!names) return;
-  for (const std::string& name : *names) {
-    if (name.starts_with(kLogName) || find(name)) continue;
+  int number = 1;
+  const std::string aside = logPath() + std::string(kAsideSuffix);
+  while (files.kind(aside + std::to_string(number)) != PathKind::absent) ++number;
+  // A copy, not a rename: the log is never absent, and after a crash here the next opening finds
+  // it damaged as before.
+  const std::string_view content = damagedLog.text();
+  return !files.write(aside + std::to_string(number), {&content, 1}, WriteMode::atomic,
+                      durability_);
+}
+
+void UserTaskStorage::removeOrphans(const std::vector<std::string>& names) {
+  const std::string aside = std::string(kLogName) + std::string(kAsideSuffix);
+  const auto isAside = [&](const std::string& name) { return name.starts_with(aside); };
+  // Whoever looks into a damaged log may want the files it names.
+  if (std::ranges::any_of(names, isAside)) return;
+  Files& files = Platform::current().files;
+  for (const std::string& name : names) {
+    if (name == kLogName || find(name)) continue;
+    const bool unfinishedWrite = name.starts_with(".qx-") && name.ends_with(".tmp");
+    if (name.starts_with(".") && !unfinishedWrite) continue;
     const std::string path = userDirPath() + "/" + name;
     if (files.kind(path) == PathKind::file) files.remove(path);
   }
@@ -258,16 +296,15 @@ bool UserTaskStorage::storageLog(const FileTask& task) {
     MutexLock lock(stroageFileLock_);
     change(task.filename(), record);
   }
-  return record->text && syncLog();
+  return !record->text.empty() && syncLog();
 }
 
-std::optional<std::string> UserTaskStorage::textOf(const std::string& filename,
-                                                   const AWSLogEntry& entry) {
+std::string UserTaskStorage::textOf(const std::string& filename, const AWSLogEntry& entry) {
   PropertyLists& lists = Platform::current().propertyLists;
   const std::optional<std::string> name = lists.key(filename);
   const std::optional<std::string> dictionary = lists.element(valueOf(entry));
-  if (!name || !dictionary) return std::nullopt;
   std::string text;
+  if (!name || !dictionary) return text;
   text.reserve(name->size() + dictionary->size());
   text += *name;
   text += *dictionary;
@@ -277,21 +314,23 @@ std::optional<std::string> UserTaskStorage::textOf(const std::string& filename,
 std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
     const std::string& filename, const AWSLogEntry& entry) {
   auto record = std::make_shared<Record>();
-  record->unread = entry;
-  std::optional<std::string> text = textOf(filename, entry);
-  if (!text) return record;
+  record->filename = filename;
+  std::string text = textOf(filename, entry);
   // One text that does not read would make the whole log unreadable.
-  const AWSLogEntry readBack = entryOf(filename, *text);
-  if (readBack.empty()) return record;
-  for (const auto& [section, values] : readBack) {
-    AWSParameterMap& unread = record->unread[section];
-    for (const auto& [key, value] : values) {
-      const auto original = unread.find(key);
-      if (original != unread.end() && original->second == value) unread.erase(original);
+  const AWSLogEntry readBack = text.empty() ? AWSLogEntry() : entryOf(filename, text);
+  AWSLogEntry unread = entry;
+  if (!readBack.empty()) {
+    for (const auto& [section, values] : readBack) {
+      AWSParameterMap& rest = unread[section];
+      for (const auto& [key, value] : values) {
+        const auto original = rest.find(key);
+        if (original != rest.end() && original->second == value) rest.erase(original);
+      }
+      if (rest.empty()) unread.erase(section);
     }
-    if (unread.empty()) record->unread.erase(section);
+    record->text = std::move(text);
   }
-  record->text = std::move(text);
+  if (!unread.empty()) record->unread = std::make_unique<const AWSLogEntry>(std::move(unread));
   return record;
 }
 
@@ -300,19 +339,22 @@ std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::find(
   const std::shared_ptr<const Records> records = logsMap_.load();
   const auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
   if (!shard) return nullptr;
-  const auto found = shard->find(filename);
-  return found == shard->end() ? nullptr : found->second;
+  const auto found = std::ranges::lower_bound(*shard, filename, {}, &Record::filename);
+  return found != shard->end() && (*found)->filename == filename ? *found : nullptr;
 }
 
 void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const Record> record) {
   auto records = std::make_shared<Records>(*logsMap_.load());
   auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
-  auto changed = shard ? std::make_shared<Shard>(*shard) : std::make_shared<Shard>();
-  if (record) {
-    changed->insert_or_assign(filename, std::move(record));
-  } else {
-    changed->erase(filename);
-  }
+  static const Shard none;
+  const Shard& earlier = shard ? *shard : none;
+  const auto at = std::ranges::lower_bound(earlier, filename, {}, &Record::filename);
+  const bool known = at != earlier.end() && (*at)->filename == filename;
+  auto changed = std::make_shared<Shard>();
+  changed->reserve(earlier.size() + 1);
+  changed->insert(changed->end(), earlier.begin(), at);
+  if (record) changed->push_back(std::move(record));
+  changed->insert(changed->end(), known ? std::next(at) : at, earlier.end());
   shard = std::move(changed);
   logsMap_.store(std::move(records));
 }
@@ -342,13 +384,15 @@ bool UserTaskStorage::syncLog() {
 
 bool UserTaskStorage::writeLog() {
   if (!isPlainPathComponent(userId_)) return false;
+  if (!resumed_) resumed_ = resumeLog(/*opening=*/false) != Resumed::no;
+  if (!resumed_) return false;
   const Platform& platform = Platform::current();
   const std::shared_ptr<const Records> records = logsMap_.load();
   std::vector<std::string_view> pieces = {platform.propertyLists.documentStart(), kDictStart};
   for (const auto& shard : *records) {
     if (!shard) continue;
-    for (const auto& [filename, record] : *shard) {
-      if (record->text) pieces.push_back(*record->text);
+    for (const auto& record : *shard) {
+      if (!record->text.empty()) pieces.push_back(record->text);
     }
   }
   pieces.push_back(kDictEnd);
@@ -392,8 +436,9 @@ std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,
 std::optional<AWSLogEntry> UserTaskStorage::entry(const std::string& filename) const {
   const std::shared_ptr<const Record> record = find(filename);
   if (!record) return std::nullopt;
-  AWSLogEntry entry = record->text ? entryOf(filename, *record->text) : AWSLogEntry();
-  for (const auto& [section, values] : record->unread) {
+  AWSLogEntry entry = record->text.empty() ? AWSLogEntry() : entryOf(filename, record->text);
+  if (!record->unread) return entry;
+  for (const auto& [section, values] : *record->unread) {
     for (const auto& [key, value] : values) entry[section].insert_or_assign(key, value);
   }
   return entry;

@@ -25,6 +25,8 @@
 
 namespace qx {
 
+struct ScannedLog;
+
 /// What a storage does about the tasks of earlier runs.
 enum class StoredTasks {
   /// The in-memory log starts empty: the first write drops the entries of earlier runs.
@@ -37,7 +39,9 @@ class UserTaskStorage {
  public:
   /// Creates the user's directory. `startEmpty` does not read the log file. `resume` does; it sets
   /// a damaged log aside as "logs.plist.damaged-<n>", keeps each entry that still reads and writes
-  /// one log record, and removes data files that no entry names.
+  /// one log record, drops entries without a data file and removes data files without an entry.
+  /// While a log is there that cannot be read, or not be set aside, each write tries again and
+  /// fails: what stands in it is never written over.
   explicit UserTaskStorage(std::string userId, StoredTasks storedTasks = StoredTasks::startEmpty);
   /// The resuming storage of a user: the one that is still in use, if any, so that two of them
   /// never undo each other's entries.
@@ -66,6 +70,8 @@ class UserTaskStorage {
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
   static std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info);
+  /// The in-memory log knows the file name.
+  bool contains(const std::string& filename) const { return find(filename) != nullptr; }
   /// The in-memory log's entry of a file name.
   std::optional<AWSLogEntry> entry(const std::string& filename) const;
   /// The data file of a task in the in-memory log, relative to the documents directory.
@@ -77,33 +83,48 @@ class UserTaskStorage {
   bool deleteFile(const std::string& path);
 
  private:
-  /// One entry; never changed once it is published.
+  /// One entry; never changed once it is published. Small, for many may wait.
   struct Record {
-    /// Key and dictionary as they stand in the log file; absent when no property list can hold
+    std::string filename;
+    /// Key and dictionary as they stand in the log file; empty when no property list can hold
     /// them, and then the entry is left out of the log file.
-    std::optional<std::string> text;
+    std::string text;
     /// The values that reading the text would not bring back as they were: a float, say. Everything
-    /// when there is no text. The others are kept as text alone, for memory's sake.
-    AWSLogEntry unread;
+    /// when there is no text; most often null.
+    std::unique_ptr<const AWSLogEntry> unread;
   };
-  using Shard = std::map<std::string, std::shared_ptr<const Record>>;
+  /// Sorted by file name.
+  using Shard = std::vector<std::shared_ptr<const Record>>;
   /// By the hash of the file name. A change copies one shard and the array, not the whole log.
   using Records = std::array<std::shared_ptr<const Shard>, 256>;
 
-  static std::optional<std::string> textOf(const std::string& filename, const AWSLogEntry& entry);
+  /// Empty when no property list can hold them.
+  static std::string textOf(const std::string& filename, const AWSLogEntry& entry);
   static std::shared_ptr<const Record> makeRecord(const std::string& filename,
                                                   const AWSLogEntry& entry);
   std::shared_ptr<const Record> find(const std::string& filename) const;
-  /// Puts a record in place of the earlier one; null removes it.
+  /// Puts a record in place of the earlier one; null removes that.
   void change(const std::string& filename, std::shared_ptr<const Record> record)
       QX_REQUIRES(stroageFileLock_);
   /// Only by the one whose turn it is.
   bool writeLog();
 
-  /// Begins with the entries of the log file.
-  void resumeLog();
-  /// Removes the files that no entry names.
-  void removeOrphans();
+  enum class Resumed {
+    /// A log is there that cannot be read or not be set aside: it must not be written over.
+    no,
+    /// The log file says what the in-memory log says.
+    asItStands,
+    /// It does not: damage was left out, or entries without a data file.
+    changed,
+  };
+  /// Takes the entries of the log file into the in-memory log, where it does not know better.
+  /// `opening`: before anything is stored.
+  Resumed resumeLog(bool opening);
+  /// The usable ones of the entries that still stand whole in a damaged log.
+  AWSLogMap wholeEntries(const ScannedLog& scanned, const AWSLogMap& decoded) const;
+  bool setAside(const Data& damagedLog);
+  /// Removes what crashes have left in the user directory, given the names in it.
+  void removeOrphans(const std::vector<std::string>& names);
   /// The entry is one that this storage could have written.
   bool isUsable(const std::string& filename, const AWSLogEntry& entry) const;
   std::string relativePath(const std::string& filename) const;
@@ -127,6 +148,9 @@ class UserTaskStorage {
   /// Numbers the writes: how many began, and which one succeeded last.
   std::uint64_t writesBegun_ QX_GUARDED_BY(snycLock_) = 0;
   std::uint64_t lastGoodWrite_ QX_GUARDED_BY(snycLock_) = 0;
+  /// The log file may be replaced. Belongs to the constructor, then to the one whose turn it is to
+  /// write.
+  bool resumed_ = true;
 };
 
 }  // namespace qx

@@ -408,6 +408,37 @@ TEST_F(TaskSchedulerTest, WithoutTheSwitchTheRestWaitsForTheNextTick) {
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(200));
 }
 
+TEST_F(TaskSchedulerResumeTest, BackgroundUploadReturnsAfterDataAndThenLogAreSynced) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  platform.reachability.setReachable(false);
+  const std::size_t before = platform.files.calls().size();
+  AWSUploader::backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
+  const auto calls = platform.files.calls();
+  ASSERT_THAT(calls, SizeIs(before + 2));
+  const auto& data = calls[before];
+  const auto& log = calls[before + 1];
+  EXPECT_TRUE(data.path.ends_with(".jpg"));
+  EXPECT_EQ(log.path.substr(log.path.rfind('/')), "/logs.plist");
+  for (const auto& call : {data, log}) {
+    EXPECT_EQ(call.operation, Operation::write);
+    EXPECT_EQ(call.durability, Durability::synced);
+    EXPECT_TRUE(call.succeeded);
+  }
+}
+
+TEST_F(TaskSchedulerResumeTest, TaskQueuedTwiceDoesNotComeBackAfterItsSuccess) {
+  putStoredTasks(1);
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto first = scheduler->localTaskExecutor();
+  const auto second = scheduler->localTaskExecutor();
+  scheduler->bindStorageComplete(*first[0]);
+  scheduler->bindStorageComplete(*second[0]);
+  report(first[0], AWSCallbackStatus::success());
+  report(second[0], failure());
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
+  EXPECT_EQ(loggedCount("1000.jpg"), std::nullopt);
+}
+
 TEST_F(TaskSchedulerResumeTest, NewIdentityOfTheSameUserKeepsWhatTheOldOneStores) {
   const auto old = TaskScheduler::make("u1");
   const auto current = TaskScheduler::make("u1");

@@ -613,19 +613,86 @@ TEST_F(UserTaskStorageResumeTest, DataAndThenLogAreSynced) {
 TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreRemovedWhenTheStorageOpens) {
   storeThree();
   platform.files.put(kDirectory + "/orphan.jpg", "bytes");
-  platform.files.put(kLog + ".damaged-1", "an earlier one");
+  platform.files.put(kDirectory + "/.qx-17-3.tmp", "half a log");
+  platform.files.put(kDirectory + "/.foreign", "not ours");
+  platform.files.put(kDirectory + "/folder/file", "not ours");
   UserTaskStorage storage("u1", StoredTasks::resume);
   EXPECT_THAT(platform.files.paths(),
-              ElementsAre(kDirectory + "/0.jpg", kDirectory + "/1.jpg", kDirectory + "/2.jpg", kLog,
-                          kLog + ".damaged-1"));
+              ElementsAre(kDirectory + "/.foreign", kDirectory + "/0.jpg", kDirectory + "/1.jpg",
+                          kDirectory + "/2.jpg", kDirectory + "/folder/file", kLog));
 }
 
-TEST_F(UserTaskStorageResumeTest, LogThatCannotBeReadCostsNoFile) {
+TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryStayBesideADamagedLog) {
   storeThree();
+  platform.files.put(kDirectory + "/orphan.jpg", "bytes");
+  platform.files.put(kDirectory + "/.qx-17-3.tmp", "half a log");
+  platform.files.put(kLog + ".damaged-1", "an earlier one");
   const auto before = platform.files.paths();
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_EQ(platform.files.paths(), before);
+}
+
+TEST_F(UserTaskStorageResumeTest, EntryWhoseDataFileIsGoneIsDroppedWhenTheStorageOpens) {
+  storeThree();
+  platform.files.erase(kDirectory + "/1.jpg");
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_FALSE(storage.filePath("1.jpg"));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
+  EXPECT_THAT(platform.logger.records(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageResumeTest, DirectoryThatCannotBeListedCostsNoEntryAndNoFile) {
+  storeThree();
+  platform.files.put(kDirectory + "/orphan.jpg", "bytes");
+  platform.files.erase(kDirectory + "/1.jpg");
+  platform.files.fail(Operation::list, kDirectory);
+  const auto before = platform.files.paths();
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg"));
+  EXPECT_EQ(platform.files.paths(), before);
+}
+
+TEST_F(UserTaskStorageResumeTest, LogThatCannotBeReadIsNeverWrittenOver) {
+  storeThree();
+  platform.files.put(kDirectory + "/orphan.jpg", "bytes");
+  const auto before = platform.files.paths();
+  const auto log = platform.files.text(kLog);
   platform.files.fail(Operation::read, kLog);
   UserTaskStorage storage("u1", StoredTasks::resume);
   EXPECT_EQ(platform.files.paths(), before);
+  const auto task = storage.storageFile(dataTask("new.jpg"));
+  ASSERT_TRUE(task);
+  EXPECT_FALSE(storage.storageLog(*task));
+  EXPECT_FALSE(storage.syncLog());
+  EXPECT_EQ(platform.files.text(kLog), log);
+
+  // Once it reads again, its entries are there beside those of this run.
+  platform.files.clearFaults();
+  EXPECT_TRUE(storage.storageLog(*task));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg", "new.jpg"));
+  EXPECT_TRUE(storage.remove("1.jpg"));
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg", "new.jpg"));
+}
+
+TEST_F(UserTaskStorageResumeTest, DamagedLogThatCannotBeSetAsideIsNeverWrittenOver) {
+  storeThree();
+  std::string damaged = *platform.files.text(kLog);
+  const std::size_t second = damaged.find("<key>1.jpg</key>");
+  damaged.replace(damaged.find("<string>images", second), 8, "<strinh>");
+  platform.files.put(kLog, damaged);
+  platform.files.fail(Operation::write, kLog + ".damaged-1");
+  UserTaskStorage storage("u1", StoredTasks::resume);
+  EXPECT_THAT(platform.logger.messages(),
+              ElementsAre("[Error] damaged log could not be set aside, 2 kept, 1 lost"));
+  EXPECT_FALSE(storage.syncLog());
+  EXPECT_EQ(platform.files.text(kLog), damaged);
+
+  platform.files.clearFaults();
+  EXPECT_TRUE(storage.syncLog());
+  EXPECT_EQ(aside(), damaged);
+  EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
+  EXPECT_THAT(platform.logger.messages(), SizeIs(2));
+  EXPECT_TRUE(platform.files.text(kDirectory + "/1.jpg")) << "stays for a person to look at";
 }
 
 TEST_F(UserTaskStorageResumeTest, DamagedLogIsSetAsideAndItsWholeEntriesAreKept) {
@@ -719,15 +786,19 @@ struct Crowd {
   std::atomic<std::size_t> finishedThreads = 0;
 };
 
-/// Lets a write of the log begin only when every thread has something to log: what a slow disk
-/// does. The log holds one piece per entry, between two at either end.
+/// Lets a write of the log begin only when every thread has something to log, as a slow disk would:
+/// or after a while, for a thread may wait for the next write with its entry in the log already.
+/// The log holds one piece per entry, between two at either end.
 class CrowdedFiles : public MemoryFiles {
  public:
   explicit CrowdedFiles(Crowd& crowd) : crowd_(crowd) {}
   std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
                              WriteMode mode, Durability durability) override {
     if (path != kLog) return MemoryFiles::write(path, pieces, mode, durability);
-    while (crowd_.made - crowd_.logged + crowd_.finishedThreads < 4) std::this_thread::yield();
+    for (int i = 0; i < 10000; ++i) {
+      if (crowd_.made - crowd_.logged + crowd_.finishedThreads >= 4) break;
+      std::this_thread::yield();
+    }
     crowd_.logged = pieces.size() - 4;
     return MemoryFiles::write(path, pieces, mode, durability);
   }
