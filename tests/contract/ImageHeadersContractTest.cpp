@@ -40,7 +40,7 @@ const Sample kSamples[] = {
 };
 
 Data fileData(const std::string& name) {
-  std::ifstream file(fs::path(__FILE__).parent_path() / "data" / name, std::ios::binary);
+  std::ifstream file(fs::path(QX_SOURCE_DIR) / "tests/contract/data" / name, std::ios::binary);
   EXPECT_TRUE(file) << name;
   return Data(std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
 }
