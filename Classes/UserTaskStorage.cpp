@@ -164,9 +164,8 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   bool changed = !intact;
   if (names) {
     const std::set<std::string_view> present(names->begin(), names->end());
-    changed |= std::erase_if(entries, [&](const auto& entry) {
-                 return !present.contains(entry.first);
-               }) > 0;
+    changed |= std::erase_if(entries,
+                             [&](const auto& entry) { return !present.contains(entry.first); }) > 0;
   }
   for (const auto& [filename, entry] : entries) {
     auto record = std::make_shared<Record>();

@@ -21,8 +21,8 @@ enum class WriteMode {
   /// Straight into the file. A failure may leave a part of it.
   plain,
   /// Aside, then renamed over the path: a reader sees the old content or the new, never a mixture,
-  /// and a failure leaves the old content and nothing else. A crash may leave the file aside, in the
-  /// same directory: ".qx-<anything>.tmp".
+  /// and a failure leaves the old content and nothing else. A crash may leave the file aside, in
+  /// the same directory: ".qx-<anything>.tmp".
   atomic,
 };
 
