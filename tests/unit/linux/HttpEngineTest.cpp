@@ -82,6 +82,44 @@ TEST(HttpEngine, BodyPiecesArriveInOrderWithTheirExactLength) {
   EXPECT_EQ(request.headers.count("content-type"), 0u);
 }
 
+TEST(HttpEngine, TinyBodyIsSentWithoutATypeUnlessTheRequestBringsOne) {
+  ScriptedServer server({Turn()});
+  HttpEngine engine({});
+  exchange(engine, put(server.url() + "/o", {Data(std::string("tiny"))}));
+  HttpRequest typed = put(server.url() + "/o", {Data(std::string("{}"))});
+  typed.method = "POST";
+  typed.headers = {{"Content-Type", "application/json"}};
+  exchange(engine, std::move(typed));
+  const auto requests = server.requests();
+  EXPECT_EQ(requests[0].method, "PUT");
+  EXPECT_EQ(requests[0].body, "tiny");
+  EXPECT_EQ(requests[0].headers.at("content-length"), "4");
+  EXPECT_EQ(requests[0].headers.count("content-type"), 0u);
+  EXPECT_EQ(requests[1].method, "POST");
+  EXPECT_EQ(requests[1].body, "{}");
+  EXPECT_EQ(requests[1].headers.at("content-type"), "application/json");
+}
+
+TEST(HttpEngine, RequestsOfEveryKindAndSizeFollowEachOther) {
+  ScriptedServer server({Turn()});
+  HttpEngine engine({});
+  const std::vector<std::string> bodies = {
+      "tiny",       std::string(100000, 'x'),   "",
+      "tiny again", std::string(16 << 10, 'y'), std::string((16 << 10) + 1, 'z')};
+  for (const std::string& body : bodies) {
+    exchange(engine, put(server.url() + "/o", {Data(std::string(body))}));
+    exchange(engine, get(server.url() + "/o"));
+  }
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 2 * bodies.size());
+  for (std::size_t i = 0; i < bodies.size(); ++i) {
+    EXPECT_EQ(requests[2 * i].method, "PUT");
+    EXPECT_EQ(requests[2 * i].body, bodies[i]);
+    EXPECT_EQ(requests[2 * i + 1].method, "GET");
+    EXPECT_EQ(requests[2 * i + 1].body, "");
+  }
+}
+
 TEST(HttpEngine, EmptyPutAndPostSendLengthZero) {
   ScriptedServer server({Turn()});
   HttpEngine engine({});
