@@ -8,6 +8,7 @@
 #include <malloc.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -34,6 +35,7 @@ class CountingFiles : public qx::Files {
     return files_.createDirectory(path);
   }
   qx::Result<std::vector<std::string>> list(const std::string& path) override {
+    if (swallow) return qx::Error{"Files", EIO, "not now"};
     return files_.list(path);
   }
   qx::Result<qx::Data> read(const std::string& path) override { return files_.read(path); }
@@ -60,7 +62,6 @@ CountingFiles* files = nullptr;
 /// Extra values that make an entry of about 600 bytes in the log.
 qx::AWSParameterMap extraValues() {
   return {{"itemId", "1234567890123"},
-          {"item_type", "photo"},
           {"fields", "{\"album\":\"holiday\",\"camera\":\"phone\"}"},
           {"OriginalImageSha1Key", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
           {"OriginalImageFileSizeKey", std::int64_t{2480192}}};
@@ -82,6 +83,32 @@ std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_
   for (std::int64_t i = 0; i < entries; ++i) storage->storageLog(*fileTask(user, i));
   files->swallow = false;
   return storage;
+}
+
+/// The log of a run that stored so many.
+void writeLog(const std::string& user, std::int64_t entries) {
+  qx::PropertyLists& lists = qx::Platform::current().propertyLists;
+  qx::Dictionary extra;
+  for (const auto& [key, value] : extraValues()) {
+    extra.emplace(key, value.asInt() ? qx::Value(*value.asInt()) : qx::Value(value.toString()));
+  }
+  std::string text = std::string(lists.documentStart()) + "<dict>\n";
+  for (std::int64_t i = 0; i < entries; ++i) {
+    text += *lists.key(nameOf(i));
+    text += *lists.element(
+        qx::Dictionary{{"base", qx::Dictionary{{"file_path", "aws-0011/" + user + "/" + nameOf(i)},
+                                               {"module_key", "images"},
+                                               {"upload_count", 0}}},
+                       {"extra", extra}});
+  }
+  text += "</dict>\n" + std::string(lists.documentEnd());
+  const std::string directory = qx::documentPath() + "/aws-0011/" + user;
+  const std::string_view piece = text;
+  if (files->createDirectory(directory) ||
+      files->write(directory + "/logs.plist", {&piece, 1}, qx::WriteMode::plain,
+                   qx::Durability::cached)) {
+    std::abort();
+  }
 }
 
 void storageLog(benchmark::State& state) {
@@ -120,14 +147,17 @@ BENCHMARK(deleteTask)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
-/// 1,000 tasks of 1 KiB, files and log, from so many threads.
+/// 1,000 tasks of 1 KiB, files and log, from so many threads; without and with syncing.
 void storeThousand(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
+  const auto mode = state.range(1) == 0 ? qx::StoredTasks::startEmpty : qx::StoredTasks::resume;
   const qx::Data bytes(std::string(1024, 'x'));
   int round = 0;
   files->logWrites = 0;
   for (auto _ : state) {
-    qx::UserTaskStorage storage("many" + std::to_string(threads) + "-" + std::to_string(round++));
+    qx::UserTaskStorage storage("many" + std::to_string(threads) + "-" +
+                                    std::to_string(state.range(1)) + "-" + std::to_string(round++),
+                                mode);
     std::vector<std::thread> running;
     for (int t = 0; t < threads; ++t) {
       running.emplace_back([&, t] {
@@ -144,29 +174,51 @@ void storeThousand(benchmark::State& state) {
       benchmark::Counter(static_cast<double>(files->logWrites), benchmark::Counter::kAvgIterations);
   state.SetItemsProcessed(state.iterations() * 1000);
 }
-BENCHMARK(storeThousand)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(storeThousand)
+    ->ArgNames({"threads", "synced"})
+    ->ArgsProduct({{1, 4}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
-/// Heap of one waiting task, its log entry included. Its payload of 1 MiB must not show.
+/// The heap of one waiting task, its log entry included: new ones of 1 MiB, whose payload must not
+/// show, or ones that a log of an earlier run names.
 void memoryPerWaitingTask(benchmark::State& state) {
   const std::int64_t count = state.range(0);
+  const bool resumed = state.range(1) != 0;
+  qx::AWSConfigure::shared().resumeStoredTasks = resumed;
+  const std::string user = resumed ? "resumed" : "new";
+  if (resumed) writeLog(user, count);
   for (auto _ : state) {
-    const auto scheduler = qx::TaskScheduler::make("memory");
     files->swallow = true;
     const std::size_t before = mallinfo2().uordblks;
-    for (std::int64_t i = 0; i < count; ++i) {
+    const auto scheduler = qx::TaskScheduler::make(user);
+    for (std::int64_t i = 0; !resumed && i < count; ++i) {
       const auto executor = qx::AWSUploader::makeExecutor(std::make_shared<qx::DataTask>(
           nameOf(i), "images", qx::Data(std::string(1 << 20, 'x')), extraValues()));
       executor->complete = &qx::TaskScheduler::reportResult;
       scheduler->taskQueue().add(scheduler->syncLocl(executor));
     }
+    if (resumed) {
+      for (const auto& executor : scheduler->localTaskExecutor()) {
+        executor->complete = &qx::TaskScheduler::reportResult;
+        scheduler->taskQueue().add(scheduler->syncLocl(executor));
+      }
+    }
     const std::size_t after = mallinfo2().uordblks;
     files->swallow = false;
+    if (scheduler->taskQueue().waitingCount() != static_cast<std::size_t>(count)) std::abort();
     state.counters["bytes_per_task"] =
         static_cast<double>(after - before) / static_cast<double>(count);
     scheduler->taskQueue().reset();
   }
+  qx::AWSConfigure::shared().resumeStoredTasks = false;
 }
-BENCHMARK(memoryPerWaitingTask)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(memoryPerWaitingTask)
+    ->ArgNames({"tasks", "resumed"})
+    ->Args({5000, 0})
+    ->Args({100000, 1})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
