@@ -327,7 +327,7 @@ class HttpEngine::Loop {
       MutexLock lock(mutex_);
       if (!stopped_) {
         first = incoming_.empty();
-        incoming_.push_back(std::move(transfer));
+        incoming_.emplace_back().swap(transfer);
       }
     }
     if (transfer != nullptr) return refuse(*transfer);

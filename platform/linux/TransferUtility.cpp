@@ -64,7 +64,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   void setUpload(Data data, std::string contentType, AWSS3TransferUtility::UploadCompletion done) {
     data_ = std::move(data);
     contentType_ = std::move(contentType);
-    end_ = [done = std::move(done)](std::optional<Error> error) {
+    end_ = [done = std::move(done)](const std::optional<Error>& error) {
       if (done) done(error);
     };
   }
