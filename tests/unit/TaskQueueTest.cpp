@@ -291,7 +291,7 @@ TEST_F(TaskQueueTest, HundredThousandSynchronousExecutorsRunInConstantStack) {
   for (int i = 0; i < kCount; ++i) {
     queue->add(instant([&] {
       const volatile char here = 0;
-      const auto address = reinterpret_cast<std::uintptr_t>(&here);
+      const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
       lowest = std::min(lowest, address);
       highest = std::max(highest, address);
       ++ran;
@@ -310,7 +310,7 @@ TEST_F(TaskQueueTest, ChainOfExecutorsThatEachAddTheNextRunsInConstantStack) {
   std::uintptr_t highest = 0;
   std::function<void()> step = [&] {
     const volatile char here = 0;
-    const auto address = reinterpret_cast<std::uintptr_t>(&here);
+    const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     lowest = std::min(lowest, address);
     highest = std::max(highest, address);
     if (--left == 0) return;
