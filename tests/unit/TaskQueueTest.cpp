@@ -290,7 +290,6 @@ TEST_F(TaskQueueTest, HundredThousandSynchronousExecutorsRunInConstantStack) {
   std::uintptr_t highest = 0;
   for (int i = 0; i < kCount; ++i) {
     queue->add(instant([&] {
-      const volatile char here = 0;
       const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
       lowest = std::min(lowest, address);
       highest = std::max(highest, address);
@@ -309,7 +308,6 @@ TEST_F(TaskQueueTest, ChainOfExecutorsThatEachAddTheNextRunsInConstantStack) {
   std::uintptr_t lowest = UINTPTR_MAX;
   std::uintptr_t highest = 0;
   std::function<void()> step = [&] {
-    const volatile char here = 0;
     const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     lowest = std::min(lowest, address);
     highest = std::max(highest, address);
