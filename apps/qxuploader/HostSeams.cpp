@@ -47,8 +47,9 @@ class CountedClient : public QXMessageAPINetworkingManager {
                     [shared = shared_, api,
                      completion = std::move(completion)](const QXNetworkingResponse& response) {
                       if (completion) completion(response);
-                      --shared->underWay;
+                      // Told first: whoever waits for the count to fall must have heard.
                       shared->observer(api, response.error);
+                      --shared->underWay;
                     });
   }
 
