@@ -24,10 +24,10 @@ struct Error {
 template <typename T>
 class Result {
  public:
-  Result(T value)
-      : state_(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit on purpose
-  Result(Error error)
-      : state_(std::in_place_index<1>, std::move(error)) {}  // NOLINT: implicit on purpose
+  // The constructors are implicit on purpose: a function returns a value or an error as it stands,
+  // and the Result is made of it.
+  Result(T value) : state_(std::in_place_index<0>, std::move(value)) {}
+  Result(Error error) : state_(std::in_place_index<1>, std::move(error)) {}
 
   explicit operator bool() const { return state_.index() == 0; }
   /// Only when there is a value.
