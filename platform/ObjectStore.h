@@ -70,6 +70,7 @@ struct AWSS3TransferUtilityDownloadExpression {
 /// process, and transfers under way go on when the utility is destroyed.
 class AWSS3TransferUtility {
  public:
+  /// Every other transfer may wait for it: it hands the result on and returns.
   using UploadCompletion = std::function<void(const std::optional<Error>&)>;
   /// On success the file URL of the destination, which then holds the whole object.
   using DownloadCompletion =

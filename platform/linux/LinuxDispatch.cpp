@@ -3,7 +3,9 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <string_view>
 #include <system_error>
@@ -73,14 +75,12 @@ class LinuxDispatch::Workers {
  public:
   /// Counts one piece of work in; false when the dispatch is shut down.
   bool begin() {
-    MutexLock lock(mutex_);
-    if (closed_) return false;
-    ++busy_;
-    return true;
+    if ((busy_.fetch_add(1) & kClosed) == 0) return true;
+    end();
+    return false;
   }
   void end() {
-    MutexLock lock(mutex_);
-    if (--busy_ == 0) quiet_.notifyAll();
+    if (busy_.fetch_sub(1) == 1) busy_.notify_all();
   }
   /// Only between begin and end: a thread is made for work.
   void spawn(const std::string& name, std::function<void()> body) {
@@ -106,11 +106,14 @@ class LinuxDispatch::Workers {
     closers_.emplace_back(std::move(owner), std::move(close));
   }
   void closeWhenQuiet() {
+    std::uint32_t busy = 0;
+    while (!busy_.compare_exchange_strong(busy, kClosed) && (busy & kClosed) == 0) {
+      busy_.wait(busy);
+      busy = 0;
+    }
     std::vector<std::pair<std::weak_ptr<void>, std::function<void()>>> closers;
     {
       MutexLock lock(mutex_);
-      while (busy_ > 0) quiet_.wait(mutex_);
-      closed_ = true;
       closers.swap(closers_);
     }
     for (const auto& [owner, close] : closers) {
@@ -144,11 +147,12 @@ class LinuxDispatch::Workers {
     for (std::thread& thread : finished) thread.join();
   }
 
+  static constexpr std::uint32_t kClosed = std::uint32_t{1} << 31;
+  /// How many pieces of work are enqueued or run, and kClosed once no more is taken. No mutex:
+  /// every thread of the process comes by twice for each piece of work.
+  std::atomic<std::uint32_t> busy_ = 0;
+
   Mutex mutex_;
-  Condition quiet_;
-  /// Pieces of work that are enqueued or run.
-  std::size_t busy_ QX_GUARDED_BY(mutex_) = 0;
-  bool closed_ QX_GUARDED_BY(mutex_) = false;
   std::size_t nextId_ QX_GUARDED_BY(mutex_) = 0;
   std::vector<std::pair<std::size_t, std::thread>> threads_ QX_GUARDED_BY(mutex_);
   std::vector<std::size_t> finished_ QX_GUARDED_BY(mutex_);

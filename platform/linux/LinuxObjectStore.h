@@ -1,7 +1,7 @@
 // The object store on Linux: service configurations and the registry of transfer utilities.
 //
 // Threads: every operation may be called from any thread. Completions and progress blocks run on
-// the completion queue.
+// the completion queue, but for uploads that succeeded (TransferUtility.h).
 #pragma once
 
 #include <map>

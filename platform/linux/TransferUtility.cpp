@@ -256,6 +256,8 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   }
 
   void finish(std::optional<Error> error) {
+    // One thread less to wake for each object; see UploadCompletion.
+    if (!file_ && !error) return end_(std::nullopt);
     delivery_->finish([self = shared_from_this(), error = std::move(error)] { self->end_(error); });
   }
 

@@ -4,7 +4,8 @@
 // clock is corrected, and failures that another attempt may cure are repeated, all within the
 // configuration's limits.
 //
-// Threads: as in ObjectStore.h; completions and progress run on the context's queue. Payloads that
+// Threads: as in ObjectStore.h; completions and progress run on the context's queue, but for an
+// upload that succeeded, which is reported on the engine's thread. Payloads that
 // have to be hashed are hashed there too, but for small ones that cost the caller less than the way
 // there; never on the engine's thread.
 #pragma once
