@@ -21,6 +21,7 @@
 #include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
 #include "Classes/UserTaskStorage.h"
+#include "fakes/PlatformWith.h"
 #include "platform/linux/LinuxPlatform.h"
 
 namespace {
@@ -231,23 +232,7 @@ int main(int argc, char** argv) {
   auto& platform = *new qx::LinuxPlatform({.documentsDirectory = directory});
   const qx::Platform seams = platform.seams();
   files = new CountingFiles(seams.files);
-  qx::Platform::install({.mediator = seams.mediator,
-                         .logger = seams.logger,
-                         .notifications = seams.notifications,
-                         .trackingEvents = seams.trackingEvents,
-                         .messageClients = seams.messageClients,
-                         .uploadClients = seams.uploadClients,
-                         .reachability = seams.reachability,
-                         .objectStore = seams.objectStore,
-                         .files = *files,
-                         .propertyLists = seams.propertyLists,
-                         .json = seams.json,
-                         .imageHeaders = seams.imageHeaders,
-                         .sha1 = seams.sha1,
-                         .dispatch = seams.dispatch,
-                         .random = seams.random,
-                         .uuid = seams.uuid,
-                         .clock = seams.clock});
+  qx::Platform::install(qx::platformWith(seams, *files));
   benchmark::RunSpecifiedBenchmarks();
   std::filesystem::remove_all(directory);
   return 0;

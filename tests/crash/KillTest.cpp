@@ -19,6 +19,7 @@
 #include "Classes/Target_Uploader.h"
 #include "crash/FileCalls.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/PlatformWith.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxPropertyLists.h"
 
@@ -89,7 +90,6 @@ class Host {
  public:
   Host(const std::string& documents, Noted& noted, bool failsSome)
       : store_(noted, failsSome), files_({documents}) {
-    const Platform seams = fakes_.seams();
     fakes_.mediator.signIn("u1", "token", "https://backend.test");
     fakes_.messageClients.answer(
         "v3/storage/get_upload_config",
@@ -102,23 +102,7 @@ class Host {
                                                      {"region", "eu-west-1"},
                                                      {"authorized_path", "u/7/"},
                                                      {"download_url_prefix", "https://c"}}}}}});
-    Platform::install({.mediator = seams.mediator,
-                       .logger = seams.logger,
-                       .notifications = seams.notifications,
-                       .trackingEvents = seams.trackingEvents,
-                       .messageClients = seams.messageClients,
-                       .uploadClients = seams.uploadClients,
-                       .reachability = seams.reachability,
-                       .objectStore = store_,
-                       .files = files_,
-                       .propertyLists = propertyLists_,
-                       .json = seams.json,
-                       .imageHeaders = seams.imageHeaders,
-                       .sha1 = seams.sha1,
-                       .dispatch = seams.dispatch,
-                       .random = seams.random,
-                       .uuid = seams.uuid,
-                       .clock = seams.clock});
+    Platform::install(platformWith(fakes_.seams(), store_, files_, propertyLists_));
     Target_Uploader::registerWith(fakes_.mediator);
   }
   void perform(const std::string& action, const Dictionary& parameters) {

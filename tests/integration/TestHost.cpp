@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Classes/StorageGetUploadConfigRequest.h"
+#include "fakes/PlatformWith.h"
 
 namespace qx {
 namespace {
@@ -42,26 +43,6 @@ class TestHost::Tampering : public MessageClients, public ObjectStore, public Di
  public:
   Tampering(const Platform& real, const TestHostOptions& options)
       : real_(real), options_(options) {}
-
-  Platform seams() {
-    return {.mediator = real_.mediator,
-            .logger = real_.logger,
-            .notifications = real_.notifications,
-            .trackingEvents = real_.trackingEvents,
-            .messageClients = *this,
-            .uploadClients = real_.uploadClients,
-            .reachability = real_.reachability,
-            .objectStore = *this,
-            .files = real_.files,
-            .propertyLists = real_.propertyLists,
-            .json = real_.json,
-            .imageHeaders = real_.imageHeaders,
-            .sha1 = real_.sha1,
-            .dispatch = *this,
-            .random = real_.random,
-            .uuid = real_.uuid,
-            .clock = real_.clock};
-  }
 
   std::shared_ptr<QXMessageAPINetworkingManager> make(const Url& baseURL, HTTPHeaders headers,
                                                       std::optional<double> timeout,
@@ -198,7 +179,7 @@ TestHost::TestHost(Devstack& devstack, TestHostOptions options)
     return Value();
   });
   Target_Uploader::registerWith(mediator);
-  Platform::install(tampering_->seams());
+  Platform::install(platformWith(platform_->seams(), *tampering_));
 
   perform("Action_RegisterBackground:",
           {{"callback",

@@ -5,6 +5,7 @@
 #include <string>
 #include <tuple>
 
+#include "fakes/PlatformWith.h"
 #include "unit/UploadFixture.h"
 
 namespace qx {
@@ -538,24 +539,7 @@ TEST(TaskExecutorHost, WithoutAnItemIdServiceGetsAGeneratedIdAndOneReport) {
   // Installed once, and in use until the process ends.
   static FakePlatform platform;
   static ForgetfulMediator mediator(platform.mediator);
-  const Platform seams = platform.seams();
-  Platform::install({.mediator = mediator,
-                     .logger = seams.logger,
-                     .notifications = seams.notifications,
-                     .trackingEvents = seams.trackingEvents,
-                     .messageClients = seams.messageClients,
-                     .uploadClients = seams.uploadClients,
-                     .reachability = seams.reachability,
-                     .objectStore = seams.objectStore,
-                     .files = seams.files,
-                     .propertyLists = seams.propertyLists,
-                     .json = seams.json,
-                     .imageHeaders = seams.imageHeaders,
-                     .sha1 = seams.sha1,
-                     .dispatch = seams.dispatch,
-                     .random = seams.random,
-                     .uuid = seams.uuid,
-                     .clock = seams.clock});
+  Platform::install(platformWith(platform.seams(), mediator));
   platform.mediator.signIn("123456", "token", "https://backend.test");
   platform.clock.set(1'712'345'678);
   platform.messageClients.answer(

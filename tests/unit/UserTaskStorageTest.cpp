@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fakes/FakePlatform.h"
+#include "fakes/PlatformWith.h"
 
 namespace qx {
 namespace {
@@ -826,24 +827,7 @@ TEST(UserTaskStorageSharingTest, FourThreadsThatStoreFourHundredTasksShareWrites
   auto& crowd = *new Crowd;
   auto& files = *new CrowdedFiles(crowd);
   auto& propertyLists = *new CrowdedPropertyLists(crowd);
-  Platform seams = platform.seams();
-  Platform::install({.mediator = seams.mediator,
-                     .logger = seams.logger,
-                     .notifications = seams.notifications,
-                     .trackingEvents = seams.trackingEvents,
-                     .messageClients = seams.messageClients,
-                     .uploadClients = seams.uploadClients,
-                     .reachability = seams.reachability,
-                     .objectStore = seams.objectStore,
-                     .files = files,
-                     .propertyLists = propertyLists,
-                     .json = seams.json,
-                     .imageHeaders = seams.imageHeaders,
-                     .sha1 = seams.sha1,
-                     .dispatch = seams.dispatch,
-                     .random = seams.random,
-                     .uuid = seams.uuid,
-                     .clock = seams.clock});
+  Platform::install(platformWith(platform.seams(), files, propertyLists));
   UserTaskStorage storage("u1");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
