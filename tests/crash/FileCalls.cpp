@@ -16,8 +16,10 @@ namespace {
 int killAt = 0;
 bool writesHalf = false;
 int calls = 0;
+qx::FileCallObserver* observer = nullptr;
 
 bool isLast() {
+  if (observer != nullptr) observer->before();
   return killAt > 0 && ++calls == killAt;
 }
 
@@ -39,6 +41,10 @@ void killAtFileCall(int n, bool half) {
   calls = 0;
 }
 
+void observeFileCalls(FileCallObserver* newObserver) {
+  observer = newObserver;
+}
+
 }  // namespace qx
 
 // What is only synced or closed lives on in the page cache when a process is killed, so syncing is
@@ -51,7 +57,9 @@ int open(const char* path, int flags, ...) {
   const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
   va_end(arguments);
   if ((flags & O_ACCMODE) != O_RDONLY) count();
-  return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+  const int fd = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+  if (fd >= 0 && observer != nullptr) observer->opened(fd, path, flags);
+  return fd;
 }
 
 ssize_t writev(int fd, const iovec* vectors, int size) {
@@ -68,37 +76,54 @@ ssize_t writev(int fd, const iovec* vectors, int size) {
     }
     die();
   }
-  return ::syscall(SYS_writev, fd, vectors, size);
+  const ssize_t written = ::syscall(SYS_writev, fd, vectors, size);
+  std::size_t left = written > 0 ? static_cast<std::size_t>(written) : 0;
+  for (int i = 0; i < size && left > 0 && observer != nullptr; ++i) {
+    const std::size_t part = vectors[i].iov_len < left ? vectors[i].iov_len : left;
+    observer->wrote(fd, {static_cast<const char*>(vectors[i].iov_base), part});
+    left -= part;
+  }
+  return written;
 }
 
-int fsync(int /*fd*/) {
+int fsync(int fd) {
   count();
+  if (observer != nullptr) observer->synced(fd);
   return 0;
 }
 
-int fdatasync(int /*fd*/) {
-  count();
-  return 0;
+int fdatasync(int fd) {
+  return fsync(fd);
 }
 
 int rename(const char* from, const char* to) noexcept {
   count();
-  return static_cast<int>(::syscall(SYS_rename, from, to));
+  const int result = static_cast<int>(::syscall(SYS_rename, from, to));
+  if (result == 0 && observer != nullptr) observer->renamed(from, to, false);
+  return result;
 }
 
 int renameat2(int fromFd, const char* from, int toFd, const char* to, unsigned flags) noexcept {
   count();
-  return static_cast<int>(::syscall(SYS_renameat2, fromFd, from, toFd, to, flags));
+  const int result = static_cast<int>(::syscall(SYS_renameat2, fromFd, from, toFd, to, flags));
+  if (result == 0 && observer != nullptr) {
+    observer->renamed(from, to, (flags & RENAME_EXCHANGE) != 0);
+  }
+  return result;
 }
 
 int unlink(const char* path) noexcept {
   count();
-  return static_cast<int>(::syscall(SYS_unlink, path));
+  const int result = static_cast<int>(::syscall(SYS_unlink, path));
+  if (result == 0 && observer != nullptr) observer->removed(path);
+  return result;
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
   count();
-  return static_cast<int>(::syscall(SYS_mkdir, path, mode));
+  const int result = static_cast<int>(::syscall(SYS_mkdir, path, mode));
+  if (result == 0 && observer != nullptr) observer->madeDirectory(path);
+  return result;
 }
 
 }  // extern "C"

@@ -1,218 +1,30 @@
 // A host that is killed at every single change of the file system it makes, and the one after it.
-//
-// Each run is a process of its own, of one thread: the library on the real files and property
-// lists, and fakes for the rest. What reaches the store, and what was accepted, is noted in memory
-// that outlives the process.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <set>
 #include <string>
 
-#include "Classes/Target_Uploader.h"
+#include "crash/CrashFixture.h"
 #include "crash/FileCalls.h"
-#include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxPropertyLists.h"
 
 namespace qx {
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr int kTasks = 50;
 constexpr int kParts = 4;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// Processes start many times slower there.
-constexpr int kStride = 29;
-#else
-constexpr int kStride = 1;
-#endif
+/// Processes start many times slower under a sanitizer.
+constexpr int kStride = kSanitized ? 97 : 1;
 
-/// Outlives the processes that write to it.
-struct Noted {
-  /// The action has returned.
-  bool accepted[kTasks];
-  /// How often the store has got the task.
-  int arrived[kTasks];
-};
-
-/// The store: notes what arrives, before the uploader hears of it. Every seventh upload fails.
-class NotingStore : public FakeObjectStore {
- public:
-  NotingStore(Noted& noted, bool failsSome) : noted_(noted), failsSome_(failsSome) {}
-  std::shared_ptr<AWSS3TransferUtility> S3TransferUtilityForKey(const std::string& key) override {
-    auto real = FakeObjectStore::S3TransferUtilityForKey(key);
-    return real ? std::make_shared<Utility>(*this, std::move(real)) : nullptr;
-  }
-
- private:
-  class Utility : public AWSS3TransferUtility {
-   public:
-    Utility(NotingStore& store, std::shared_ptr<AWSS3TransferUtility> real)
-        : store_(store), real_(std::move(real)) {}
-    AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
-                       const std::string& contentType, UploadCompletion completion) override {
-      if (store_.failsSome_ && ++store_.uploads_ % 7 == 0) {
-        store_.failOnce(Error{"ObjectStore", 3, "down"});
-      } else {
-        ++store_.noted_.arrived[std::stoi(std::string(data.text()))];
-      }
-      return real_->uploadData(std::move(data), bucket, key, contentType, std::move(completion));
-    }
-    AWSTask downloadToURL(const Url& location, const std::string& bucket, const std::string& key,
-                          AWSS3TransferUtilityDownloadExpression expression,
-                          DownloadCompletion completion) override {
-      return real_->downloadToURL(location, bucket, key, std::move(expression),
-                                  std::move(completion));
-    }
-
-   private:
-    NotingStore& store_;
-    const std::shared_ptr<AWSS3TransferUtility> real_;
-  };
-
-  Noted& noted_;
-  const bool failsSome_;
-  int uploads_ = 0;
-};
-
-/// The library in this process, on the real files below `documents`.
-class Host {
- public:
-  Host(const std::string& documents, Noted& noted, bool failsSome)
-      : store_(noted, failsSome), files_({documents}) {
-    fakes_.mediator.signIn("u1", "token", "https://backend.test");
-    fakes_.messageClients.answer(
-        "v3/storage/get_upload_config",
-        Dictionary{{"upload_token_map",
-                    Dictionary{{"avatar", Dictionary{{"access_key_id", "KEY"},
-                                                     {"access_key_secret", "SECRET"},
-                                                     {"security_token", "SESSION"},
-                                                     {"expiration", 1'800'000'000},
-                                                     {"bucket", "photos"},
-                                                     {"region", "eu-west-1"},
-                                                     {"authorized_path", "u/7/"},
-                                                     {"download_url_prefix", "https://c"}}}}}});
-    Platform::install(platformWith(fakes_.seams(), store_, files_, propertyLists_));
-    Target_Uploader::registerWith(fakes_.mediator);
-  }
-  void perform(const std::string& action, const Dictionary& parameters) {
-    fakes_.mediator.performTarget("Target_Uploader", action, parameters);
-  }
-  void run() { fakes_.dispatch.runUntilIdle(); }
-  void pass(double seconds) {
-    fakes_.clock.advance(seconds);
-    run();
-  }
-
- private:
-  FakePlatform fakes_;
-  NotingStore store_;
-  LinuxFiles files_;
-  LinuxPropertyLists propertyLists_;
-};
-
-/// Runs `work` in a process of its own; true when that ended by itself, false when by SIGKILL.
-bool endsByItself(const std::function<void()>& work) {
-  const pid_t child = fork();
-  if (child == 0) {
-    work();
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  const bool killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-  EXPECT_TRUE(killed || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) << "status " << status;
-  return !killed;
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-class Kill : public testing::TestWithParam<int> {
+class Kill : public CrashFixture {
  protected:
-  Kill() {
-    // In memory where there is such a directory: thousands of processes write there.
-    const fs::path below = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path();
-    std::string pattern = (below / "qx-kill-XXXXXX").string();
-    documents_ = ::mkdtemp(pattern.data());
-    void* const shared =
-        ::mmap(nullptr, sizeof(Noted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    noted_ = new (shared) Noted;
-  }
-  ~Kill() override { fs::remove_all(documents_); }
-
-  std::string directory() const { return documents_ + "/aws-0011/u1"; }
-
-  /// The tasks in the log file, by what their data files hold. Checks the file's form.
-  std::set<int> logged() {
-    std::set<int> tasks;
-    if (!fs::exists(directory() + "/logs.plist")) return tasks;
-    const std::string text = readFile(directory() + "/logs.plist");
-    const auto log = LinuxPropertyLists().decode(Data(text));
-    if (!log || log->asDictionary() == nullptr) {
-      ADD_FAILURE() << "unreadable: " << text;
-      return tasks;
-    }
-    std::size_t entries = 0;
-    for (auto at = text.find("<key>base</key>"); at != std::string::npos;
-         at = text.find("<key>base</key>", at + 1)) {
-      ++entries;
-    }
-    EXPECT_EQ(entries, log->asDictionary()->size()) << "one entry per task";
-    for (const auto& [name, entry] : *log->asDictionary()) {
-      // Without its file the entry is of a task that was just being deleted.
-      const std::string path = directory() + "/" + name;
-      if (!fs::exists(path)) continue;
-      const std::string bytes = readFile(path);
-      EXPECT_FALSE(bytes.empty()) << "an entry is written after its file";
-      if (bytes.empty()) continue;
-      EXPECT_TRUE(tasks.insert(std::stoi(bytes)).second) << bytes << " twice";
-    }
-    return tasks;
-  }
-
   /// A run of 50 uploads, killed at its `n`th change. False when it had fewer.
   bool killedAt(int n, bool half) {
-    fs::remove_all(documents_ + "/aws-0011");
+    std::filesystem::remove_all(documents_ + "/aws-0011");
     *noted_ = {};
     return !endsByItself([&] {
       killAtFileCall(n, half);
-      auto& host = *new Host(documents_, *noted_, /*failsSome=*/true);
-      host.perform("Action_SetUp:", {{"needServerResize", false}, {"resumeStoredTasks", true}});
-      for (int i = 0; i < kTasks; ++i) {
-        host.perform("Action_BackgroundUpload:",
-                     {{"scope", "avatar"}, {"suffix", "bin"}, {"data", Data(std::to_string(i))}});
-        noted_->accepted[i] = true;
-        if (i % 5 == 4) host.run();
-      }
-      host.pass(60);
+      upload50(documents_);
     });
   }
-
-  void restart() {
-    EXPECT_TRUE(endsByItself([&] {
-      killAtFileCall(0, false);
-      auto& host = *new Host(documents_, *noted_, /*failsSome=*/false);
-      host.perform("Action_SetUp:", {{"needServerResize", false}, {"resumeStoredTasks", true}});
-      host.run();
-      host.pass(60);
-    }));
-  }
-
-  std::string documents_;
-  Noted* noted_;
 };
 
 TEST_P(Kill, LosesNoAcceptedTaskAndRepeatsNoneThatIsGoneFromTheLog) {
@@ -227,23 +39,7 @@ TEST_P(Kill, LosesNoAcceptedTaskAndRepeatsNoneThatIsGoneFromTheLog) {
         return;
       }
       ++points;
-      const Noted before = *noted_;
-      const std::set<int> log = logged();
-      for (int i = 0; i < kTasks; ++i) {
-        EXPECT_TRUE(!before.accepted[i] || before.arrived[i] > 0 || log.contains(i))
-            << "task " << i << " is lost";
-      }
-
-      restart();
-      for (int i = 0; i < kTasks; ++i) {
-        EXPECT_TRUE(!before.accepted[i] || noted_->arrived[i] > 0) << "task " << i;
-        const int again = noted_->arrived[i] - before.arrived[i];
-        EXPECT_EQ(again, log.contains(i) ? 1 : 0) << "task " << i;
-      }
-      EXPECT_TRUE(logged().empty());
-      for (const auto& file : fs::directory_iterator(directory())) {
-        EXPECT_EQ(file.path().filename(), "logs.plist") << "left behind";
-      }
+      checkWhatIsLeft(documents_);
     }
   }
 }
