@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kParts = 4;
 /// Processes start many times slower under a sanitizer.
-constexpr int kStride = kSanitized ? 97 : 1;
+constexpr int kStride = kSanitized ? 23 : 1;
 
 class Kill : public CrashFixture {
  protected:

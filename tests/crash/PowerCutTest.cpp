@@ -21,7 +21,7 @@ namespace {
 using Survives = VolatileDisk::Survives;
 
 /// Processes start many times slower under a sanitizer.
-constexpr int kStride = kSanitized ? 61 : 1;
+constexpr int kStride = kSanitized ? 13 : 1;
 
 /// What lies in the folder for the next host, told by its process to the test.
 struct Cut {
