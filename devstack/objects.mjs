@@ -8,7 +8,8 @@ import { parseArgs } from 'node:util';
 import { DeleteObjectCommand, GetObjectCommand, HeadObjectCommand, ListObjectsV2Command } from '@aws-sdk/client-s3';
 import { storeClient } from './lib/StoreClient.mjs';
 
-const usage = `usage: node objects.mjs --state DIR list [PREFIX] | get KEY FILE | head KEY | delete KEY
+const usage = `usage: node objects.mjs --state DIR list [PREFIX] | get KEY FILE | get-all PREFIX FOLDER |
+                                              head KEY | delete KEY
        node objects.mjs webp-size FILE`;
 
 function open(state) {
@@ -45,6 +46,21 @@ const commands = {
     return { key, size, sha256: hash.digest('hex'), contentType: answer.ContentType ?? null };
   },
 
+  // Every object below a prefix as a file of the folder, named by the last part of its key.
+  async 'get-all'(state, prefix, folder) {
+    const { s3, Bucket } = open(state);
+    const waiting = await commands.list(state, prefix);
+    const count = waiting.length;
+    const fetch = async () => {
+      for (let object = waiting.pop(); object; object = waiting.pop()) {
+        const answer = await s3.send(new GetObjectCommand({ Bucket, Key: object.key }));
+        await pipeline(answer.Body, fs.createWriteStream(path.join(folder, path.basename(object.key))));
+      }
+    };
+    await Promise.all(Array.from({ length: 16 }, fetch));
+    return { count };
+  },
+
   async head(state, key) {
     const { s3, Bucket } = open(state);
     const answer = await s3.send(new HeadObjectCommand({ Bucket, Key: key }));
@@ -65,7 +81,7 @@ const commands = {
   },
 };
 
-const needs = { list: [0, 1], get: [2, 2], head: [1, 1], delete: [1, 1], 'webp-size': [1, 1] };
+const needs = { list: [0, 1], get: [2, 2], 'get-all': [2, 2], head: [1, 1], delete: [1, 1], 'webp-size': [1, 1] };
 
 try {
   const { values, positionals: [command, ...rest] } = parseArgs({ allowPositionals: true,

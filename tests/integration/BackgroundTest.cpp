@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "integration/HostProcess.h"
 #include "integration/TestHost.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxPropertyLists.h"
@@ -228,33 +228,6 @@ TEST(BackgroundUpload, DirectoryRemovedWhileRunningLosesNoUploadInMemory) {
 }
 
 // ---- A host that is killed
-
-/// A child process that runs `work` and then waits to be killed. Forked before this process has
-/// threads.
-class HostProcess {
- public:
-  explicit HostProcess(const std::function<void()>& work) {
-    child_ = fork();
-    if (child_ == 0) {
-      work();
-      pause();
-      _exit(0);
-    }
-  }
-  ~HostProcess() { kill(); }
-  void kill() {
-    if (child_ <= 0) return;
-    ::kill(child_, SIGKILL);
-    waitpid(child_, &status_, 0);
-    child_ = -1;
-  }
-  /// The process ended by nothing but our signal.
-  bool onlyKilled() const { return WIFSIGNALED(status_) && WTERMSIG(status_) == SIGKILL; }
-
- private:
-  pid_t child_ = -1;
-  int status_ = 0;
-};
 
 TEST(BackgroundUpload, KilledHostLeavesAReadableLogWhoseTasksAllArriveLater) {
   Devstack devstack;

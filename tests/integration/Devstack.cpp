@@ -126,6 +126,16 @@ std::vector<std::string> Devstack::keys(const std::string& prefix) {
   return keys;
 }
 
+std::map<std::string, std::string> Devstack::objectsBelow(const std::string& prefix) {
+  const TemporaryDirectory folder;
+  objects({"get-all", prefix, folder.path()});
+  std::map<std::string, std::string> found;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+    found[entry.path().filename()] = readFile(entry.path());
+  }
+  return found;
+}
+
 json Devstack::imageSize(const std::string& bytes) {
   const TemporaryDirectory folder;
   const std::string file = folder.path() + "/image";

@@ -45,6 +45,8 @@ class Devstack {
   // Through the devstack's own S3 client, past the proxies, with the owner's keys.
   Object object(const std::string& key);
   std::vector<std::string> keys(const std::string& prefix);
+  /// All objects below a prefix, by the last part of their keys.
+  std::map<std::string, std::string> objectsBelow(const std::string& prefix);
   /// {"width", "height", "format"} of image bytes.
   nlohmann::json imageSize(const std::string& bytes);
 
