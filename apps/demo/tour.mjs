@@ -1,8 +1,10 @@
 // What ./demo shows, once all is built and a devstack runs: it drives the host program qx_demo and
-// checks everything it reports by other means than the library's own.
+// the command line's qxuploader, and checks everything they report by other means than the library's
+// own.
 //
 //     node tour.mjs check FILE...                      are these images that can be shown?
-//     node tour.mjs run QX_DEMO FOLDER FILE...         the tour; QX_DEVSTACK names devstack.json
+//     node tour.mjs run QX_DEMO QXUPLOADER FOLDER FILE...
+//                                                      the tour; QX_DEVSTACK names devstack.json
 import { spawn, spawnSync } from 'node:child_process';
 import { createHash, randomBytes } from 'node:crypto';
 import fs from 'node:fs';
@@ -17,6 +19,7 @@ const sharp = createRequire(path.join(devstackFolder, 'package.json'))('sharp');
 const notes = 40;       // background uploads of the second chapter
 const images = 4;       // background image uploads
 const atOnce = 3;       // the limit of the second chapter
+const largeBytes = 96 << 20;  // the file of the third chapter: long enough under way to be watched
 const widest = 1024;    // what the upload server makes of an image
 
 const say = (text = '') => process.stdout.write(`${text}\n`);
@@ -276,6 +279,55 @@ async function backgroundChapter(info, program, folder, files) {
   }
 }
 
+/** Runs qxuploader to its end; `onEvent` gets its JSON events, else it writes to our own output. */
+async function qxuploader(info, program, folder, args, onEvent) {
+  const user = info.users[0];
+  const child = spawn(program, [...(onEvent ? ['--json'] : []), '--backend', info.backend, '--store', info.store,
+    '--user-id', user.userId, '--documents', path.join(folder, 'command-line.documents'), ...args],
+    { stdio: ['ignore', onEvent ? 'pipe' : 'inherit', 'inherit'],
+      env: { ...process.env, QXUPLOADER_TOKEN: user.accessToken } });
+  running = child;
+  let rest = '';
+  child.stdout?.on('data', (text) => {
+    const lines = (rest + text).split('\n');
+    rest = lines.pop();
+    for (const line of lines) onEvent(JSON.parse(line));
+  });
+  return new Promise((resolve, reject) => {
+    child.on('error', reject);
+    child.on('close', (code, signal) => resolve(signal ?? code));
+  });
+}
+
+async function downloadChapter(info, program, folder) {
+  say('\n== A download, from the command line ==\n');
+  const file = path.join(folder, 'large.bin');
+  fs.writeFileSync(file, randomBytes(largeBytes));
+  let url;
+  const sent = await qxuploader(info, program, folder, ['upload', file, '--scope', 'avatar'], (event) => {
+    url ??= event.url;
+  });
+  check(sent === 0 && url, `qxuploader upload: ${largeBytes >> 20} MiB are at ${url}`);
+  if (!url) return;
+  const output = path.join(folder, 'downloads');
+  fs.mkdirSync(output);
+  say(`qxuploader download ${url} --scope avatar --output ${output}`);
+  const args = ['download', url, '--scope', 'avatar', '--output', output];
+  let shown = -1;
+  // On a terminal the program draws its own bar.
+  const got = await qxuploader(info, program, folder, args, process.stdout.isTTY ? undefined : (event) => {
+    const quarter = Math.floor((event.fraction ?? -1) * 4);
+    if (event.event !== 'progress' || quarter <= shown) return;
+    shown = quarter;
+    say(`        ${Math.floor(event.fraction * 100)} %, ${(event.bytes / 1048576).toFixed(1)} of ` +
+      `${(event.total / 1048576).toFixed(1)} MiB`);
+  });
+  check(got === 0 && (process.stdout.isTTY || shown === 4), 'the download ended well, at 100 %');
+  const copy = path.join(output, path.basename(new URL(url).pathname));
+  check(fs.existsSync(copy) && fs.readFileSync(copy).equals(fs.readFileSync(file)), 'all its bytes are the same');
+  check(fs.readdirSync(output).length === 1, 'nothing else lies beside it');
+}
+
 const [command, ...rest] = process.argv.slice(2);
 if (command === 'check') {
   let bad = 0;
@@ -287,12 +339,13 @@ if (command === 'check') {
   }
   process.exitCode = bad ? 1 : 0;
 } else {
-  const [program, folder, ...files] = rest;
+  const [program, commandLine, folder, ...files] = rest;
   const file = process.env.QX_DEVSTACK;
   const info = { ...JSON.parse(fs.readFileSync(file, 'utf8')), file };
   try {
     await directChapter(info, program, folder, files);
     await backgroundChapter(info, program, folder, files);
+    await downloadChapter(info, commandLine, folder);
   } catch (error) {
     faults++;
     say(`  FAIL  ${error.message}`);
