@@ -1,14 +1,20 @@
 #include "platform/linux/PartFile.h"
 
 #include <fcntl.h>
+#include <openssl/evp.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
+#include <span>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "platform/linux/Multipart.h"
+#include "platform/linux/Sha256.h"
 
 namespace qx {
 namespace {
@@ -26,7 +32,7 @@ Result<PartFile> PartFile::create(std::string path) {
   if (path.find('\0') != std::string::npos) return fileError(path.c_str(), EINVAL);
   // Not the destination's name and more: that may be as long as a name can be.
   std::string part = path.substr(0, path.rfind('/') + 1) + "." + makeBoundary() + ".part";
-  const int file = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const int file = ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0) return fileError(path, errno);
   return PartFile(std::move(path), std::move(part), file);
 }
@@ -62,6 +68,26 @@ bool PartFile::write(std::string_view bytes) {
 
 bool PartFile::restart() {
   return (::lseek(file_, 0, SEEK_SET) == 0 && ::ftruncate(file_, 0) == 0) || fail(errno);
+}
+
+std::optional<std::string> PartFile::md5() const {
+  const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
+                                                                        EVP_MD_CTX_free);
+  if (EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return std::nullopt;
+  std::vector<unsigned char> buffer(std::size_t{256} << 10);
+  off_t offset = 0;
+  for (;;) {
+    const ssize_t count = ::pread(file_, buffer.data(), buffer.size(), offset);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(count));
+    offset += count;
+  }
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
+  unsigned int size = 0;
+  if (EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) return std::nullopt;
+  return hex(std::span(digest).first(size));
 }
 
 std::optional<Error> PartFile::publish() {

@@ -59,7 +59,7 @@ Sha256Digest hmacSha256(std::string_view key, std::string_view bytes) {
   return digestOf({{outer.data(), kBlock}, bytesOf(first)});
 }
 
-std::string hex(const Sha256Digest& digest) {
+std::string hex(std::span<const unsigned char> digest) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
   text.reserve(2 * digest.size());

@@ -40,6 +40,24 @@ bool isPassing(int status) {
   return status == 429 || status == 500 || status == 502 || status == 503 || status == 504;
 }
 
+/// The object's MD5 as the store gives it, in lower-case hex, or nothing. An ETag is the MD5 of the
+/// bytes unless the object came in parts (then it has a "-"), was encrypted with a key that is not
+/// the store's own, or lies in a directory bucket ("--x-s3"), says the S3 API reference on ETags.
+std::optional<std::string> md5Of(const HttpAnswer& answer, std::string_view bucket) {
+  std::string_view tag = answer.header("etag").value_or(std::string_view());
+  if (tag.size() >= 2 && tag.front() == '"' && tag.back() == '"') {
+    tag = tag.substr(1, tag.size() - 2);
+  }
+  const auto isDigit = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); };
+  if (tag.size() != 32 || !std::ranges::all_of(tag, isDigit)) return std::nullopt;
+  const auto encryption = answer.header("x-amz-server-side-encryption");
+  if ((encryption && encryption->starts_with("aws:kms")) || bucket.ends_with("--x-s3") ||
+      answer.header("x-amz-server-side-encryption-customer-algorithm")) {
+    return std::nullopt;
+  }
+  return std::string(tag);
+}
+
 /// One upload or download from its call to its completion. It keeps itself alive through the
 /// handlers of the request under way; only one thread at a time is busy with it.
 class Transfer : public std::enable_shared_from_this<Transfer> {
@@ -75,7 +93,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     file_.emplace(std::move(file));
     progress_ = std::move(progress);
     end_ = [this, location, done = std::move(done)](std::optional<Error> error) {
-      if (!error) error = file_->publish();
+      if (!error) error = publish();
       file_.reset();
       if (!done) return;
       if (error) {
@@ -191,7 +209,19 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     if (file_ && !answer.framed) {
       return finish(Error{"ObjectStore", 0, "the store did not say how long the object is"});
     }
+    if (file_) md5_ = md5Of(answer, bucket_);
     finish(std::nullopt);
+  }
+
+  /// On the completion queue: reading the whole file again must hold up nobody else's transfer.
+  std::optional<Error> publish() {
+    if (md5_) {
+      const std::optional<std::string> written = file_->md5();
+      if (written && *written != *md5_) {
+        return Error{"ObjectStore", 0, "the object came damaged: its MD5 is not the store's ETag"};
+      }
+    }
+    return file_->publish();
   }
 
   /// Another attempt after `delaySeconds`, unless the attempts or the time are used up.
@@ -276,6 +306,8 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   // The state of the attempts.
   std::optional<PartFile> file_;
+  /// What the file's should be.
+  std::optional<std::string> md5_;
   StoreAddress address_;
   std::string region_;
   std::string hash_;

@@ -24,24 +24,13 @@
 #include "crash/FileCalls.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
+#include "fakes/Sanitized.h"
 #include "platform/linux/LinuxFiles.h"
 #include "platform/linux/LinuxPropertyLists.h"
 
 namespace qx {
 
 constexpr int kTasks = 50;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-#else
-constexpr bool kSanitized = false;
-#endif
-
 /// Outlives the processes that write to it.
 struct Noted {
   /// The action has returned.

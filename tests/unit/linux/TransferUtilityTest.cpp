@@ -14,6 +14,7 @@
 #include <iterator>
 
 #include "fakes/FakeClock.h"
+#include "fakes/Sanitized.h"
 #include "platform/linux/LinuxDispatch.h"
 #include "platform/linux/LinuxObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
@@ -465,6 +466,34 @@ TEST_F(TransferUtilityTest, FailedDownloadLeavesTheEarlierFileAndNothingElse) {
   }
 }
 
+TEST_F(TransferUtilityTest, DownloadThatIsNotWhatTheETagSaysIsAnErrorAndLeavesTheEarlierFile) {
+  // printf whole | md5sum
+  const std::string md5 = "356c9ee60e9da05301adc3bd96f6b383";
+  ScriptedServer server({answerWith(200, "whole", "ETag: \"" + md5 + "\"\r\n"),
+                         answerWith(200, "wholf", "ETag: \"" + md5 + "\"\r\n")});
+  EXPECT_EQ(download(server.url(), path("file")).error, std::nullopt);
+  EXPECT_EQ(content(path("file")), "whole");
+  const auto error = download(server.url(), path("file")).error;
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain, "ObjectStore");
+  EXPECT_EQ(error->code, 0);
+  EXPECT_THAT(error->description, HasSubstr("ETag"));
+  EXPECT_EQ(content(path("file")), "whole");
+  EXPECT_THAT(names(), ElementsAre("file"));
+  EXPECT_EQ(server.requests().size(), 2U) << "not repeated";
+}
+
+TEST_F(TransferUtilityTest, ETagThatIsNoMd5IsNotCompared) {
+  const std::string md5 = "356c9ee60e9da05301adc3bd96f6b383";  // Of other bytes.
+  for (const std::string& headers :
+       {"ETag: \"" + md5 + "-2\"\r\n", std::string("ETag: \"abc\"\r\n"),
+        "ETag: \"" + md5 + "\"\r\nx-amz-server-side-encryption: aws:kms\r\n",
+        "ETag: \"" + md5 + "\"\r\nx-amz-server-side-encryption-customer-algorithm: AES256\r\n"}) {
+    ScriptedServer server({answerWith(200, "other", headers)});
+    EXPECT_EQ(download(server.url(), path("file")).error, std::nullopt) << headers;
+  }
+}
+
 TEST_F(TransferUtilityTest, RepeatedDownloadBeginsTheFileAnew) {
   Turn cut = silence(Turn::Then::close);
   cut.answer = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nthe first part";
@@ -546,7 +575,7 @@ long peakKiB() {
 }
 
 TEST_F(TransferUtilityTest, PayloadIsNotCopiedOnItsWay) {
-  constexpr std::size_t kSize = std::size_t{128} << 20;
+  constexpr std::size_t kSize = std::size_t{512} << 20;
   Turn turn;
   turn.read = Turn::Read::discard;
   ScriptedServer server({turn});
@@ -558,6 +587,20 @@ TEST_F(TransferUtilityTest, PayloadIsNotCopiedOnItsWay) {
   });
   EXPECT_EQ(promise.get_future().get(), std::nullopt);
   EXPECT_EQ(server.requests()[0].headers.at("content-length"), std::to_string(kSize));
+  EXPECT_LT(peakKiB() - before, 32 << 10);
+}
+
+TEST_F(TransferUtilityTest, DownloadOfTwoGibibytesLeavesTheMemoryFlat) {
+  Turn turn;
+  turn.piece = std::string(std::size_t{1} << 20, 'x');
+  turn.pieces = kSanitized ? 256 : 2048;
+  const std::size_t size = turn.pieces * turn.piece.size();
+  turn.answer = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n";
+  ScriptedServer server({turn});
+  resourceTimeout_ = 100;
+  const long before = peakKiB();
+  EXPECT_EQ(download(server.url(), path("file")).error, std::nullopt);
+  EXPECT_EQ(std::filesystem::file_size(path("file")), size);
   EXPECT_LT(peakKiB() - before, 32 << 10);
 }
 
