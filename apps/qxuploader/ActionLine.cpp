@@ -21,6 +21,37 @@ Error wrong(const std::string& key, const std::string& why) {
   return {"qxuploader", 0, "parameter \"" + key + "\": " + why};
 }
 
+/// Puts bytes in the place of {"file": PATH} and {"base64": TEXT}, wherever in `value` they stand.
+std::optional<Error> fillInBytes(const std::string& key, Value& value) {
+  if (const Array* elements = value.asArray()) {
+    Array filled = *elements;
+    for (Value& element : filled) {
+      if (auto error = fillInBytes(key, element)) return error;
+    }
+    value = std::move(filled);
+    return std::nullopt;
+  }
+  if (value.asDictionary() == nullptr) return std::nullopt;
+  Dictionary filled = *value.asDictionary();
+  if (const auto path = onlyText(filled, "file")) {
+    auto bytes = readWholeFile(*path);
+    if (!bytes) return wrong(key, *path + ": " + bytes.error().description);
+    value = *std::move(bytes);
+    return std::nullopt;
+  }
+  if (const auto text = onlyText(filled, "base64")) {
+    auto bytes = fromBase64(*text);
+    if (!bytes) return wrong(key, "not base64");
+    value = Data(*std::move(bytes));
+    return std::nullopt;
+  }
+  for (auto& [name, entry] : filled) {
+    if (auto error = fillInBytes(key, entry)) return error;
+  }
+  value = std::move(filled);
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::string actionName(std::string_view name) {
@@ -33,18 +64,12 @@ Result<Dictionary> actionParameters(const std::string& action, const Dictionary&
                                     const CallbackMaker& callback) {
   Dictionary result = params;
   for (auto& [key, value] : result) {
-    if (!value.asDictionary()) continue;
-    const Dictionary special = *value.asDictionary();
-    if (const auto path = onlyText(special, "file")) {
-      auto bytes = readWholeFile(*path);
-      if (!bytes) return wrong(key, *path + ": " + bytes.error().description);
-      value = *std::move(bytes);
-    } else if (const auto text = onlyText(special, "base64")) {
-      auto bytes = fromBase64(*text);
-      if (!bytes) return wrong(key, "not base64");
-      value = Data(*std::move(bytes));
-    } else if (const auto name = onlyText(special, "callback")) {
+    const Dictionary* dictionary = value.asDictionary();
+    const auto name = dictionary != nullptr ? onlyText(*dictionary, "callback") : std::nullopt;
+    if (name) {
       value = callback(action, key, *name);
+    } else if (auto error = fillInBytes(key, value)) {
+      return *std::move(error);
     }
   }
   return result;

@@ -20,9 +20,9 @@ using CallbackMaker = std::function<Value(const std::string& action, const std::
 /// "Upload:" becomes "Action_Upload:"; a name that has the prefix stays as it is.
 std::string actionName(std::string_view name);
 
-/// The parameters as the mediator takes them. A parameter that is exactly {"file": TEXT} becomes
-/// the file's bytes, {"base64": TEXT} the bytes it stands for, {"callback": TEXT} a callback;
-/// everything else keeps its type. The error says which parameter is wrong.
+/// The parameters as the mediator takes them. A value that is exactly {"file": TEXT} becomes the
+/// file's bytes, {"base64": TEXT} the bytes it stands for, a parameter {"callback": TEXT} a
+/// callback; everything else keeps its type. The error says which parameter is wrong.
 Result<Dictionary> actionParameters(const std::string& action, const Dictionary& params,
                                     const CallbackMaker& callback);
 

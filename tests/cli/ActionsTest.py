@@ -99,7 +99,9 @@ class Actions(ProgramTest):
                  "[" * 100000, '{"action": "\xff"', "\x00", '{"action": "\\ud800"}',
                  json.dumps(action("Upload:", data={"base64": "=?="})),
                  json.dumps(action("Upload:", data={"base64": "AA=A"})),
-                 json.dumps(action("Upload:", data={"file": "missing"}))]
+                 json.dumps(action("Upload:", data={"file": "missing"})),
+                 json.dumps(action("Upload:", extra={"within": {"base64": "=?="}})),
+                 json.dumps(action("Upload:", extra=[{"within": [{"file": "missing"}]}]))]
         done = self.actions(*lines, "", action("Upload:", **UPLOAD))
         self.assertEqual([event["line"] for event in done.named("error")],
                          list(range(1, len(lines) + 1)))
