@@ -232,6 +232,41 @@ UploadOutcome TestHost::upload(Data data, const std::string& scope, const std::s
   return outcome->value();
 }
 
+DownloadOutcome TestHost::download(const std::string& url, const std::string& scope) {
+  struct Shared {
+    std::mutex mutex;
+    DownloadOutcome outcome;
+    bool ended = false;
+  };
+  auto shared = std::make_shared<Shared>();
+  perform("Action_Download:",
+          {{"url", url},
+           {"scope", scope},
+           {"progress", Value::callback<HostDownloadProgress>([shared](double part) {
+              const std::lock_guard lock(shared->mutex);
+              shared->outcome.progress.push_back(part);
+              shared->outcome.progressThread = currentThread();
+            })},
+           {"complete", Value::callback<HostDownloadComplete>(
+                            [this, shared](const std::optional<Url>& location,
+                                           const std::optional<Error>& error) {
+                              const std::lock_guard lock(mutex_);
+                              ++completions_;
+                              const std::lock_guard sharedLock(shared->mutex);
+                              shared->outcome.location = location;
+                              shared->outcome.error = error;
+                              shared->ended = true;
+                            })}});
+  waitUntil([&shared] {
+    const std::lock_guard lock(shared->mutex);
+    return shared->ended;
+  });
+  // The last progress report may still be on its way to the main queue.
+  waitUntil([] { return false; }, 0.05);
+  const std::lock_guard lock(shared->mutex);
+  return shared->outcome;
+}
+
 std::vector<UploadOutcome> TestHost::uploadAll(const std::vector<Data>& payloads,
                                                const std::string& scope) {
   auto outcomes = std::make_shared<std::vector<UploadOutcome>>(payloads.size());

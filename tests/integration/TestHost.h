@@ -30,6 +30,14 @@ struct UploadOutcome {
   std::string thread;
 };
 
+struct DownloadOutcome {
+  std::optional<Url> location;
+  std::optional<Error> error;
+  std::vector<double> progress;
+  /// Where progress was reported: "main" on the main thread, else the last thread's name.
+  std::string progressThread;
+};
+
 struct BackgroundOutcome {
   std::string scope;
   std::optional<std::string> url;
@@ -70,7 +78,9 @@ class TestHost {
   /// All of them at once.
   std::vector<UploadOutcome> uploadAll(const std::vector<Data>& payloads,
                                        const std::string& scope = "avatar");
-  /// How often completions of upload() and uploadAll() have been called so far.
+  /// Sends "Action_Download:" and runs the main queue until it has called back.
+  DownloadOutcome download(const std::string& url, const std::string& scope = "avatar");
+  /// How often completions of upload(), download() and uploadAll() have been called so far.
   int completions();
 
   /// Outcomes of background attempts so far.
