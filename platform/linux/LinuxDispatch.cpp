@@ -233,7 +233,11 @@ class LinuxDispatch::WorkerQueue : public DispatchQueue {
   ~WorkerQueue() override { state_->close(); }
 
   std::string_view label() const override { return state_->label(); }
-  void async(Work work) override { state_->enqueue(work); }
+  void async(Work work) override {
+    // Kept here: the work may drop this queue before enqueue() is done.
+    const std::shared_ptr<QueueState> state = state_;
+    state->enqueue(work);
+  }
   void sync(Work work) override {
     if (currentQueue == state_.get()) fatalSync(label());
     Done done;
@@ -449,9 +453,11 @@ class LinuxDispatch::LinuxTimer : public Timer {
       if (!state_->scheduled || !state_->resumed || state_->started) return;
       state_->started = true;
     }
-    if (!workers_->begin()) return;
-    workers_->spawn("qx.timer", [state = state_] { state->serve(); });
-    workers_->end();
+    // Kept here: the first tick may destroy this timer before the thread that made it comes back.
+    const std::shared_ptr<Workers> workers = workers_;
+    if (!workers->begin()) return;
+    workers->spawn("qx.timer", [state = state_] { state->serve(); });
+    workers->end();
   }
 
   const std::shared_ptr<Workers> workers_;

@@ -143,16 +143,34 @@ TEST(LinuxDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
 
 TEST(LinuxDispatch, ATimersHandlerMayDestroyItsTimer) {
   LinuxDispatch dispatch;
-  const auto done = dispatch.makeSemaphore(0);
-  auto timer = dispatch.makeTimer(dispatch.globalQueue());
-  timer->setEventHandler([&] {
-    timer.reset();
-    done->signal();
-  });
-  timer->scheduleNow(60, 2e-9);
-  timer->resume();
-  done->wait();
-  EXPECT_EQ(timer, nullptr);
+  // Many, because the first tick may come before resume() has returned.
+  for (int i = 0; i < 500; ++i) {
+    const auto done = dispatch.makeSemaphore(0);
+    auto timer = dispatch.makeTimer(dispatch.globalQueue());
+    timer->setEventHandler([&] {
+      timer.reset();
+      done->signal();
+    });
+    timer->scheduleNow(60, 2e-9);
+    timer->resume();
+    done->wait();
+    ASSERT_EQ(timer, nullptr);
+  }
+}
+
+TEST(LinuxDispatch, WorkMayDropTheQueueItRunsOn) {
+  LinuxDispatch dispatch;
+  for (int i = 0; i < 500; ++i) {
+    const auto done = dispatch.makeSemaphore(0);
+    auto queue = dispatch.makeSerialQueue("q");
+    queue->sync([] {});  // From here on the queue has a thread, which may be faster than async().
+    queue->async([&] {
+      queue.reset();
+      done->signal();
+    });
+    done->wait();
+    ASSERT_EQ(queue, nullptr);
+  }
 }
 
 TEST(LinuxDispatch, StopBeforeTheRunMakesItReturnAtOnce) {
