@@ -55,6 +55,7 @@ fs.mkdirSync(folder, { recursive: true, mode: 0o700 });
 fs.chmodSync(folder, 0o700);  // keys live here
 const inState = (name) => path.join(folder, name);
 const infoFile = inState('devstack.json');
+const settingsFile = inState('qxuploader.toml');
 const ownerFile = inState('owner.json');
 claimState();
 
@@ -131,7 +132,7 @@ async function openStore() {
 }
 
 async function start() {
-  fs.rmSync(infoFile, { force: true });
+  forgetAddresses();
   const [store, certificates] = await Promise.all([openStore(), makeCertificates(inState('tls'))]);
   if (stopping) return;
 
@@ -179,16 +180,29 @@ async function start() {
   };
   info.admin = served(await startControl({ proxies, events, items, tokens,
     faultsFolder: fileURLToPath(new URL('faults', import.meta.url)) }));
+  fs.writeFileSync(settingsFile, settingsOf(info), { mode: 0o600 });
   fs.writeFileSync(`${infoFile}.tmp`, `${JSON.stringify(info, null, 2)}\n`, { mode: 0o600 });
   fs.renameSync(`${infoFile}.tmp`, infoFile);
   process.stdout.write(`devstack ready: ${info.backend}\n`);
+}
+
+/** What the command-line host needs to know, as its settings file: the first user, here. */
+function settingsOf({ backend, uploadServer, store, users: [user] }) {
+  const settings = { backend, upload_server: uploadServer, store, user_id: user.userId, token: user.accessToken };
+  // A JSON string is a TOML string too.
+  return Object.entries(settings).map(([name, value]) => `${name} = ${JSON.stringify(value)}\n`).join('');
+}
+
+/** The files that only hold while this process runs. */
+function forgetAddresses() {
+  for (const file of [infoFile, settingsFile]) fs.rmSync(file, { force: true });
 }
 
 /** Stops everything in the reverse order of its start, then ends this process. Runs once. */
 function stop(status) {
   stopping ??= (async () => {
     say('stopping');
-    fs.rmSync(infoFile, { force: true });
+    forgetAddresses();
     for (const close of closers.reverse()) {
       // a server waits for its open connections: not longer than this
       await Promise.race([Promise.resolve(close()).catch(() => {}), new Promise((r) => setTimeout(r, 500))]);

@@ -44,7 +44,7 @@ test('SIGTERM, SIGINT and a closed standard input stop everything within two sec
     assert.deepEqual(await stack.ended, { code: 0, signal: null }, how);
     assert.ok(Date.now() - begin < 2000, `${how}: ${Date.now() - begin} ms`);
     assert.ok(!pids.some(alive), how);
-    assert.ok(!fs.existsSync(path.join(stack.state, 'devstack.json')));
+    for (const file of ['devstack.json', 'qxuploader.toml']) assert.ok(!fs.existsSync(path.join(stack.state, file)), file);
     fs.rmSync(stack.state, { recursive: true });
   }
 });
@@ -86,10 +86,18 @@ test('a running devstack refuses a second one, and keeps its folder and its word
     assert.match(second.stderr, /already runs in .* \(process \d+\)/);
     await credentials(stack.info);
   });
+  await t.test('the settings of the command-line host say where it is and who its first user is', () => {
+    const read = 'import json, sys, tomllib; print(json.dumps(tomllib.load(open(sys.argv[1], "rb"))))';
+    const { stdout } = spawnSync('python3', ['-c', read, path.join(stack.state, 'qxuploader.toml')], { encoding: 'utf8' });
+    const { backend, uploadServer, store, users: [user] } = stack.info;
+    assert.deepEqual(JSON.parse(stdout),
+      { backend, upload_server: uploadServer, store, user_id: user.userId, token: user.accessToken });
+  });
   await t.test('the folder and what holds keys are private, and no secret is said', () => {
     const mode = (name) => (fs.statSync(path.join(stack.state, name)).mode & 0o777).toString(8);
-    assert.deepEqual([mode('.'), mode('devstack.json'), mode('store/keyring'), mode('tls/ca.key')],
-      ['700', '600', '600', '600']);
+    assert.deepEqual(
+      ['.', 'devstack.json', 'qxuploader.toml', 'store/keyring', 'tls/ca.key'].map(mode),
+      ['700', '600', '600', '600', '600']);
     for (const secret of [stack.info.adminSecretKey, ...stack.info.users.map((u) => u.accessToken)]) {
       assert.ok(!stack.said().includes(secret));
     }
