@@ -84,7 +84,6 @@ void AWSConfigure::full(const ConfigParameters& p) {
   changeConfigQeue_->sync([this, &p] {
     // Another thread may have applied the same identity while this one waited for the queue.
     if (configParameters.load() == p) return;
-    configParameters.store(p);
     const std::shared_ptr<TaskScheduler> newScheduler = TaskScheduler::make(p.userId);
     scheduler.store(newScheduler);
     HTTPHeaders headers = {{"USER-ID", p.userId}, {"ACCESS-TOKEN", p.accessToken}};
@@ -96,6 +95,8 @@ void AWSConfigure::full(const ConfigParameters& p) {
     }
     RetryTimer::setScheduler(newScheduler);
     RetryTimer::fireIfNeed();
+    // Last: who finds this identity in force finds its scheduler and its client in force, too.
+    configParameters.store(p);
   });
 }
 

@@ -129,6 +129,22 @@ TEST_F(AWSConfigureTest, IdentityIsAppliedWhenFullReturns) {
   EXPECT_EQ(runsOn("com.aws.change.config"), 1U);
 }
 
+// Who found the identity in force would otherwise go on without its scheduler or its client.
+TEST_F(AWSConfigureTest, IdentityIsInForceOnlyWhenAllOfItIsApplied) {
+  int asked = 0;
+  // Asked for the record "host error", half-way.
+  platform_.mediator.answer("QXConfig_currentEnvironmentIsProduction",
+                            [&asked](const std::vector<Value>&) {
+                              ++asked;
+                              EXPECT_NE(configure().scheduler.load(), nullptr);
+                              EXPECT_EQ(configure().configParameters.load(), std::nullopt);
+                              return Value(false);
+                            });
+  configure().full({"u1", "t1", std::nullopt});
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(configure().configParameters.load(), (ConfigParameters{"u1", "t1", std::nullopt}));
+}
+
 TEST_F(AWSConfigureTest, SchedulerIsTheUsersOwn) {
   configure().full(identity("u1"));
   EXPECT_EQ(platform_.files.kind("/documents/aws-0011/u1"), PathKind::directory);
@@ -416,6 +432,14 @@ TEST_F(AWSConfigureTest, EmptyCallbackIsNotCalled) {
 }
 
 // ---- fetchServerConfig()
+
+TEST_F(AWSConfigureTest, FetchWithoutASchedulerSucceeds) {
+  configure().networkingManager.store(
+      platform_.messageClients.make(*Url::parse("https://backend.test"), {}, std::nullopt, true));
+  EXPECT_TRUE(configure().fetchServerConfig().success);
+  EXPECT_TRUE(configure().configured);
+  EXPECT_EQ(configure().scheduler.load(), nullptr);
+}
 
 TEST_F(AWSConfigureTest, FetchIsOneGetWithThirtySecondsSentFromTheFetchQueue) {
   get("avatar");
