@@ -153,6 +153,21 @@ TEST_F(TargetUploaderTest, SetUpAppliesIdentityObserverAndItemCallback) {
   EXPECT_TRUE(platform.messageClients.requests(kGetUploadConfig).empty());
 }
 
+TEST_F(TargetUploaderTest, SetUpAppliesTheIdentityBetweenTheSwitchesAndTheObserver) {
+  int asked = 0;
+  platform.mediator.answer("Account_GetUserId", [this, &asked](const std::vector<Value>&) {
+    ++asked;
+    EXPECT_TRUE(AWSConfigure::shared().needServerResize);
+    EXPECT_TRUE(AWSConfigure::shared().resumeStoredTasks);
+    EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 0U);
+    EXPECT_FALSE(AWSConfigure::shared().backgroundUploadItemCallback.load());
+    return Value("123456");
+  });
+  perform("Action_SetUp:", {{"needServerResize", true}, {"resumeStoredTasks", true}});
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 1U);
+}
+
 TEST_F(TargetUploaderTest, SetUpWithFalseDiffersInTheSwitchAlone) {
   AWSConfigure::shared().needServerResize = true;
   perform("Action_SetUp:", {{"needServerResize", false}});
