@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/APIError.h"
 #include "platform/linux/Delivery.h"
 #include "platform/linux/Multipart.h"
 #include "platform/linux/Redaction.h"
@@ -24,6 +25,12 @@ class MessageEncoder : public APIEncoder {
  public:
   OrderedMembers encode(OrderedMembers fields) const override {
     std::erase_if(fields, [](const auto& field) { return field.second.isNull(); });
+    for (auto& [name, value] : fields) {
+      const Date* date = value.asDate();
+      if (const auto text = date ? rfc3339Text(date->secondsSince1970) : std::nullopt) {
+        value = *text;
+      }
+    }
     return fields;
   }
 };
@@ -114,7 +121,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
       deliver(*delivery, std::move(completion), {built.error(), nullptr});
       return;
     }
-    HttpRequest& request = *built;
+    auto& [request, secrets] = *built;
     // A message is small: its time is for the whole exchange, so that a server that drips cannot
     // hold up those who wait for the answer.
     request.totalTimeoutSeconds =
@@ -127,30 +134,40 @@ class MessageManager : public QXMessageAPINetworkingManager {
         delivery->progress([progress, fraction] { progress(fraction); });
       };
     }
-    std::string token(valueOf(request.headers, kTokenHeader));
     environment_.engine.send(
         std::move(request),
         [delivery, message = std::move(message), completion = std::move(completion),
-         token = std::move(token), &json = environment_.json](HttpAnswer answer) mutable {
+         secrets = std::move(secrets), &json = environment_.json](HttpAnswer answer) mutable {
           // Decoding belongs on the completion queue: the engine's thread moves others' bytes.
           delivery->finish([message = std::move(message), completion = std::move(completion),
-                            token = std::move(token), &json, answer = std::move(answer)] {
+                            secrets = std::move(secrets), &json, answer = std::move(answer)] {
             QXNetworkingResponse response = responseOf(*message, answer, json);
-            if (response.error) leaveOut(response.error->description, token);
+            if (response.error) {
+              for (const std::string& secret : secrets) {
+                leaveOut(response.error->description, secret);
+              }
+            }
             if (completion) completion(response);
           });
         });
   }
 
  private:
+  struct Built {
+    HttpRequest request;
+    /// What an error must not repeat: the access token and the signature.
+    std::vector<std::string> secrets;
+  };
+
   static void deliver(Delivery& delivery, Completion completion, QXNetworkingResponse response) {
     delivery.finish([completion = std::move(completion), response = std::move(response)] {
       if (completion) completion(response);
     });
   }
 
-  Result<HttpRequest> build(const APIRequest& message, const std::optional<HTTPHeaders>& headers) {
-    HttpRequest request;
+  Result<Built> build(const APIRequest& message, const std::optional<HTTPHeaders>& headers) {
+    Built built;
+    HttpRequest& request = built.request;
     const auto methods = message.methods();
     if (methods.empty()) return Error{"QXNetworking", 0, "the message has no method"};
     request.method = methods.front();
@@ -188,6 +205,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
       setHeader(request.headers, "Content-Type", "application/json");
       request.body.emplace_back(std::move(*body));
     }
+    built.secrets.emplace_back(valueOf(request.headers, kTokenHeader));
     if (addSignature_) {
       const std::string path = pathAndQuery(request.url);
       MessageToSign toSign;
@@ -197,8 +215,12 @@ class MessageManager : public QXMessageAPINetworkingManager {
       toSign.body = signedBody;
       toSign.accessToken = valueOf(request.headers, kTokenHeader);
       request.headers.push_back(environment_.signer(toSign));
+      const std::string& signature = request.headers.back().second;
+      built.secrets.push_back(signature);
+      // The digest of "t=...,v1=<digest>" alone, too.
+      built.secrets.push_back(signature.substr(signature.rfind('=') + 1));
     }
-    return request;
+    return built;
   }
 
   static QXNetworkingResponse responseOf(const APIRequest& message, const HttpAnswer& answer,
@@ -215,14 +237,11 @@ class MessageManager : public QXMessageAPINetworkingManager {
     return {std::nullopt, std::move(*value)};
   }
 
-  /// The message of the backend's error record, which needs both its members, or the bare status.
+  /// The message of the backend's error record, or the bare status when the body is none.
   static std::string failureText(const Data& body, int status, const APIDecoder& decoder) {
-    const auto record = decoder.decode(body);
-    const Dictionary* members = record ? record->asDictionary() : nullptr;
-    if (members != nullptr && readInt(*members, "code")) {
-      if (auto text = readText(*members, "message")) return *text;
-    }
-    return "HTTP " + std::to_string(status);
+    const auto value = decoder.decode(body);
+    auto record = value ? APIError::decode(*value) : Result<APIError>(value.error());
+    return record ? record->message : "HTTP " + std::to_string(status);
   }
 
   const Environment environment_;

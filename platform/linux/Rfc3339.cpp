@@ -1,6 +1,10 @@
 #include "platform/linux/Rfc3339.h"
 
+#include <array>
 #include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
 
 namespace qx {
 namespace {
@@ -83,6 +87,29 @@ std::optional<double> parseRfc3339(std::string_view text) {
   }
   const auto days = std::chrono::sys_days{date}.time_since_epoch().count();
   return static_cast<double>(days) * 86400 + hour * 3600 + minute * 60 + second - offset + fraction;
+}
+
+std::optional<std::string> rfc3339Text(double secondsSince1970) {
+  // The first instants of the years 0 and 10,000.
+  if (!(secondsSince1970 >= -62167219200.0 && secondsSince1970 < 253402300800.0)) {
+    return std::nullopt;
+  }
+  using Microseconds = std::chrono::duration<std::int64_t, std::micro>;
+  const Microseconds time{std::llround(secondsSince1970 * 1e6)};
+  const auto days = std::chrono::floor<std::chrono::days>(time);
+  const std::chrono::year_month_day date{std::chrono::sys_days{days}};
+  const std::chrono::hh_mm_ss<Microseconds> clock{time - days};
+  std::array<char, 64> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d", int{date.year()},
+                unsigned{date.month()}, unsigned{date.day()},
+                static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                static_cast<int>(clock.seconds().count()));
+  std::string whole = text.data();
+  if (const auto fraction = clock.subseconds().count(); fraction != 0) {
+    std::snprintf(text.data(), text.size(), ".%06d", static_cast<int>(fraction));
+    whole += text.data();
+  }
+  return whole + "Z";
 }
 
 }  // namespace qx

@@ -1,4 +1,4 @@
-#include "Classes/APIError.h"
+#include "platform/APIError.h"
 
 #include <gtest/gtest.h>
 

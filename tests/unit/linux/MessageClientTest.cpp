@@ -6,6 +6,7 @@
 #include <openssl/hmac.h>
 
 #include <future>
+#include <limits>
 #include <thread>
 
 #include "fakes/FakeClock.h"
@@ -194,9 +195,30 @@ TEST_F(MessageClientTest, TokenThatTheBackendRepeatsStaysOutOfTheError) {
   EXPECT_EQ(send(server.url(), message_).error->description, "bad token ...!");
 }
 
+TEST_F(MessageClientTest, SignatureThatTheBackendRepeatsStaysOutOfTheError) {
+  const MessageSigner signer = [](const MessageToSign&) {
+    return std::pair<std::string, std::string>{"X-SIGN", "t=1,v1=0123abcd"};
+  };
+  for (const auto& [said, told] : {std::pair{"bad t=1,v1=0123abcd!", "bad ...!"},
+                                   std::pair{"bad digest 0123abcd!", "bad digest ...!"}}) {
+    ScriptedServer server(
+        {answerWith(401, std::string(R"({"code":1000,"message":")") + said + R"("})")});
+    EXPECT_EQ(send(server.url(), message_, true, {}, 30, signer).error->description, told);
+  }
+}
+
+TEST_F(MessageClientTest, DateIsSentInRfc3339) {
+  ScriptedServer server({answerWith(200, R"({"t":""})")});
+  message_->method = "POST";
+  message_->fields = {{"until", Date{1795219560}}};
+  ASSERT_EQ(send(server.url(), message_).error, std::nullopt);
+  EXPECT_EQ(server.requests()[0].body, R"({"until":"2026-11-21T00:06:00Z"})");
+}
+
 TEST_F(MessageClientTest, StatusIsTheDescriptionWithoutAWholeErrorRecord) {
   for (const char* body : {"", "<html>", "[]", R"({"message":"m"})", R"({"code":1000})",
-                           R"({"code":"1000","message":"m"})", R"({"code":1000,"message":5})"}) {
+                           R"({"code":"1000","message":"m"})", R"({"code":1000,"message":5})",
+                           R"({"code":2,"message":"m"})"}) {
     ScriptedServer server({answerWith(503, body)});
     EXPECT_EQ(send(server.url(), message_).error, (Error{"QXNetworking", 503, "HTTP 503"})) << body;
   }
@@ -272,6 +294,23 @@ TEST(Rfc3339, ReadsDatesWithAZone) {
   EXPECT_DOUBLE_EQ(parseRfc3339("2026-11-21T00:06:00.125Z").value(), 1795219560.125);
   EXPECT_EQ(parseRfc3339("2000-02-29T12:34:56Z"), 951827696.0);
   EXPECT_EQ(parseRfc3339("1990-12-31T23:59:60Z"), 662688000.0);
+}
+
+TEST(Rfc3339, WritesUtcToTheMicrosecond) {
+  EXPECT_EQ(rfc3339Text(0), "1970-01-01T00:00:00Z");
+  EXPECT_EQ(rfc3339Text(1795219560), "2026-11-21T00:06:00Z");
+  EXPECT_EQ(rfc3339Text(1795219560.125), "2026-11-21T00:06:00.125000Z");
+  EXPECT_EQ(rfc3339Text(-0.5), "1969-12-31T23:59:59.500000Z");
+  EXPECT_EQ(rfc3339Text(-62167219200.0), "0000-01-01T00:00:00Z");
+  EXPECT_EQ(rfc3339Text(253402300799.0), "9999-12-31T23:59:59Z");
+}
+
+TEST(Rfc3339, WritesNothingForAYearOfMoreThanFourDigits) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const double time : {-62167219201.0, 253402300800.0, infinity, -infinity,
+                            std::numeric_limits<double>::quiet_NaN()}) {
+    EXPECT_EQ(rfc3339Text(time), std::nullopt) << time;
+  }
 }
 
 TEST(Rfc3339, RefusesEverythingElse) {
