@@ -29,7 +29,9 @@ export function run(command, args, options = {}) {
       { maxBuffer: 16 << 20, timeout: 60_000, ...options, input: undefined },
       (error, stdout, stderr) => {
         if (!error) return resolve(stdout);
-        const said = (stderr || stdout || error.message).trim().split('\n').slice(-3).join(' | ');
+        // Never error.message: it repeats the command line, and keys may stand there.
+        const said = (stderr || stdout).trim().split('\n').slice(-3).join(' | ') ||
+          (error.killed ? 'it took too long' : error.code ?? error.signal);
         reject(new Error(`${command} ${args[0] ?? ''} failed: ${said}`));
       });
     child.stdin.on('error', () => {});  // it may end without reading its input
