@@ -142,9 +142,11 @@ std::optional<StoreAddress> redirectedAddress(const StoreEndpoint& endpoint,
   const auto to = StoreEndpoint::parse(target.substr(0, target.find_first_of("/?#", scheme + 3)));
   if (!to || !isSameStore(endpoint, bucket, to->host)) return std::nullopt;
   if (current.scheme == "https" && to->scheme != "https") return std::nullopt;
-  // Another port of the same host can be anybody's; TLS at its own port is the store's.
+  // Another port of the same host can be anybody's; from plain HTTP, TLS at its own port is the
+  // store's.
   const bool samePort = to->scheme == endpoint.scheme && to->port == endpoint.port;
-  if (!samePort && !(to->scheme == "https" && !to->port)) return std::nullopt;
+  const bool toTls = endpoint.scheme == "http" && to->scheme == "https" && !to->port;
+  if (!samePort && !toTls) return std::nullopt;
   const bool bucketInHost = to->host.starts_with(bucket + ".") &&
                             isSameStore(endpoint, bucket, to->host.substr(bucket.size() + 1));
   if (bucketInHost) return StoreAddress{to->scheme, to->authority(), "/" + encodedKey};

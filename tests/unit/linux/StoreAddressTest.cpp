@@ -107,6 +107,14 @@ TEST(StoreRedirect, AtAnAddressOnlyTheSameHostAndPortCount) {
   EXPECT_EQ(redirected("http://localhost:8000", "http://bucket.localhost:8000/x"), "refused");
 }
 
+TEST(StoreRedirect, NeverGoesToAnotherPortOverTls) {
+  EXPECT_EQ(redirected("https://s3.example.com:9000", "https://s3.example.com:9000/bucket/k"),
+            "https://s3.example.com:9000/bucket/k");
+  EXPECT_EQ(redirected("https://s3.example.com:9000", "https://s3.example.com/bucket/k"),
+            "refused");
+  EXPECT_EQ(redirected("https://127.0.0.1:9000", "https://127.0.0.1/bucket/k"), "refused");
+}
+
 TEST(StoreRedirect, MayGoFromHttpToHttps) {
   EXPECT_EQ(redirected("http://s3.example.com", "https://s3.example.com/bucket/k"),
             "https://s3.example.com/bucket/k");
