@@ -202,14 +202,17 @@ std::optional<Error> LinuxFiles::createDirectory(const std::string& path) {
     const std::string at = missing.back();
     if (::mkdir(at.c_str(), 0700) == 0) {
       // So that a crash cannot take the directory away from under a file that was synced.
-      if (const int code = syncDirectory(parentOf(at))) return failure(path, code);
+      const int code = syncDirectory(parentOf(at));
+      // One that may be written but not read cannot be synced; what it holds is there all the same.
+      if (code != 0 && code != EACCES) return failure(path, code);
       missing.pop_back();
       continue;
     }
     const int code = errno;
     if (code == EEXIST && kind(at) == PathKind::directory) {
       missing.pop_back();
-    } else if (code == ENOENT && parentOf(at) != at && !at.empty()) {
+    } else if (code == ENOENT && parentOf(at) != at && !at.empty() &&
+               kind(parentOf(at)) == PathKind::absent) {
       missing.push_back(parentOf(at));
     } else {
       return failure(path, code);

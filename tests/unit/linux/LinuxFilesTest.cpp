@@ -53,6 +53,10 @@ TEST_F(LinuxFilesTest, DirectoriesAndFilesAreForTheUserAlone) {
   EXPECT_EQ(modeOf(at("x/b")), 0600U);
 }
 
+TEST_F(LinuxFilesTest, DirectoryWhereNoneCanBeMadeIsAnError) {
+  EXPECT_EQ(files_.createDirectory("/proc/none/below").value_or(Error()).code, ENOENT);
+}
+
 TEST_F(LinuxFilesTest, AFileThatOthersCouldReadIsMadePrivate) {
   ASSERT_FALSE(put("a", "1"));
   ASSERT_EQ(::chmod(at("a").c_str(), 0644), 0);
