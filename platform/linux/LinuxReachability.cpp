@@ -95,22 +95,26 @@ void drain(int fd) {
 
 LinuxReachability::LinuxReachability(std::vector<std::string> hosts)
     : hosts_(std::move(hosts)),
+      firstLookUpDeadline_(std::chrono::steady_clock::now() + kFirstLookUpLimit),
       netlink_(openNetlink()),
       stop_(::eventfd(0, EFD_CLOEXEC)),
       thread_([this] { watch(); }) {}
 
 LinuxReachability::~LinuxReachability() {
+  {
+    MutexLock lock(mutex_);
+    stopping_ = true;
+  }
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = ::write(stop_, &one, sizeof one);
   thread_.join();
   if (netlink_ >= 0) ::close(netlink_);
-  ::close(stop_);
+  if (stop_ >= 0) ::close(stop_);
 }
 
 bool LinuxReachability::isReachable() {
-  const auto deadline = std::chrono::steady_clock::now() + kFirstLookUpLimit;
   MutexLock lock(mutex_);
-  while (!isKnown_ && known_.waitUntil(mutex_, deadline)) {
+  while (!isKnown_ && known_.waitUntil(mutex_, firstLookUpDeadline_)) {
   }
   return reachable_;
 }
@@ -129,10 +133,14 @@ void LinuxReachability::watch() {
       MutexLock lock(mutex_);
       reachable = reachable_;
     }
-    // A negative descriptor (no netlink socket to be had) is one that poll ignores.
+    // A negative descriptor (there was none to be had) is one that poll ignores.
     std::array<pollfd, 2> events = {pollfd{stop_, POLLIN, 0}, pollfd{netlink_, POLLIN, 0}};
-    ::poll(events.data(), events.size(), reachable && netlink_ >= 0 ? -1 : kRetryMilliseconds);
-    if (events[0].revents != 0) return;
+    const bool hearsAll = stop_ >= 0 && netlink_ >= 0;
+    ::poll(events.data(), events.size(), reachable && hearsAll ? -1 : kRetryMilliseconds);
+    {
+      MutexLock lock(mutex_);
+      if (stopping_) return;
+    }
     if (events[1].revents != 0) drain(netlink_);
   }
 }

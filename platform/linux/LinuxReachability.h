@@ -5,6 +5,7 @@
 // changes and calls the listeners, one after the other, outside the lock.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,8 +25,8 @@ class LinuxReachability : public QXNetworkingReachabilityTool {
   LinuxReachability(const LinuxReachability&) = delete;
   LinuxReachability& operator=(const LinuxReachability&) = delete;
 
-  /// What the latest look-up found. Before the first one has ended: waits for it, two seconds at
-  /// most, then says true, for an attempt is the better test.
+  /// What the latest look-up found. Before the first one has ended: waits for it, but not beyond
+  /// two seconds after construction, then says true, for an attempt is the better test.
   bool isReachable() override;
   void startListening(Listener listener) override;
 
@@ -35,12 +36,14 @@ class LinuxReachability : public QXNetworkingReachabilityTool {
   void lookUp();
 
   const std::vector<std::string> hosts_;
+  const std::chrono::steady_clock::time_point firstLookUpDeadline_;
   const int netlink_;
   /// Readable when the thread is to end.
   const int stop_;
 
   Mutex mutex_;
   Condition known_;
+  bool stopping_ QX_GUARDED_BY(mutex_) = false;
   bool isKnown_ QX_GUARDED_BY(mutex_) = false;
   bool reachable_ QX_GUARDED_BY(mutex_) = true;
   std::vector<Listener> listeners_ QX_GUARDED_BY(mutex_);
