@@ -239,14 +239,15 @@ class LinuxDispatch::WorkerQueue : public DispatchQueue {
     state->enqueue(work);
   }
   void sync(Work work) override {
-    if (currentQueue == state_.get()) fatalSync(label());
+    const std::shared_ptr<QueueState> state = state_;
+    if (currentQueue == state.get()) fatalSync(label());
     Done done;
     Work item = [&work, &done] {
       work();
       work = nullptr;
       done.set();
     };
-    if (state_->enqueue(item)) {
+    if (state->enqueue(item)) {
       done.wait();
     } else {
       work();  // Shut down: nothing else runs on this queue any more.
@@ -264,7 +265,8 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
   std::string_view label() const override { return "main"; }
   void async(Work work) override {
     if (poster_) {
-      poster_([this, work = std::move(work)]() mutable {
+      poster_([this, alive = std::weak_ptr<const bool>(alive_), work = std::move(work)]() mutable {
+        if (alive.expired()) return;
         const RunningOn here(this);
         work();
         work = nullptr;
@@ -303,14 +305,15 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
 
  private:
   void enqueue(Work work) {
-    {
-      MutexLock lock(mutex_);
-      items_.push_back(std::move(work));
-    }
+    MutexLock lock(mutex_);
+    items_.push_back(std::move(work));
+    // Under the lock: when this is the stop, the thread in run() may destroy this queue at once.
     wake_.notifyOne();
   }
 
   const std::function<void(Work)> poster_;
+  /// What the host's loop still holds when this queue is gone is dropped.
+  const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   Mutex mutex_;
   Condition wake_;
   /// An empty one stops run().
@@ -351,6 +354,8 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
         while (alive && SteadyClock::now() < due) changed.waitUntil(mutex, due);
         if (!alive) return;
         due += interval;
+        // One that has not run yet stands for this one, too.
+        if (std::exchange(posted, true)) continue;
         posting = true;
       }
       queue.async([state = shared_from_this()] { state->tick(); });
@@ -363,6 +368,7 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   void tick() {
     {
       MutexLock lock(mutex);
+      posted = false;
       if (!alive) return;
       again = true;
       if (running) return;
@@ -408,6 +414,8 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   bool alive QX_GUARDED_BY(mutex) = true;
   bool again QX_GUARDED_BY(mutex) = false;
   bool running QX_GUARDED_BY(mutex) = false;
+  /// A tick is on its way: it has not begun to run.
+  bool posted QX_GUARDED_BY(mutex) = false;
   /// The timer's thread is about to use the queue.
   bool posting QX_GUARDED_BY(mutex) = false;
   std::thread::id runner QX_GUARDED_BY(mutex);

@@ -141,6 +141,31 @@ TEST(LinuxDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
   EXPECT_FALSE(overlapped);
 }
 
+TEST(LinuxDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
+  LinuxDispatch dispatch;
+  const auto queue = dispatch.makeSerialQueue("q");
+  const auto free = dispatch.makeSemaphore(0);
+  queue->async([free] { free->wait(); });
+  int ticks = 0;
+  auto timer = dispatch.makeTimer(*queue);
+  timer->setEventHandler([&] { ++ticks; });
+  // Another timer tells when the one that is looked at has had time for many.
+  const auto enough = dispatch.makeSemaphore(0);
+  auto watch = dispatch.makeTimer(dispatch.globalQueue());
+  watch->setEventHandler([enough] { enough->signal(); });
+  timer->scheduleNow(0.001, 2e-9);
+  timer->resume();
+  watch->scheduleNow(0.01, 2e-9);
+  watch->resume();
+  for (int i = 0; i < 5; ++i) enough->wait();
+  int ticksWaiting = 0;
+  queue->async([&] { ticksWaiting = ticks; });
+  free->signal();
+  queue->sync([] {});
+  timer.reset();
+  EXPECT_LE(ticksWaiting, 1);
+}
+
 TEST(LinuxDispatch, ATimersHandlerMayDestroyItsTimer) {
   LinuxDispatch dispatch;
   // Many, because the first tick may come before resume() has returned.
@@ -170,6 +195,10 @@ TEST(LinuxDispatch, WorkMayDropTheQueueItRunsOn) {
     });
     done->wait();
     ASSERT_EQ(queue, nullptr);
+    queue = dispatch.makeSerialQueue("q");
+    queue->sync([] {});
+    queue->sync([&] { queue.reset(); });
+    ASSERT_EQ(queue, nullptr);
   }
 }
 
@@ -192,6 +221,26 @@ TEST(LinuxDispatch, MainQueueRunsOnTheThreadThatRunsItUntilWorkStopsIt) {
   });
   dispatch.runMainQueue();
   EXPECT_THAT(onMain, testing::ElementsAre(true, true, true));
+}
+
+TEST(LinuxDispatch, AnotherThreadsStopMayEndTheDispatch) {
+  for (int i = 0; i < 200; ++i) {
+    auto dispatch = std::make_unique<LinuxDispatch>();
+    std::thread stopping([host = dispatch.get()] { host->stopMainQueue(); });
+    dispatch->runMainQueue();
+    dispatch.reset();
+    stopping.join();
+  }
+}
+
+TEST(LinuxDispatch, WorkThatAPosterStillHoldsIsDroppedWithTheDispatch) {
+  std::vector<Work> posted;
+  auto dispatch =
+      std::make_unique<LinuxDispatch>([&](Work work) { posted.push_back(std::move(work)); });
+  dispatch->mainQueue().async([] { ADD_FAILURE() << "nothing runs any more"; });
+  dispatch.reset();
+  ASSERT_EQ(posted.size(), 1U);
+  posted.front()();
 }
 
 TEST(LinuxDispatch, APosterGetsTheWorkOfTheMainQueue) {
