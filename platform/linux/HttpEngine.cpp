@@ -1,8 +1,11 @@
 #include "platform/linux/HttpEngine.h"
 
 #include <curl/curl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <pthread.h>
 #include <strings.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +19,7 @@
 #include <utility>
 
 #include "platform/Mutex.h"
+#include "platform/linux/Redaction.h"
 
 namespace qx {
 namespace {
@@ -39,6 +43,9 @@ constexpr std::int64_t kTinyBody = 16 << 10;
 constexpr std::int64_t kSmallBody = 64 << 10;
 constexpr long kSmallUploadBuffer = 64 << 10;
 constexpr long kLargeUploadBuffer = 512 << 10;
+/// How much the kernel takes beyond what is on the wire. Its own limit, megabytes, would have a
+/// slow connection look silent for minutes, and progress run ahead by as much.
+constexpr int kUnsentInKernel = 256 << 10;
 constexpr long kSmallReceiveBuffer = 16 << 10;
 constexpr long kLargeReceiveBuffer = 256 << 10;
 
@@ -75,6 +82,16 @@ std::string_view hostPart(std::string_view url) {
   const std::size_t scheme = url.find("://");
   const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
   return url.substr(0, url.find_first_of("/?#", start));
+}
+
+/// The name and password of a URL, with or without a scheme; empty when there are none.
+std::string_view userInfo(std::string_view url) {
+  std::string_view host = hostPart(url);
+  if (const std::size_t scheme = host.find("://"); scheme != std::string_view::npos) {
+    host.remove_prefix(scheme + 3);
+  }
+  const std::size_t at = host.rfind('@');
+  return at == std::string_view::npos ? std::string_view() : host.substr(0, at);
 }
 
 bool isToken(std::string_view name) {
@@ -177,6 +194,8 @@ struct Transfer {
   std::int64_t received = 0;
   /// Why a callback of ours ended it.
   std::optional<Error> stopped;
+  /// An error answer that goes on and on: its status and what is there of it will do.
+  bool heardEnough = false;
 
   std::size_t read(char* out, std::size_t room) {
     std::size_t written = 0;
@@ -240,6 +259,11 @@ struct Transfer {
       return true;
     }
     if (answer.body.size() + bytes.size() > request.bodyLimit) {
+      heardEnough = answer.status / 100 != 2;
+      if (heardEnough) {
+        answer.body.append(bytes.substr(0, request.bodyLimit - answer.body.size()));
+        return false;
+      }
       stopped = transportError(CURLE_FILESIZE_EXCEEDED, "the answer is too large");
       return false;
     }
@@ -273,6 +297,13 @@ std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* tra
 std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
   // A short count ends the transfer with CURLE_WRITE_ERROR.
   return static_cast<Transfer*>(transfer)->body({bytes, size * count}) ? size * count : 0;
+}
+
+int onSocket(void* /*engine*/, curl_socket_t connection, curlsocktype /*purpose*/) {
+  // Without the option more bytes count as moved than have left; that is all.
+  ::setsockopt(connection, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentInKernel,
+               sizeof kUnsentInKernel);
+  return CURL_SOCKOPT_OK;
 }
 
 int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
@@ -424,6 +455,8 @@ class HttpEngine::Loop {
     if (settings_.caFile) {
       set(easy, CURLOPT_CAINFO, settings_.caFile->c_str());
       set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+      set(easy, CURLOPT_PROXY_CAINFO, settings_.caFile->c_str());
+      set(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
     }
     // The empty text turns off what the environment says.
     set(easy, CURLOPT_PROXY, settings_.proxy ? settings_.proxy->c_str() : "");
@@ -431,6 +464,7 @@ class HttpEngine::Loop {
     set(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     set(easy, CURLOPT_USERAGENT, userAgent_.c_str());
     set(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, kExpectTimeoutMs);
+    set(easy, CURLOPT_SOCKOPTFUNCTION, onSocket);
     set(easy, CURLOPT_READFUNCTION, onRead);
     set(easy, CURLOPT_SEEKFUNCTION, onSeek);
     set(easy, CURLOPT_HEADERFUNCTION, onHeader);
@@ -451,6 +485,9 @@ class HttpEngine::Loop {
         transfer.bodySize == 0 && (request.method == "GET" || request.method == "HEAD");
     const bool tiny =
         request.body.size() == 1 && transfer.bodySize > 0 && transfer.bodySize <= kTinyBody;
+    // With the fields of an earlier request in place libcurl would not ask for the body again when
+    // it has to send it anew. First, for this sets the method, too.
+    set(easy, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
     if (plain) {
       set(easy, CURLOPT_UPLOAD, 0L);
       set(easy, CURLOPT_NOBODY, request.method == "HEAD" ? 1L : 0L);
@@ -560,15 +597,17 @@ class HttpEngine::Loop {
     transfer.easy = nullptr;
   }
 
-  static void answer(Transfer& transfer, CURLcode code) {
+  void answer(Transfer& transfer, CURLcode code) const {
     HttpAnswer& answer = transfer.answer;
     if (transfer.stopped) {
       answer.error = std::move(transfer.stopped);
       answer.failure = HttpFailure::other;
-    } else if (code != CURLE_OK) {
-      const char* text =
+    } else if (code != CURLE_OK && !transfer.heardEnough) {
+      std::string text =
           transfer.message.front() == '\0' ? curl_easy_strerror(code) : transfer.message.data();
-      answer.error = transportError(code, text);
+      // libcurl repeats a proxy that it cannot read.
+      if (settings_.proxy) leaveOut(text, userInfo(*settings_.proxy));
+      answer.error = transportError(code, std::move(text));
       answer.failure = failureOf(code);
     }
     const AnswerHandler answered = std::move(transfer.answered);
@@ -664,7 +703,7 @@ class HttpEngine::Loop {
     }
   }
 
-  static void refuse(Transfer& transfer) {
+  void refuse(Transfer& transfer) const {
     if (!transfer.stopped) {
       transfer.stopped =
           transportError(CURLE_ABORTED_BY_CALLBACK, "the HTTP engine has been shut down");

@@ -2,7 +2,8 @@
 // through it.
 //
 // One thread ("qx.http") drives one libcurl multi handle with one connection pool, TLS session and
-// DNS cache. A request is sent once: no retry, no redirect; both are decided above.
+// DNS cache. No retry, no redirect: both are decided above. (libcurl itself sends a request anew
+// when a reused connection ends before a byte of its answer has come.)
 //
 // Threads: send may be called from any thread, also from an answer handler. The handlers of a
 // request (answer, sink, progress) run on the engine's thread, where every other transfer waits for
@@ -87,7 +88,8 @@ struct HttpRequest {
   double totalTimeoutSeconds = 0;
   /// Seconds before the request is started.
   double delaySeconds = 0;
-  /// The largest body to take into memory.
+  /// The largest body to take into memory. A larger one is an error (kAnswerTooLarge); of an answer
+  /// other than 2xx the rest is left out instead.
   std::size_t bodyLimit = std::size_t{16} << 20;
   /// Takes the body of a 2xx answer piece by piece; false ends the request.
   std::function<bool(std::string_view)> sink;

@@ -187,10 +187,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   void answered(HttpAnswer answer) {
     secondsLeft_ -= answer.elapsedSeconds;
-    // An error record beyond all measure still comes with its status.
-    const bool statusStands =
-        !answer.error || (answer.error->code == kAnswerTooLarge && answer.status / 100 != 2);
-    if (!statusStands) {
+    if (answer.error) {
       const bool curable = answer.failure == HttpFailure::connection ||
                            (answer.failure == HttpFailure::timeout && !answer.begun);
       if (curable && again(nextBackoff())) return;

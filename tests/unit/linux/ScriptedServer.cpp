@@ -168,7 +168,12 @@ void ScriptedServer::serve(int socket, std::size_t index) {
       std::size_t left = size;
       bool open = true;
       while (open && left > 0) {
-        if (buffer.empty()) open = receiveMore(socket, buffer);
+        if (buffer.empty()) {
+          // Waits for the interval, or less when the server ends.
+          pollfd gone{listener_, 0, 0};
+          if (turn.readIntervalMs > 0) ::poll(&gone, 1, turn.readIntervalMs);
+          open = receiveMore(socket, buffer);
+        }
         const std::size_t count = std::min(left, buffer.size());
         if (turn.read == Turn::Read::whole) request.body.append(buffer, 0, count);
         buffer.erase(0, count);

@@ -22,6 +22,8 @@ struct Turn {
   std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
   /// `discard` reads the whole request and keeps nothing of its body.
   enum class Read { whole, head, discard } read = Read::whole;
+  /// Milliseconds before each 64 KiB of the body are read.
+  int readIntervalMs = 0;
   /// Sends "100 Continue" to a request that expects it.
   bool allowContinue = true;
   /// Sent after the answer, this many times.
