@@ -93,10 +93,11 @@ void AWSConfigure::full(const ConfigParameters& p) {
     } else {
       log(kLogError, "host error", kLogSource, "full(configParameters:)", __LINE__);
     }
+    // After them: who finds this identity in force finds its scheduler and its client in force,
+    // too.
+    configParameters.store(p);
     RetryTimer::setScheduler(newScheduler);
     RetryTimer::fireIfNeed();
-    // Last: who finds this identity in force finds its scheduler and its client in force, too.
-    configParameters.store(p);
   });
 }
 

@@ -37,6 +37,10 @@ class StartFrame {
 
 thread_local const StartFrame* StartFrame::innermost = nullptr;
 
+void eraseOne(std::multiset<std::string>& names, const std::string& name) {
+  if (const auto one = names.find(name); one != names.end()) names.erase(one);
+}
+
 }  // namespace
 
 const std::shared_ptr<TaskQueue>& TaskQueue::shared() {
@@ -63,7 +67,13 @@ void TaskQueue::add(std::shared_ptr<TaskExecutor> executor) {
     fatal("the number of queued executors overflows");
   }
   MutexLock lock(lock_);
+  eraseOne(announced_, executor->task->filename());
   executorPool_.push_back(std::move(executor));
+}
+
+void TaskQueue::announce(const std::string& filename) {
+  MutexLock lock(lock_);
+  announced_.insert(filename);
 }
 
 void TaskQueue::start() {
@@ -101,6 +111,7 @@ std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit) {
   } while (!concurrentCount_.compare_exchange_weak(running, running + 1));
   std::shared_ptr<TaskExecutor> executor = std::move(executorPool_.front());
   executorPool_.pop_front();
+  running_.insert(executor->task->filename());
   return executor;
 }
 
@@ -121,8 +132,22 @@ void TaskQueue::wrapCompletion(TaskExecutor& executor) {
     const TaskExecutor::Complete keptPrevious = previous;
     keptQueue->releaseSlot();
     if (keptPrevious) keptPrevious(reporting, url, status, itemId);
+    keptQueue->forgetRunning(reporting->task->filename());
     keptQueue->start();
   };
+}
+
+void TaskQueue::forgetRunning(const std::string& filename) {
+  MutexLock lock(lock_);
+  eraseOne(running_, filename);
+}
+
+std::set<std::string> TaskQueue::filenames() const {
+  MutexLock lock(lock_);
+  std::set<std::string> names(announced_.begin(), announced_.end());
+  names.insert(running_.begin(), running_.end());
+  for (const auto& executor : executorPool_) names.insert(executor->task->filename());
+  return names;
 }
 
 void TaskQueue::reset() {

@@ -11,6 +11,8 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
+#include <string>
 
 #include "Classes/TaskExecutor.h"
 #include "platform/Mutex.h"
@@ -26,6 +28,8 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   /// lives.
   static std::shared_ptr<TaskQueue> make(std::optional<std::int64_t> maxConcurrentCount);
 
+  /// A task with this file name is about to be added.
+  void announce(const std::string& filename);
   /// Appends an executor. Starts nothing: call start() next.
   void add(std::shared_ptr<TaskExecutor> executor);
   /// Starts waiting executors, first in, first out, while the network is reachable and fewer than
@@ -42,6 +46,9 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   std::size_t waitingCount() const;
   /// Executors added since the start or the last reset.
   std::int64_t total() const { return total_.load(); }
+  /// The file names of the tasks that are announced, wait or run: until their completions have
+  /// returned, and whatever a reset did meanwhile.
+  std::set<std::string> filenames() const;
 
  private:
   explicit TaskQueue(std::optional<std::int64_t> maxConcurrentCount);
@@ -51,6 +58,7 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   /// The oldest executor, with a slot taken for it; null when none waits or no slot is free.
   std::shared_ptr<TaskExecutor> takeFront(std::int64_t limit);
   void releaseSlot();
+  void forgetRunning(const std::string& filename);
   void wrapCompletion(TaskExecutor& executor);
 
   const std::optional<std::int64_t> maxCount_;
@@ -58,6 +66,8 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   std::atomic<std::int64_t> concurrentCount_ = 0;
   mutable Mutex lock_;
   std::deque<std::shared_ptr<TaskExecutor>> executorPool_ QX_GUARDED_BY(lock_);
+  std::multiset<std::string> announced_ QX_GUARDED_BY(lock_);
+  std::multiset<std::string> running_ QX_GUARDED_BY(lock_);
   std::atomic<std::int64_t> total_ = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <set>
 #include <utility>
 
 #include "Classes/AWSConfigure.h"
@@ -35,7 +36,9 @@ TaskScheduler::TaskScheduler(const std::string& userId)
 TaskScheduler::~TaskScheduler() = default;
 
 void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
-  executor->complete = &TaskScheduler::reportResult;
+  executor->complete = reporting();
+  // Before it is in the log, where a tick could find it and queue it as well.
+  if (resumes_) taskQueue_->announce(executor->task->filename());
   taskQueue_->add(syncLocl(executor));
   taskQueue_->start();
 }
@@ -65,38 +68,59 @@ void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
   executor.complete = storageComplete(std::move(executor.complete));
 }
 
-TaskExecutor::Complete TaskScheduler::storageComplete(TaskExecutor::Complete previous) {
-  return [weak = weak_from_this(), previous = std::move(previous)](
-             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
-             const AWSCallbackStatus& status, std::int64_t itemId) {
+TaskExecutor::Complete TaskScheduler::reporting() {
+  if (!resumes_) return &TaskScheduler::reportResult;
+  return [weak = weak_from_this()](const std::shared_ptr<TaskExecutor>& executor,
+                                   const std::optional<std::string>& url,
+                                   const AWSCallbackStatus& status, std::int64_t itemId) {
     // A copy: the callback may replace the executor's completion, and this closure with it.
-    const TaskExecutor::Complete keptPrevious = previous;
-    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) {
-      scheduler->recordOutcome(*executor->task, status);
-    }
-    if (keptPrevious) keptPrevious(executor, url, status, itemId);
-    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) scheduler->queueFollowing();
+    const std::weak_ptr<TaskScheduler> keptWeak = weak;
+    reportResult(executor, url, status, itemId);
+    if (const std::shared_ptr<TaskScheduler> alive = keptWeak.lock()) alive->queueFollowing();
   };
 }
 
-void TaskScheduler::recordOutcome(Task& task, const AWSCallbackStatus& status) {
+TaskExecutor::Complete TaskScheduler::storageComplete(TaskExecutor::Complete previous) {
+  if (resumes_) {
+    // The storage itself: what has arrived must go, also when the scheduler is gone.
+    return [storage = taskStorage_, previous = std::move(previous)](
+               const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
+               const AWSCallbackStatus& status, std::int64_t itemId) {
+      const TaskExecutor::Complete keptPrevious = previous;  // A copy, as above.
+      recordOutcome(*storage, *executor->task, status);
+      if (keptPrevious) keptPrevious(executor, url, status, itemId);
+    };
+  }
+  return [weak = weak_from_this(), previous = std::move(previous)](
+             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
+             const AWSCallbackStatus& status, std::int64_t itemId) {
+    const TaskExecutor::Complete keptPrevious = previous;  // A copy, as above.
+    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) {
+      recordOutcome(*scheduler->taskStorage_, *executor->task, status);
+    }
+    if (keptPrevious) keptPrevious(executor, url, status, itemId);
+  };
+}
+
+void TaskScheduler::recordOutcome(UserTaskStorage& storage, Task& task,
+                                  const AWSCallbackStatus& status) {
   // What the storage answers is ignored: a task that could not be deleted is retried later.
   if (status.succeeded()) {
-    taskStorage_->remove(task.filename());
+    storage.remove(task.filename());
     return;
   }
   auto* const stored = dynamic_cast<FileTask*>(&task);
   if (stored == nullptr) return;
-  // It may have been queued twice, and gone for good since: it must not come back.
-  if (resumes_ && !taskStorage_->contains(stored->filename())) return;
+  // It may be gone for good by now: it must not come back.
+  if (storage.resumes() && !storage.contains(stored->filename())) return;
   if (stored->uploadCount() == std::numeric_limits<std::int64_t>::max()) {
     fatal("the number of failed attempts of an upload overflows");
   }
   stored->setUploadCount(stored->uploadCount() + 1);
   if (stored->uploadCount() >= kMaxUploadCount) {
-    taskStorage_->remove(stored->filename());
+    storage.remove(stored->filename());
   } else {
-    taskStorage_->storageLog(*stored);
+    storage.storageLog(*stored);
   }
 }
 
@@ -104,6 +128,7 @@ void TaskScheduler::retryLocalTask() {
   if (!taskQueue_->idle()) return;
   std::vector<std::shared_ptr<TaskExecutor>> executors = localTaskExecutor();
   if (resumes_) {
+    leaveOutUnderWay(executors);
     // What failed before this tick is in the list again, so the earlier list is void.
     std::deque<std::shared_ptr<TaskExecutor>> following;
     if (executors.size() > kMaxRetriedTasks) {
@@ -119,10 +144,18 @@ void TaskScheduler::retryLocalTask() {
 
 void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors) {
   for (const std::shared_ptr<TaskExecutor>& executor : executors) {
-    executor->complete = &TaskScheduler::reportResult;
+    executor->complete = reporting();
     taskQueue_->add(syncLocl(executor));
     taskQueue_->start();
   }
+}
+
+void TaskScheduler::leaveOutUnderWay(std::vector<std::shared_ptr<TaskExecutor>>& executors) {
+  const std::set<std::string> underWay = taskQueue_->filenames();
+  std::erase_if(executors, [&](const std::shared_ptr<TaskExecutor>& executor) {
+    const std::string& filename = executor->task->filename();
+    return underWay.contains(filename) || !taskStorage_->contains(filename);
+  });
 }
 
 void TaskScheduler::queueFollowing() {

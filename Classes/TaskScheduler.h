@@ -23,7 +23,9 @@
 //
 // With AWSConfigure::resumeStoredTasks the storage begins with the tasks of earlier runs, and each
 // time the queue runs empty the next 200 of the list that the last retryLocalTask() has read follow
-// at once. Failed ones are not in that list any more: they wait for the next tick.
+// at once. Failed ones are not in that list any more: they wait for the next tick. The storage is
+// brought up to date also when the scheduler is gone, and a task that is under way is not queued a
+// second time, whichever scheduler queued it.
 //
 // Threads: every operation may be called from any thread; its one lock guards the list of tasks to
 // follow.
@@ -74,10 +76,14 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
 
  private:
   explicit TaskScheduler(const std::string& userId);
+  /// reportResult; with the switch, queueFollowing() after it.
+  TaskExecutor::Complete reporting();
   TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
-  void recordOutcome(Task& task, const AWSCallbackStatus& status);
+  static void recordOutcome(UserTaskStorage& storage, Task& task, const AWSCallbackStatus& status);
 
   void queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors);
+  /// The log lists what is on its way into the queue, what waits, runs, or has just arrived, too.
+  void leaveOutUnderWay(std::vector<std::shared_ptr<TaskExecutor>>& executors);
   /// Queues the next stored tasks when the queue is idle and the host wants them resumed.
   void queueFollowing();
 

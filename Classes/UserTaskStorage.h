@@ -70,6 +70,8 @@ class UserTaskStorage {
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
   static std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info);
+  /// It was opened with StoredTasks::resume.
+  bool resumes() const { return durability_ == Durability::synced; }
   /// The in-memory log knows the file name.
   bool contains(const std::string& filename) const { return find(filename) != nullptr; }
   /// The in-memory log's entry of a file name.

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -331,6 +332,34 @@ TEST_F(TaskQueueTest, IdleOnlyWhenNothingWaitsAndNothingRuns) {
   EXPECT_FALSE(queue->idle());
   succeed(executor);
   EXPECT_TRUE(queue->idle());
+}
+
+TEST_F(TaskQueueTest, FilenamesAreOfTasksAnnouncedWaitingAndRunning) {
+  const auto queue = TaskQueue::make(1);
+  using Set = std::set<std::string>;
+  queue->announce("2");
+  auto executors = addRunning(*queue, 2);
+  queue->start();
+  EXPECT_EQ(queue->filenames(), (Set{"0", "1", "2"}));
+  queue->add(running("2"));
+  queue->reset();
+  EXPECT_EQ(queue->filenames(), Set{"0"}) << "it runs on, and the announced one was added";
+  succeed(executors[0]);
+  EXPECT_EQ(queue->filenames(), Set{});
+}
+
+TEST_F(TaskQueueTest, FilenameOfARunningTaskStaysUntilItsCompletionReturns) {
+  const auto queue = TaskQueue::make(1);
+  const auto executor = running("a");
+  std::set<std::string> duringTheReport;
+  executor->complete = [&](const auto&, const auto&, const auto&, std::int64_t) {
+    duringTheReport = queue->filenames();
+  };
+  queue->add(executor);
+  queue->start();
+  succeed(executor);
+  EXPECT_EQ(duringTheReport, std::set<std::string>{"a"});
+  EXPECT_EQ(queue->filenames(), std::set<std::string>{});
 }
 
 TEST_F(TaskQueueTest, ResetMayDestroyExecutorsThatUseTheQueue) {

@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,6 +17,7 @@
 #include "Classes/AWSUploader.h"
 #include "Classes/TaskQueue.h"
 #include "Classes/UserTaskStorage.h"
+#include "fakes/PlatformWith.h"
 #include "unit/UploadFixture.h"
 
 namespace qx {
@@ -359,6 +363,13 @@ TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
 class TaskSchedulerResumeTest : public TaskSchedulerTest {
  protected:
   TaskSchedulerResumeTest() { AWSConfigure::shared().resumeStoredTasks = true; }
+
+  /// Applies the identity of "u1" with this token; yields the new scheduler.
+  std::shared_ptr<TaskScheduler> signIn(const std::string& token) {
+    platform.mediator.signIn("u1", token, "https://backend.test");
+    AWSConfigure::shared().userDidChange();
+    return AWSConfigure::shared().scheduler.load();
+  }
 };
 
 TEST_F(TaskSchedulerResumeTest, TaskOfAnEarlierRunIsGoneAfterItsSuccess) {
@@ -446,6 +457,78 @@ TEST_F(TaskSchedulerResumeTest, NewIdentityOfTheSameUserKeepsWhatTheOldOneStores
   current->syncLocl(dataExecutor("b.jpg"));
   EXPECT_EQ(loggedCount("a.jpg"), 0);
   EXPECT_EQ(loggedCount("b.jpg"), 0);
+}
+
+TEST_F(TaskSchedulerResumeTest, TaskUnderWayAtANewIdentityIsGoneAfterItsSuccessAndNotSentTwice) {
+  platform.objectStore.hold();
+  add(*signIn("token"), "a.jpg");
+  run();
+  ASSERT_THAT(platform.objectStore.uploads(), SizeIs(1));
+
+  const auto current = signIn("renewed");
+  current->retryLocalTask();
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1)) << "while the first one is under way";
+
+  platform.objectStore.release();
+  run();
+  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
+  EXPECT_THAT(current->localTaskExecutor(), IsEmpty());
+  EXPECT_THAT(reports, SizeIs(2)) << "one outcome, two callbacks";
+  current->retryLocalTask();
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1));
+}
+
+TEST_F(TaskSchedulerResumeTest, FailureUnderWayAtANewIdentityCounts) {
+  platform.objectStore.hold();
+  add(*signIn("token"), "a.jpg");
+  run();
+  signIn("renewed");
+  storeUnavailable();
+  platform.objectStore.release();
+  run();
+  EXPECT_EQ(loggedCount("a.jpg"), 1);
+}
+
+TEST_F(TaskSchedulerResumeTest, TheNextOnesFollowAlsoWhenAnUnstoredUploadEndsLast) {
+  putStoredTasks(250);
+  const auto scheduler = signIn("token");
+  scheduler->retryLocalTask();
+  platform.files.fail(Operation::write, kDirectory + "/unstored.jpg");
+  add(*scheduler, "unstored.jpg");
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(251));
+}
+
+/// Calls `onLogged` whenever the log has been written.
+class WatchedFiles : public MemoryFiles {
+ public:
+  std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
+                             WriteMode mode, Durability durability) override {
+    auto error = MemoryFiles::write(path, pieces, mode, durability);
+    if (path == kLog && onLogged) std::exchange(onLogged, nullptr)();
+    return error;
+  }
+  std::function<void()> onLogged;
+};
+
+TEST(TaskSchedulerTickTest, TickBetweenLogAndQueueDoesNotQueueTheTaskASecondTime) {
+  auto& platform = *new FakePlatform;  // Installed for the life of the process.
+  auto& files = *new WatchedFiles;
+  Platform::install(platformWith(platform.seams(), files));
+  platform.reachability.setReachable(false);
+  AWSConfigure::shared().resumeStoredTasks = true;
+  const auto scheduler = TaskScheduler::make("u1");
+  std::size_t listed = 0;
+  files.onLogged = [&] {
+    listed = scheduler->localTaskExecutor().size();
+    scheduler->retryLocalTask();
+  };
+  scheduler->add(AWSUploader::makeExecutor(
+      std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap())));
+  EXPECT_EQ(listed, 1U) << "the log had it already";
+  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
 }
 
 }  // namespace
