@@ -76,6 +76,8 @@ std::size_t countOf(std::string_view text, std::string_view word) {
 
 ScannedLog scanLog(std::string_view text) {
   ScannedLog log;
+  // A binary list may hold any text.
+  if (text.starts_with("bplist")) return log;
   // One damaged byte does not hide all of these.
   log.xml = text.find("<key>") != std::string_view::npos ||
             text.find("<dict") != std::string_view::npos ||

@@ -199,8 +199,8 @@ AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogM
     }
   };
   for (const std::string_view text : scanned.entries) keep(entriesOf(text));
-  // A binary log comes as a whole or not at all.
-  if (!scanned.xml) keep(decoded);
+  // What reads although its text is not as we write it: a binary log, or values of other types.
+  keep(decoded);
   return kept;
 }
 

@@ -146,6 +146,28 @@ TEST_F(UserTaskStorageOnDiskTest, LogsThatPythonWritesAreResumedInBothForms) {
   }
 }
 
+// The text looks like a tag, and the list is of a type that the storage never writes.
+TEST_F(UserTaskStorageOnDiskTest, EntryWithForeignValuesIsResumedInBothForms) {
+  for (const char* form : {"xml", "binary"}) {
+    put("logs.plist", runPython(R"(
+import plistlib, sys
+log = {"a.jpg": {"base": {"file_path": "aws-0011/u1/a.jpg", "module_key": "avatar", "upload_count": 3},
+                 "extra": {"note": "<key>", "tags": ["x"]}}}
+form = plistlib.FMT_BINARY if open(sys.argv[1]).read() == "binary" else plistlib.FMT_XML
+plistlib.dump(log, open(sys.argv[2], "wb"), fmt=form)
+)",
+                                form));
+    put("a.jpg", "bytes");
+    UserTaskStorage storage("u1", StoredTasks::resume);
+    const auto entry = storage.entry("a.jpg");
+    ASSERT_TRUE(entry) << form;
+    EXPECT_EQ(entry->at("base").at("upload_count").toInt(), 3) << form;
+    EXPECT_EQ(entry->at("extra").at("note").toString(), "<key>") << form;
+    EXPECT_EQ(entry->at("extra").at("tags").toString(), "") << form;
+    EXPECT_THAT(storage.localTasks(), SizeIs(1)) << form;
+  }
+}
+
 /// The log that Python writes in either form, cut or flipped at every byte.
 class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
                          public testing::WithParamInterface<const char*> {

@@ -29,6 +29,10 @@ std::string replaced(std::string text, const std::string& what, const std::strin
   return text.replace(at, what.size(), with);
 }
 
+TEST(LogScannerTest, BinaryListIsNoXmlWhateverItHolds) {
+  EXPECT_FALSE(scanLog("bplist00" + log(entry("a"))).xml);
+}
+
 TEST(LogScannerTest, WholeLogYieldsItsEntriesInOrder) {
   const std::string text = log(entry("a") + "\n\t" + entry("b"));
   const ScannedLog scanned = scanLog(text);
