@@ -104,13 +104,19 @@ bool convertsToInt(const AWSBasicParameter& parameter) {
 }  // namespace
 
 UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks)
+    : UserTaskStorage(std::move(userId), storedTasks, Unreported()) {
+  reportDamage();
+}
+
+UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks,
+                                 Unreported /*unreported*/)
     : userId_(std::move(userId)),
       durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
   createUserRootDir();
   if (storedTasks == StoredTasks::startEmpty) return;
   const Resumed resumed = resumeLog(/*opening=*/true);
   resumed_ = resumed != Resumed::no;
-  if (resumed == Resumed::changed) syncLog();
+  if (resumed == Resumed::changed) writeShared();
 }
 
 std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& userId) {
@@ -119,14 +125,18 @@ std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& use
     std::map<std::string, std::weak_ptr<UserTaskStorage>> storages QX_GUARDED_BY(mutex);
   };
   static Registry& registry = *new Registry;
-  // Held while the log is read, so that no second storage of the user is made meanwhile.
-  MutexLock lock(registry.mutex);
-  std::weak_ptr<UserTaskStorage>& known = registry.storages[userId];
-  std::shared_ptr<UserTaskStorage> storage = known.lock();
-  if (!storage) {
-    storage = std::make_shared<UserTaskStorage>(userId, StoredTasks::resume);
-    known = storage;
+  std::shared_ptr<UserTaskStorage> storage;
+  {
+    // Held while the log is read, so that no second storage of the user is made meanwhile.
+    MutexLock lock(registry.mutex);
+    std::weak_ptr<UserTaskStorage>& known = registry.storages[userId];
+    storage = known.lock();
+    if (!storage) {
+      storage.reset(new UserTaskStorage(userId, StoredTasks::resume, Unreported()));
+      known = storage;
+    }
   }
+  storage->reportDamage();
   return storage;
 }
 
@@ -183,12 +193,21 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   }
   const bool aside = setAside(*bytes);
   if (aside || opening) {
-    log(kLogError,
-        std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
-            counts,
-        "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+    MutexLock lock(snycLock_);
+    damage_ = std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
+              counts;
   }
   return aside ? Resumed::changed : Resumed::no;
+}
+
+void UserTaskStorage::reportDamage() {
+  std::string damage;
+  {
+    MutexLock lock(snycLock_);
+    damage.swap(damage_);
+  }
+  if (damage.empty()) return;
+  log(kLogError, std::move(damage), "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
 }
 
 AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogMap& decoded) const {
@@ -359,6 +378,12 @@ void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const 
 }
 
 bool UserTaskStorage::syncLog() {
+  const bool written = writeShared();
+  reportDamage();
+  return written;
+}
+
+bool UserTaskStorage::writeShared() {
   std::uint64_t write = 0;
   {
     MutexLock lock(snycLock_);

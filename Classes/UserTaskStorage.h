@@ -108,8 +108,17 @@ class UserTaskStorage {
   /// Puts a record in place of the earlier one; null removes that.
   void change(const std::string& filename, std::shared_ptr<const Record> record)
       QX_REQUIRES(stroageFileLock_);
+  /// Waits for a write that holds what the caller has changed, or makes one.
+  bool writeShared();
   /// Only by the one whose turn it is.
   bool writeLog();
+
+  struct Unreported {};
+  /// Does not log what it finds damaged: reportDamage() does.
+  UserTaskStorage(std::string userId, StoredTasks storedTasks, Unreported unreported);
+  /// Logs what resumeLog() has found damaged and nobody has logged yet. Under no lock: a logger may
+  /// do anything, upload included.
+  void reportDamage();
 
   enum class Resumed {
     /// A log is there that cannot be read or not be set aside: it must not be written over.
@@ -150,6 +159,8 @@ class UserTaskStorage {
   /// Numbers the writes: how many began, and which one succeeded last.
   std::uint64_t writesBegun_ QX_GUARDED_BY(snycLock_) = 0;
   std::uint64_t lastGoodWrite_ QX_GUARDED_BY(snycLock_) = 0;
+  /// The record that is to be logged about a damaged log.
+  std::string damage_ QX_GUARDED_BY(snycLock_);
   /// The log file may be replaced. Belongs to the constructor, then to the one whose turn it is to
   /// write.
   bool resumed_ = true;

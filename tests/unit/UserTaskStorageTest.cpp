@@ -696,6 +696,26 @@ TEST_F(UserTaskStorageResumeTest, DamagedLogThatCannotBeSetAsideIsNeverWrittenOv
   EXPECT_TRUE(platform.files.text(kDirectory + "/1.jpg")) << "stays for a person to look at";
 }
 
+// As a host's logger may do whose records go up in the background.
+TEST_F(UserTaskStorageResumeTest, LoggerThatHearsOfTheDamageMayUseTheStorage) {
+  storeThree();
+  platform.files.put(kLog, platform.files.text(kLog)->substr(0, 700));
+  platform.files.fail(Operation::write, kLog + ".damaged-1");
+  const auto storage = UserTaskStorage::resumed("u1");
+  platform.files.clearFaults();
+  int asked = 0;
+  // Asked for each record.
+  platform.mediator.answer("QXConfig_currentEnvironmentIsProduction",
+                           [&](const std::vector<Value>&) {
+                             ++asked;
+                             EXPECT_EQ(UserTaskStorage::resumed("u1"), storage);
+                             EXPECT_TRUE(storage->syncLog());
+                             return Value(false);
+                           });
+  EXPECT_TRUE(storage->syncLog());
+  EXPECT_EQ(asked, 1);
+}
+
 TEST_F(UserTaskStorageResumeTest, DamagedLogIsSetAsideAndItsWholeEntriesAreKept) {
   storeThree();
   std::string damaged = *platform.files.text(kLog);
