@@ -52,6 +52,13 @@ class InstalledPackage(unittest.TestCase):
         run("c++", "-std=c++20", SOURCES / "Host.cpp", "-o", host, *flags)
         self.expectHostRuns(host)
 
+    def testHostOfTheReadmeCompiles(self):
+        readme = (SOURCES.parent.parent / "README.md").read_text()
+        program = readme.split("```cpp\n")[1].split("```")[0]
+        self.assertIn("int main()", program)
+        run("c++", "-std=c++20", "-fsyntax-only", f"-I{self.prefix / 'include' / 'QXAwsUploader'}",
+            "-x", "c++", "-", input=program)
+
     def testEveryInstalledHeaderCompilesAlone(self):
         include = self.prefix / "include" / "QXAwsUploader"
         headers = sorted(include.rglob("*.h"))
