@@ -67,6 +67,19 @@ class InstalledPackage(unittest.TestCase):
             run("c++", "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{include}",
                 f"-I{include / 'testing'}", header)
 
+    def testDebPackagesDependOnWhatTheyAreLinkedWith(self):
+        run("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.work / "deb")
+        depends = {}
+        for package in (self.work / "deb").glob("*.deb"):
+            name, depends_on = run("dpkg-deb", "--show", "--showformat=${Package}\n${Depends}",
+                                   package).split("\n")
+            depends[name] = {each.split()[0] for each in depends_on.split(",")}
+        self.assertEqual(set(depends), {"qxuploader", "libqxawsuploader-dev"})
+        self.assertLessEqual({"libc6", "libcurl4", "libplist3", "libssl3", "libvips42"},
+                             depends["qxuploader"])
+        self.assertEqual({"libcurl4-openssl-dev", "libssl-dev", "libplist-dev", "libvips-dev"},
+                         depends["libqxawsuploader-dev"])
+
     def testProgramManualAndCompletionsAreInTheUsualPlaces(self):
         self.assertRegex(run(self.prefix / "bin/qxuploader", "--version"), r"^qxuploader \d+\.\d+\.\d+\n$")
         for path in ("share/man/man1/qxuploader.1", "share/bash-completion/completions/qxuploader",
