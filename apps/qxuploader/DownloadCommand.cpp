@@ -34,7 +34,7 @@ DownloadCommand::DownloadCommand(const Context& context, DownloadOptions options
     : Session(context), options_(std::move(options)) {}
 
 void DownloadCommand::begin() {
-  host().setUp(false, !context().forget);
+  host().setUp(false, false);
   startNext();
 }
 
@@ -111,7 +111,7 @@ void DownloadCommand::ended(std::size_t index, const std::optional<Url>& locatio
     const Error why = error.value_or(Error{"qxuploader", 0, "no file came back"});
     failed(withAdvice(why), errorFields(why));
   } else {
-    const auto file = moveToOutput(location->decodedPath());
+    const auto file = moveOut(location->decodedPath());
     if (!file) {
       failed(file.error().description, errorFields(file.error()));
     } else {
@@ -148,24 +148,25 @@ void DownloadCommand::onTracking(const Dictionary& parameters, const std::string
   });
 }
 
-Result<std::string> DownloadCommand::moveToOutput(const std::string& cached) const {
-  if (!options_.output) return cached;
+Result<std::string> DownloadCommand::moveOut(const std::string& fetched) const {
   namespace fs = std::filesystem;
-  const fs::path target = fs::path(*options_.output) / baseName(cached);
+  const fs::path folder = options_.output
+                              ? *options_.output
+                              : context().scratch->documents() + "/com.qxuploader.download.cache";
+  if (const auto error = makeDirectory(folder.string())) return *error;
+  const fs::path target = folder / baseName(fetched);
   std::error_code code;
-  fs::rename(cached, target, code);
+  fs::rename(fetched, target, code);
   if (!code) return target.string();
   // Another file system: copied aside, then renamed, so that nobody sees half a file.
   const fs::path aside = target.string() + ".part";
-  fs::copy_file(cached, aside, fs::copy_options::overwrite_existing, code);
+  fs::copy_file(fetched, aside, fs::copy_options::overwrite_existing, code);
   if (!code) fs::rename(aside, target, code);
   if (code) {
     std::error_code ignored;
     fs::remove(aside, ignored);
-    return Error{"Files", code.value(),
-                 target.string() + ": " + code.message() + "; the file is in " + cached};
+    return Error{"Files", code.value(), target.string() + ": " + code.message()};
   }
-  fs::remove(cached, code);
   return target.string();
 }
 

@@ -27,13 +27,14 @@ void Interrupts::block() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
-void Interrupts::watch(std::function<void()> handler) {
-  std::thread([handler = std::move(handler)] {
+void Interrupts::watch(std::function<void()> handler, std::function<void()> lastly) {
+  std::thread([handler = std::move(handler), lastly = std::move(lastly)] {
     const sigset_t set = watchedSignals();
     int signal = 0;
     sigwait(&set, &signal);
     handler();
     sigwait(&set, &signal);
+    lastly();
     ::_exit(kInterrupted);
   }).detach();
 }

@@ -12,9 +12,9 @@ class Interrupts {
  public:
   /// Keeps SIGINT, SIGTERM and SIGHUP from ending the process, and SIGPIPE from mattering.
   static void block();
-  /// Calls `handler` on the watching thread at the first signal. A second one ends the process at
-  /// once with status 130: for a person who does not want to wait.
-  static void watch(std::function<void()> handler);
+  /// Calls `handler` on the watching thread at the first signal. A second one calls `lastly` and
+  /// ends the process at once with status 130: for a person who does not want to wait.
+  static void watch(std::function<void()> handler, std::function<void()> lastly);
 };
 
 /// The exit status after an interruption.

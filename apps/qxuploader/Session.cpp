@@ -15,14 +15,17 @@ Session::Session(const Context& context)
     : context_(context), host_(context.settings, context.token, *this) {}
 
 int Session::run() {
-  Interrupts::watch([this] {
-    host_.post([this] {
-      if (!finished()) interrupted();
-    });
-  });
+  Interrupts::watch(
+      [this] {
+        host_.post([this] {
+          if (!finished()) interrupted();
+        });
+      },
+      [this] { removeScratch(); });
   host_.post([this] { begin(); });
   host_.run();
   out().endLive();
+  removeScratch();
   return status_.value_or(kSomeFailed);
 }
 
@@ -30,6 +33,10 @@ void Session::finish(int status) {
   if (finished()) return;
   status_ = status;
   host_.stop();
+}
+
+void Session::removeScratch() const {
+  if (context_.scratch != nullptr) context_.scratch->remove();
 }
 
 void Session::onLog(const LogRecord& record) {

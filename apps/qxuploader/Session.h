@@ -12,6 +12,7 @@
 
 #include "Host.h"
 #include "Output.h"
+#include "ScratchFolder.h"
 #include "Settings.h"
 #include "platform/Data.h"
 #include "platform/Error.h"
@@ -31,6 +32,8 @@ struct Context {
   bool verbose = false;
   /// Leave the tasks stored by earlier runs alone, as the library does unless told otherwise.
   bool forget = false;
+  /// The documents directory of a command that leaves the stored tasks alone; removed at the end.
+  const ScratchFolder* scratch = nullptr;
 };
 
 class Session : public HostListener {
@@ -59,6 +62,8 @@ class Session : public HostListener {
   std::string documents();
 
  private:
+  void removeScratch() const;
+
   const Context context_;
   Host host_;
   std::optional<int> status_;

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/linux/LinuxFiles.h"
+
 namespace qx::app {
 namespace {
 
@@ -121,6 +123,11 @@ std::optional<SettingsFault> Settings::load(const std::map<std::string, std::str
   }
   for (const auto& [key, value] : flags) {
     entries[key] = {value, Source::flag, find(key)->flag()};
+  }
+  if (!settings.get("documents")) {
+    if (const auto directory = defaultDocumentsDirectory()) {
+      settings.set("documents", {*directory, Source::builtIn, "default"});
+    }
   }
   return check(settings);
 }

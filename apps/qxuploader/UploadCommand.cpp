@@ -31,7 +31,7 @@ UploadCommand::UploadCommand(const Context& context, UploadOptions options)
     : Session(context), options_(std::move(options)) {}
 
 void UploadCommand::begin() {
-  host().setUp(options_.serverResize, !context().forget);
+  host().setUp(options_.serverResize, false);
   showLive();
   startMore();
 }

@@ -10,11 +10,13 @@
 #include <vector>
 
 #include "ActionsCommand.h"
+#include "Advice.h"
 #include "BackgroundCommand.h"
 #include "ConfigCommand.h"
 #include "DownloadCommand.h"
 #include "Interrupts.h"
 #include "Output.h"
+#include "ScratchFolder.h"
 #include "Settings.h"
 #include "StatusCommand.h"
 #include "UploadCommand.h"
@@ -81,8 +83,8 @@ void addConcurrent(CLI::App& command, std::optional<std::int64_t>& concurrent) {
       ->check(CLI::Range(std::int64_t{1}, std::int64_t{1000}));
 }
 
-void addForget(CLI::App& command, CommandLine& line) {
-  command.add_flag("--forget", line.forget, "forget tasks that earlier runs stored");
+CLI::Option* addForget(CLI::App& command, CommandLine& line) {
+  return command.add_flag("--forget", line.forget, "forget tasks that earlier runs stored");
 }
 
 const CLI::Range kItemId(std::int64_t{1}, std::numeric_limits<std::int64_t>::max());
@@ -110,7 +112,7 @@ void addUpload(CLI::App& app, CommandLine& line) {
       ->check(kField);
   command->add_flag("--server-resize", options.serverResize,
                     "through the upload server, which stores a smaller WebP image");
-  addForget(*command, line);
+  addForget(*command, line)->group("");  // nothing to forget here, but no mistake
 }
 
 void addBackground(CLI::App& app, CommandLine& line) {
@@ -165,7 +167,7 @@ void addDownload(CLI::App& app, CommandLine& line) {
                    "where to put the files; otherwise they stay in the cache directory")
       ->type_name("DIR")
       ->check(CLI::ExistingDirectory);
-  addForget(*command, line);
+  addForget(*command, line)->group("");
 }
 
 void addOthers(CLI::App& app, CommandLine& line) {
@@ -230,14 +232,34 @@ int run(Arguments&&... arguments) {
   return command->run();
 }
 
+/// The same with a documents directory of its own, so that the command neither sees nor touches
+/// what is stored in the user's.
+template <typename Command, typename Options>
+int runOnScratch(const Context& context, const Options& options) {
+  const auto documents = context.settings.get("documents");
+  auto scratch = documents ? ScratchFolder::make(*documents)
+                           : Error{"Files", 0, "no directory for documents is known"};
+  if (!scratch) {
+    const std::string why = scratch.error().description;
+    context.out.failure({{"event", "failed"}, {"error", errorFields(scratch.error())}},
+                        why + "; name a directory that can be written with --documents");
+    return kSomeFailed;
+  }
+  auto& settings = *new Settings(context.settings);
+  settings.set("documents", {(*scratch)->path(), Source::builtIn, "made for this run"});
+  return run<Command>(Context{settings, context.out, context.token, context.verbose, context.forget,
+                              (*scratch).release()},
+                      options);
+}
+
 int runTransfer(const std::string& name, CommandLine& line, const Context& context) {
-  if (name == "upload") return run<UploadCommand>(context, line.upload);
+  if (name == "upload") return runOnScratch<UploadCommand>(context, line.upload);
   if (name == "background") return run<BackgroundCommand>(context, line.background);
   if (name == "background-image") {
     line.image.image = line.imageItem;
     return run<BackgroundCommand>(context, line.image);
   }
-  if (name == "download") return run<DownloadCommand>(context, line.download);
+  if (name == "download") return runOnScratch<DownloadCommand>(context, line.download);
   return run<WatchCommand>(context, line.watch);
 }
 

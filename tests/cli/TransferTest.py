@@ -5,7 +5,7 @@ import pathlib
 import random
 import unittest
 
-from Support import DevstackTest
+from Support import DevstackTest, PNG
 
 
 class Transfer(DevstackTest):
@@ -113,6 +113,46 @@ class Transfer(DevstackTest):
         done = self.run_on_terminal("download", url, "--scope", self.scope, interrupt_at="[")
         self.assertEqual(done.status, 130)
         self.assertIn("interrupted", done.out)
+        self.assertEqual(list(self.documents.iterdir()), [])
+
+    def testRelativeDocumentsDirectory(self):
+        url = self.upload(self.file("a.bin"))["url"]
+        done = self.run_program("download", url, "--scope", self.scope, "--documents", "relative/to/it")
+        self.assertEqual(done.status, 0, done.err)
+        name = url.rsplit("/", 1)[1]
+        cached = self.home / "relative/to/it/com.qxuploader.download.cache" / name
+        self.assertEqual(cached.read_bytes(), b"content")
+
+    def testFailedMoveLeavesNothingBehind(self):
+        url = self.upload(self.file("a.bin"))["url"]
+        output = self.home / "output"
+        (output / url.rsplit("/", 1)[1]).mkdir(parents=True)
+        done = self.run_program("download", url, "--scope", self.scope, "--output", output)
+        self.assertEqual(done.status, 1)
+        self.assertEqual(list(self.documents.iterdir()), [])
+
+    def testStoredTasksAreLeftAlone(self):
+        self.control("POST", "/down", {"target": "store"})
+        try:
+            path = self.file("stored.jpg")
+            self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 1)
+        finally:
+            self.control("POST", "/up", {"target": "store"})
+        folder = self.documents / "aws-0011" / self.user
+        before = {entry.name: entry.read_bytes() for entry in folder.iterdir()}
+        self.assertEqual(len(before), 2)
+        url = self.upload(self.file("a.txt"))["url"]
+        self.upload(self.file("b.png", PNG), "--server-resize")
+        self.assertEqual(self.run_program("download", url, "--scope", self.scope).status, 0)
+        self.assertEqual({entry.name: entry.read_bytes() for entry in folder.iterdir()}, before)
+        self.assertEqual(sorted(entry.name for entry in self.documents.iterdir()),
+                         ["aws-0011", "com.qxuploader.download.cache"])
+
+    def testDocumentsDirectoryThatCannotBeMadeIsNamed(self):
+        done = self.run_program("upload", self.file("a.txt"), "--scope", self.scope, "--documents",
+                                self.file("file"))
+        self.assertEqual(done.status, 1)
+        self.assertRegex(done.err, r"/file.*; name a directory that can be written with --documents")
 
     def testActionsUploadThroughTheMediator(self):
         lines = [{"action": "SetUp:", "params": {"needServerResize": False}},

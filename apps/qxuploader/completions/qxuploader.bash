@@ -28,11 +28,10 @@ _qxuploader()
     local options=
     case $command in
         "") options="$commands --version" ;;
-        upload) options="--scope --item-id --item-type --image-from --tag --field --server-resize
-            --forget" ;;
+        upload) options="--scope --item-id --item-type --image-from --tag --field --server-resize" ;;
         background) options="--scope --concurrent --wait --forget" ;;
         background-image) options="--scope --item-id --det --tag --concurrent --wait --forget" ;;
-        download) options="--scope --output --forget" ;;
+        download) options="--scope --output" ;;
         watch) options="--scope --concurrent --forget" ;;
     esac
 

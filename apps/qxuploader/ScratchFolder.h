@@ -1,0 +1,40 @@
+// A documents directory for one run alone: what a command keeps there is seen by no other run, and
+// it sees nothing of theirs.
+//
+// Threads: made by the main thread; `remove` may be called on any.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/Error.h"
+
+namespace qx::app {
+
+class ScratchFolder {
+ public:
+  /// Makes a folder for this user alone (0700) inside `documents`, so that a file moves out of it
+  /// by a rename. `documents` is made when it is missing.
+  static Result<std::unique_ptr<ScratchFolder>> make(const std::string& documents);
+
+  /// Absolute.
+  const std::string& path() const { return path_; }
+  /// The directory that the folder is in.
+  const std::string& documents() const { return documents_; }
+  /// Removes the folder with all that is in it.
+  void remove() const;
+
+ private:
+  ScratchFolder(std::string documents, std::string path)
+      : documents_(std::move(documents)), path_(std::move(path)) {}
+
+  const std::string documents_;
+  const std::string path_;
+};
+
+/// Makes a directory and those above it, for this user alone (0700); an existing one is success.
+std::optional<Error> makeDirectory(const std::string& path);
+
+}  // namespace qx::app
