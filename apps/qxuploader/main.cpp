@@ -13,6 +13,7 @@
 #include "Advice.h"
 #include "BackgroundCommand.h"
 #include "ConfigCommand.h"
+#include "DocumentsLock.h"
 #include "DownloadCommand.h"
 #include "Interrupts.h"
 #include "Output.h"
@@ -252,15 +253,28 @@ int runOnScratch(const Context& context, const Options& options) {
                       options);
 }
 
+/// The same with the documents directory to itself.
+template <typename Command, typename... Arguments>
+int runLocked(const Context& context, Arguments&&... arguments) {
+  const std::string documents = context.settings.get("documents").value_or("");
+  if (!documents.empty() && lockDocuments(documents) == DocumentsLock::inUse) {
+    const std::string why = documents + " is in use by another qxuploader";
+    context.out.failure({{"event", "failed"}, {"file", documents}, {"error", why}},
+                        why + "; wait for its end or name another directory with --documents");
+    return kSomeFailed;
+  }
+  return run<Command>(context, std::forward<Arguments>(arguments)...);
+}
+
 int runTransfer(const std::string& name, CommandLine& line, const Context& context) {
   if (name == "upload") return runOnScratch<UploadCommand>(context, line.upload);
-  if (name == "background") return run<BackgroundCommand>(context, line.background);
+  if (name == "background") return runLocked<BackgroundCommand>(context, line.background);
   if (name == "background-image") {
     line.image.image = line.imageItem;
-    return run<BackgroundCommand>(context, line.image);
+    return runLocked<BackgroundCommand>(context, line.image);
   }
   if (name == "download") return runOnScratch<DownloadCommand>(context, line.download);
-  return run<WatchCommand>(context, line.watch);
+  return runLocked<WatchCommand>(context, line.watch);
 }
 
 int runCommand(const std::string& name, CommandLine& line) {
@@ -285,7 +299,7 @@ int runCommand(const std::string& name, CommandLine& line) {
   const Context context = {settings, out, token.value_or(""), line.verbose, line.forget};
   if (name == "actions") {
     Interrupts::block();
-    return run<ActionsCommand>(context);
+    return runLocked<ActionsCommand>(context);
   }
   if (name == "background") {
     if (line.background.paths.empty() && !line.background.wait) {

@@ -163,6 +163,28 @@ class Background(DevstackTest):
         self.assertEqual((process.returncode, out), (130, ""))
         self.assertIn("0 tasks stay stored", err)
 
+    def testDocumentsDirectoryIsForOneProcessAtATime(self):
+        folder = self.home / "camera"
+        folder.mkdir()
+        process = self.start("watch", folder, "--scope", self.scope)
+        self.assertIn("watching", process.stdout.readline())
+        path = self.file("a.png", PNG)
+        for arguments in (("background", path, "--scope", self.scope),
+                          ("background-image", path, "--scope", self.scope, "--item-id", "17"),
+                          ("watch", folder, "--scope", self.scope), ("actions",)):
+            done = self.run_program(*arguments)
+            self.assertEqual((done.status, done.out), (1, ""), arguments)
+            self.assertEqual(done.err, f"qxuploader: {self.documents} is in use by another qxuploader; "
+                                       "wait for its end or name another directory with --documents\n")
+        for arguments in (("status",), ("config",), ("upload", path, "--scope", self.scope)):
+            self.assertEqual(self.run_program(*arguments).status, 0, arguments)
+        elsewhere = self.run_program("background", path, "--scope", self.scope, "--documents",
+                                     self.home / "elsewhere")
+        self.assertEqual(elsewhere.status, 0, elsewhere.err)
+        process.kill()
+        process.wait()
+        self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 0)
+
     def testWatchEndsWhenItsDirectoryGoes(self):
         folder = self.home / "camera"
         folder.mkdir()

@@ -146,7 +146,7 @@ class Transfer(DevstackTest):
         self.assertEqual(self.run_program("download", url, "--scope", self.scope).status, 0)
         self.assertEqual({entry.name: entry.read_bytes() for entry in folder.iterdir()}, before)
         self.assertEqual(sorted(entry.name for entry in self.documents.iterdir()),
-                         ["aws-0011", "com.qxuploader.download.cache"])
+                         [".qxuploader.lock", "aws-0011", "com.qxuploader.download.cache"])
 
     def testDocumentsDirectoryThatCannotBeMadeIsNamed(self):
         done = self.run_program("upload", self.file("a.txt"), "--scope", self.scope, "--documents",
