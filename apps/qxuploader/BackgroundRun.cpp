@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <utility>
 
 #include "Advice.h"
 #include "Classes/Target_Uploader.h"
@@ -65,6 +66,8 @@ void BackgroundRun::open() {
   if (!context().forget) {
     StoredTasks before = stored();
     if (before.fault) out().note(*before.fault);
+    // The library drops a task whose data is gone: most likely it was just done.
+    std::erase_if(before.tasks, [](const StoredTask& task) { return !task.bytes; });
     for (const StoredTask& task : before.tasks) adopt(task);
     adopted_ = std::move(before.tasks);
     if (!adopted_.empty()) {
@@ -263,29 +266,35 @@ StoredTasks BackgroundRun::stored() {
 
 void BackgroundRun::tick() {
   if (finished()) return;
-  if (retrying_ > 0 && now() - lastOutcome_ > kQuietSeconds) dropForgotten();
+  if (!nothingLeft() && now() - lastOutcome_ > kQuietSeconds) dropForgotten();
   showLive();
   changed();
 }
 
 void BackgroundRun::dropForgotten() {
   lastOutcome_ = now();
-  const StoredTasks left = stored();
-  if (left.fault) return;
   std::multimap<std::string, Item*> waiting;
   for (const auto& [id, item] : byId_) {
-    if (item->state == State::retrying) waiting.emplace(id, item);
+    // What is under way is in the log, but this run's is counted before it is stored.
+    const bool adopted = item->state == State::active && !item->ofThisRun;
+    if (adopted || item->state == State::retrying) waiting.emplace(id, item);
   }
+  if (waiting.empty()) return;
+  const StoredTasks left = stored();
+  if (left.fault) return;
   for (const StoredTask& task : left.tasks) {
     std::map<std::string, std::string> texts;
     for (const auto& [key, value] : task.extra) {
       if (const std::string* text = value.asText()) texts[key] = *text;
     }
     if (const auto found = waiting.find(idOf(texts)); found != waiting.end()) {
+      found->second->missed = false;
       waiting.erase(found);
     }
   }
   for (const auto& [id, item] : waiting) {
+    // The outcome of one that is done may still be on its way here.
+    if (!std::exchange(item->missed, true)) continue;
     setState(*item, State::failed);
     out().failure({{"event", "failed"}, {"file", item->label}, {"attempts", item->attempts}},
                   item->label +

@@ -61,6 +61,8 @@ class BackgroundRun : public Session {
     std::int64_t attempts = 0;
     bool ofThisRun = true;
     bool tried = false;
+    /// The log was without it when last looked at.
+    bool missed = false;
   };
 
   /// The bytes of a file that may be handed over, or nothing when that was refused and reported.

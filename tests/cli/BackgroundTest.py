@@ -185,6 +185,33 @@ class Background(DevstackTest):
         process.wait()
         self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 0)
 
+    def store_task(self, name, path, data):
+        """A task as an earlier run left it."""
+        folder = self.documents / "aws-0011" / self.user
+        folder.mkdir(parents=True, exist_ok=True)
+        log = self.stored()
+        log[name] = {"base": {"file_path": path, "module_key": self.scope, "upload_count": 0},
+                     "extra": {"qxuploaderFile": "/photos/" + name}}
+        (folder / "logs.plist").write_bytes(plistlib.dumps(log))
+        if data is not None:
+            (folder / name).write_bytes(data)
+
+    def testEntryWithoutItsDataDoesNotKeepTheRunWaiting(self):
+        self.store_task("gone.jpg", f"aws-0011/{self.user}/gone.jpg", None)
+        self.store_task("kept.jpg", f"aws-0011/{self.user}/kept.jpg", b"kept")
+        done = self.run_program("background", "--wait", "--json")
+        self.assertEqual(done.status, 0, done.err)
+        self.assertEqual([event["file"] for event in done.named("uploaded")], ["/photos/kept.jpg"])
+        self.assertEqual(self.stored(), {})
+
+    def testEntryThatIsNotTakenUpIsLetGo(self):
+        (self.documents / "aws-0011").mkdir(parents=True)
+        (self.documents / "aws-0011/stray.jpg").write_bytes(b"stray")
+        self.store_task("stray.jpg", "aws-0011/stray.jpg", b"stray")
+        done = self.run_program("background", "--wait", "--json")
+        self.assertEqual(done.status, 1, done.err)
+        self.assertEqual([event["file"] for event in done.named("failed")], ["/photos/stray.jpg"])
+
     def testWatchEndsWhenItsDirectoryGoes(self):
         folder = self.home / "camera"
         folder.mkdir()
