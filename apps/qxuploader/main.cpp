@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -316,6 +317,30 @@ int runCommand(const std::string& name, CommandLine& line) {
   return runTransfer(name, line, context);
 }
 
+/// The parser takes an argument "[a,b]" for a list of two where many values may stand. A mark
+/// behind the bracket hides it until the values are read.
+constexpr char kMark = '\x1f';
+
+std::vector<std::string> markedArguments(int argc, char** argv) {
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  for (std::string& argument : arguments) {
+    if (argument.ends_with(']') || argument.ends_with(kMark)) argument += kMark;
+  }
+  std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+  return arguments;
+}
+
+void removeMarks(CLI::App& command) {
+  for (CLI::Option* option : command.get_options()) {
+    option->transform(CLI::Validator(
+        [](std::string& value) {
+          if (value.ends_with(kMark)) value.pop_back();
+          return std::string();
+        },
+        ""));
+  }
+}
+
 int start(int argc, char** argv) {
   CommandLine line;
   CLI::App app(
@@ -337,9 +362,13 @@ int start(int argc, char** argv) {
   app.footer(
       "Exit status: 0 all done, 1 some failed, 2 wrong usage, 130 interrupted.\n"
       "The manual page qxuploader(1) tells more.");
-  for (CLI::App* command : app.get_subcommands({})) command->fallthrough();
+  for (CLI::App* command : app.get_subcommands({})) {
+    command->fallthrough();
+    removeMarks(*command);
+  }
+  removeMarks(app);
   try {
-    app.parse(argc, argv);
+    app.parse(markedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {
     if (app.get_subcommands().empty() && argc > 1 && *argv[1] != '-') {
       return wrongUsage("no command is named \"" + std::string(argv[1]) +

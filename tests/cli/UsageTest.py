@@ -1,10 +1,12 @@
 """Wrong flags, help, and that manual and completions know every option."""
+import json
+import os
 import pathlib
 import re
 import subprocess
 import unittest
 
-from Support import ProgramTest
+from Support import PATIENCE, PROGRAM, ProgramTest
 
 COMMANDS = ("upload", "background", "background-image", "download", "status", "watch", "actions",
             "config")
@@ -98,6 +100,17 @@ class Usage(ProgramTest):
         self.assertIn("missing.jpg could not be read: No such file or directory; check the path",
                       plain.err)
         self.assertEqual(plain.out, "")
+
+    def testNamesInBracketsAreTakenAsTheyAre(self):
+        names = ["[x,y]", "[2024]", "[]", "[[a]]", "a]", "[a]\x1f", "a\x1f"]
+        for mark in ((), ("--",)):
+            done = self.run_program("upload", "--scope", "[s]", "--tag", "[a,b]", "--json", *IDENTITY,
+                                    *mark, *names)
+            self.assertEqual(done.status, 1, done.err)
+            self.assertEqual([event["file"] for event in done.named("failed")], names)
+        settings = self.run_program("config", "--json", "--user-id", "[7]", "--proxy=[::1]").named("setting")
+        self.assertEqual({event["key"]: event["value"] for event in settings}["user_id"], "[7]")
+        self.assertEqual({event["key"]: event["value"] for event in settings}["proxy"], "[::1]")
 
     def testUnreachableBackendFailsWithAdvice(self):
         done = self.run_program("upload", self.file("a.jpg"), "--scope", "s", *IDENTITY)
