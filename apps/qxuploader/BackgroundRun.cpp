@@ -107,10 +107,7 @@ void BackgroundRun::add(const std::string& id, Item item) {
 std::optional<Data> BackgroundRun::bytesOf(const std::string& file) {
   auto data = readWholeFile(file);
   if (data) return *std::move(data);
-  failedBeforeStart(
-      file,
-      "could not be read: " + data.error().description + "; check the path and its permissions",
-      errorFields(data.error()));
+  failedBeforeStart(file, readFailure(data.error()), errorFields(data.error()));
   return std::nullopt;
 }
 

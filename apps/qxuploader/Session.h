@@ -71,5 +71,7 @@ class Session : public HostListener {
 
 /// The whole file in memory, or what went wrong.
 Result<Data> readWholeFile(const std::string& path);
+/// What the failure to read a file means to who named it: "could not be read: ...".
+std::string readFailure(const Error& error);
 
 }  // namespace qx::app

@@ -50,8 +50,7 @@ void UploadCommand::start(const std::string& file) {
   if (!data) {
     ++failed_;
     out().failure({{"event", "failed"}, {"file", file}, {"error", errorFields(data.error())}},
-                  file + " could not be read: " + data.error().description +
-                      "; check the path and its permissions");
+                  file + " " + readFailure(data.error()));
     return;
   }
   ++running_;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <thread>
 
+#include "Advice.h"
 #include "Text.h"
 
 namespace qx::app {
@@ -66,11 +67,7 @@ void WatchCommand::appeared(const std::string& name) {
   if (!bytes) {
     // Gone again: a temporary file of its writer.
     if (bytes.error().code == ENOENT) return;
-    failedBeforeStart(path,
-                      "could not be read: " + bytes.error().description + "; check its permissions",
-                      {{"domain", "Files"},
-                       {"code", bytes.error().code},
-                       {"description", bytes.error().description}});
+    failedBeforeStart(path, readFailure(bytes.error()), errorFields(bytes.error()));
     return;
   }
   if (!host().seams().imageHeaders.size(*bytes)) {

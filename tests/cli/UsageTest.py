@@ -112,6 +112,16 @@ class Usage(ProgramTest):
         self.assertEqual({event["key"]: event["value"] for event in settings}["user_id"], "[7]")
         self.assertEqual({event["key"]: event["value"] for event in settings}["proxy"], "[::1]")
 
+    def testFileTooLargeForMemoryIsNamedAndTheOthersGoOn(self):
+        big = self.file("big")
+        os.truncate(big, 1 << 40)
+        for arguments in (("upload",), ("background",), ("background-image", "--item-id", "7")):
+            done = self.run_program(*arguments, big, "missing", "--scope", "s", *IDENTITY)
+            self.assertEqual(done.status, 1)
+            self.assertEqual(done.err.splitlines()[0],
+                             f"qxuploader: {big} is too large to hold in memory")
+            self.assertIn("missing could not be read", done.err)
+
     def testUnreachableBackendFailsWithAdvice(self):
         done = self.run_program("upload", self.file("a.jpg"), "--scope", "s", *IDENTITY)
         self.assertEqual(done.status, 1)
