@@ -31,17 +31,32 @@ void BackgroundCommand::collectFiles() {
       continue;
     }
     std::vector<std::string> found;
-    fs::recursive_directory_iterator entry(path, code);
-    while (!code && entry != fs::recursive_directory_iterator()) {
-      std::error_code unknown;
-      if (entry->is_regular_file(unknown)) found.push_back(entry->path().string());
-      entry.increment(code);
-    }
+    walk(path, found);
     std::sort(found.begin(), found.end());
     for (const std::string& file : found) take(file);
+  }
+}
+
+void BackgroundCommand::walk(const std::string& path, std::vector<std::string>& found) {
+  std::vector<std::string> folders = {path};
+  while (!folders.empty()) {
+    const std::string folder = std::move(folders.back());
+    folders.pop_back();
+    std::error_code code;
+    fs::directory_iterator entry(folder, code);
+    while (!code && entry != fs::directory_iterator()) {
+      std::error_code unknown;
+      // A link to a directory could lead round in a circle.
+      if (entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
+        folders.push_back(entry->path().string());
+      } else if (entry->is_regular_file(unknown)) {
+        found.push_back(entry->path().string());
+      }
+      entry.increment(code);
+    }
     if (code) {
       failedBeforeStart(
-          path, "could not be read whole: " + code.message() + "; check its permissions",
+          folder, "could not be read whole: " + code.message() + "; check its permissions",
           {{"domain", "Files"}, {"code", code.value()}, {"description", code.message()}});
     }
   }

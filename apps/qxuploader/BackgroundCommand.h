@@ -39,6 +39,9 @@ class BackgroundCommand : public BackgroundRun {
   void handOverNext();
   /// The files of the paths, directories in the order of their names, each file once.
   void collectFiles();
+  /// Adds the files of a directory, however deep. A directory that cannot be read is reported and
+  /// the others go on.
+  void walk(const std::string& path, std::vector<std::string>& found);
 
   const BackgroundOptions options_;
   std::vector<std::string> files_;

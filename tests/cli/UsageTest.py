@@ -122,6 +122,23 @@ class Usage(ProgramTest):
                              f"qxuploader: {big} is too large to hold in memory")
             self.assertIn("missing could not be read", done.err)
 
+    def testUnreadableDirectoryIsNamedAndTheOthersGoOn(self):
+        for name in ("a", "e", "z"):
+            os.truncate(self.file(f"photos/{name}/big"), 1 << 40)  # refused, which shows it was found
+        closed = self.home / "photos/e/closed"
+        closed.mkdir(0)
+        # Permissions do not stop the superuser unless these capabilities are gone.
+        as_others = (["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
+                     if os.geteuid() == 0 else [])
+        done = subprocess.run([*as_others, PROGRAM, "background", self.home / "photos", "--scope", "s",
+                               "--json", *IDENTITY], env=self.environment, text=True,
+                              capture_output=True, timeout=PATIENCE)
+        failed = [event["file"] for event in map(json.loads, done.stdout.splitlines())
+                  if event["event"] == "failed"]
+        self.assertEqual(failed, [str(closed), *(f"{self.home}/photos/{name}/big"
+                                                 for name in ("a", "e", "z"))], done.stderr)
+        self.assertEqual(done.returncode, 1)
+
     def testUnreachableBackendFailsWithAdvice(self):
         done = self.run_program("upload", self.file("a.jpg"), "--scope", "s", *IDENTITY)
         self.assertEqual(done.status, 1)
