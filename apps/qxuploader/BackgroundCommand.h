@@ -35,6 +35,7 @@ class BackgroundCommand : public BackgroundRun {
  private:
   void begin() override;
   void changed() override;
+  std::size_t notHandedOver() const override { return files_.size() - next_; }
   /// One file per piece of work, so that Ctrl-C and outcomes come in between.
   void handOverNext();
   /// The files of the paths, directories in the order of their names, each file once.

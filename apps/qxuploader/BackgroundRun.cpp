@@ -57,6 +57,20 @@ std::string noteOf(const std::string& file) {
   return Event::parse(json).get<std::string>();
 }
 
+/// The image that a message tells the backend of.
+std::string reportedImage(const APIRequest& message) {
+  class FieldsAsTheyAre : public APIEncoder {
+    OrderedMembers encode(OrderedMembers fields) const override { return fields; }
+  };
+  std::string itemId;
+  std::string sha1;
+  for (const auto& [key, value] : message.parseParamater(FieldsAsTheyAre())) {
+    if (key == "item_id" && value.asInt()) itemId = std::to_string(*value.asInt());
+    if (key == "original_image_sha1" && value.asText()) sha1 = *value.asText();
+  }
+  return imageId(itemId, sha1);
+}
+
 }  // namespace
 
 BackgroundRun::BackgroundRun(const Context& context, std::optional<std::int64_t> concurrent)
@@ -97,11 +111,19 @@ void BackgroundRun::adopt(const StoredTask& task) {
   add(idOf(texts), {.label = task.label(), .attempts = task.attempts, .ofThisRun = false});
 }
 
-void BackgroundRun::add(const std::string& id, Item item) {
+BackgroundRun::Item& BackgroundRun::add(const std::string& id, Item item) {
   if (item.ofThisRun) ++untried_;
   ++active_;
   items_.push_back(std::move(item));
   byId_.emplace(id, &items_.back());
+  return items_.back();
+}
+
+void BackgroundRun::store(Item& item, const std::string& action, const Dictionary& parameters) {
+  const std::uint64_t before = CountedFiles::failuresOfThisThread();
+  host().perform(action, parameters);
+  item.stored = CountedFiles::failuresOfThisThread() == before;
+  changed();
 }
 
 std::optional<Data> BackgroundRun::bytesOf(const std::string& file) {
@@ -128,14 +150,13 @@ void BackgroundRun::submit(const std::string& file, const std::string& scope) {
     changed();
     return;
   }
-  add("file " + note, {.label = file});
+  Item& item = add("file " + note, {.label = file});
   if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
-  host().perform("Action_BackgroundUpload:",
-                 {{"scope", scope},
-                  {"data", *data},
-                  {"suffix", suffixOf(file)},
-                  {"extra", Dictionary{{std::string(kFileExtra), note}}}});
-  changed();
+  store(item, "Action_BackgroundUpload:",
+        {{"scope", scope},
+         {"data", *data},
+         {"suffix", suffixOf(file)},
+         {"extra", Dictionary{{std::string(kFileExtra), note}}}});
 }
 
 void BackgroundRun::submitImage(const std::string& file, const ImageOptions& options) {
@@ -147,7 +168,7 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     return;
   }
   const std::string itemId = std::to_string(options.itemId);
-  add(imageId(itemId, sha1Text(host().seams().sha1, *data)), {.label = file});
+  Item& item = add(imageId(itemId, sha1Text(host().seams().sha1, *data)), {.label = file});
   if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
   Dictionary parameters = {
       {"scope", options.scope}, {"data", *data}, {"itemId", itemId}, {"suffix", suffixOf(file)}};
@@ -156,8 +177,7 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     parameters["tags"] = Array(options.tags.begin(), options.tags.end());
     parameters["updatePQS"] = true;
   }
-  host().perform("Action_BackgroundUploadImage:", parameters);
-  changed();
+  store(item, "Action_BackgroundUploadImage:", parameters);
 }
 
 bool BackgroundRun::alreadyStored(const std::string& note, const std::string& scope,
@@ -227,12 +247,13 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
                 item->label + " -> " + shown, Tone::good);
   } else {
     ++item->attempts;
-    const bool givenUp = item->attempts >= kAttempts;
+    const bool givenUp = !item->stored || item->attempts >= kAttempts;
     setState(*item, givenUp ? State::failed : State::retrying);
     const std::string tail =
-        givenUp ? "; given up after " + std::to_string(item->attempts) + " attempts"
-                : " (attempt " + std::to_string(item->attempts) + " of " +
-                      std::to_string(kAttempts) + "; it stays stored and is tried again)";
+        !item->stored ? "; it could not be stored and is not tried again, hand it over again"
+        : givenUp     ? "; given up after " + std::to_string(item->attempts) + " attempts"
+                      : " (attempt " + std::to_string(item->attempts) + " of " +
+                        std::to_string(kAttempts) + "; it stays stored and is tried again)";
     out().failure({{"event", givenUp ? "failed" : "attemptFailed"},
                    {"file", item->label},
                    {"attempts", item->attempts},
@@ -243,14 +264,17 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
   changed();
 }
 
-void BackgroundRun::onMessageEnded(const std::string& api, const std::optional<Error>& error) {
-  host().post([this, report = api.starts_with("v3/item/"), error] {
+void BackgroundRun::onMessageEnded(const APIRequest& message, const std::optional<Error>& error) {
+  const bool failedReport = error && message.api().starts_with("v3/item/");
+  host().post([this, id = failedReport ? reportedImage(message) : "", error] {
     if (finished()) return;
-    if (report && error) {
+    if (!id.empty()) {
       ++unreported_;
-      out().failure({{"event", "reportFailed"}, {"error", errorFields(*error)}},
-                    "the backend was not told of an image that is in the store: " +
-                        error->description + "; hand the image over again");
+      const auto item = byId_.find(id);
+      const std::string file = item == byId_.end() ? "an image" : item->second->label;
+      out().failure({{"event", "reportFailed"}, {"file", file}, {"error", errorFields(*error)}},
+                    "the backend was not told of " + file +
+                        ", which is in the store: " + error->description + "; hand it over again");
     }
     changed();
   });
@@ -328,15 +352,24 @@ void BackgroundRun::finishWithSummary() {
 
 void BackgroundRun::interrupted() {
   const StoredTasks left = stored();
+  std::size_t lost = notHandedOver();
+  for (const Item& item : items_) {
+    if (item.state == State::active && !item.stored) ++lost;
+  }
+  const std::string lostText = lost == 0
+                                   ? ""
+                                   : "; " + countText(lost, "named file is", "named files are") +
+                                         " neither stored nor uploaded, hand them over again";
   out().endLive();
   out().failure({{"event", "interrupted"},
                  {"done", done_},
                  {"failed", failed_},
                  {"stored", left.tasks.size()},
-                 {"bytes", left.bytes()}},
+                 {"bytes", left.bytes()},
+                 {"notHandedOver", lost}},
                 "interrupted; " + countText(left.tasks.size(), "task stays", "tasks stay") +
                     " stored (" + bytesText(left.bytes()) +
-                    "); \"qxuploader background --wait\" goes on with them");
+                    "); \"qxuploader background --wait\" goes on with them" + lostText);
   finish(kInterrupted);
 }
 

@@ -46,13 +46,16 @@ class BackgroundRun : public Session {
   /// Called after each change of the counts, and about once a second.
   virtual void changed() = 0;
 
+  /// Files that were named and have not had their turn.
+  virtual std::size_t notHandedOver() const { return 0; }
+
   void failedBeforeStart(const std::string& file, const std::string& what, const Event& error);
   /// The last words and the exit status.
   void finishWithSummary();
   void interrupted() override;
 
  private:
-  void onMessageEnded(const std::string& api, const std::optional<Error>& error) override;
+  void onMessageEnded(const APIRequest& message, const std::optional<Error>& error) override;
 
   enum class State { active, retrying, done, failed };
   struct Item {
@@ -61,6 +64,8 @@ class BackgroundRun : public Session {
     std::int64_t attempts = 0;
     bool ofThisRun = true;
     bool tried = false;
+    /// False when only this process knows the task: it is not tried again.
+    bool stored = true;
     /// The log was without it when last looked at.
     bool missed = false;
   };
@@ -68,7 +73,9 @@ class BackgroundRun : public Session {
   /// The bytes of a file that may be handed over, or nothing when that was refused and reported.
   std::optional<Data> bytesOf(const std::string& file);
   void adopt(const StoredTask& task);
-  void add(const std::string& id, Item item);
+  Item& add(const std::string& id, Item item);
+  /// Sends the action that stores the item's task, and notes whether that went well.
+  void store(Item& item, const std::string& action, const Dictionary& parameters);
   void ended(const std::string& scope, const std::optional<std::string>& url,
              const std::map<std::string, std::string>& extra, const std::optional<Error>& error);
   void setState(Item& item, State state);

@@ -76,7 +76,7 @@ Value fieldsValue(const std::optional<Dictionary>& fields) {
 }
 
 Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachability,
-                      ObjectStore& store, MessageClients& messages) {
+                      ObjectStore& store, MessageClients& messages, Files& files) {
   return {.mediator = platform.mediator,
           .logger = platform.logger,
           .notifications = platform.notifications,
@@ -85,7 +85,7 @@ Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachabil
           .uploadClients = platform.uploadClients,
           .reachability = reachability,
           .objectStore = store,
-          .files = platform.files,
+          .files = files,
           .propertyLists = platform.propertyLists,
           .json = platform.json,
           .imageHeaders = platform.imageHeaders,
@@ -126,10 +126,11 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
       store_(platform_.seams().objectStore,
              [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
       messages_(platform_.seams().messageClients,
-                [this](const std::string& api, const std::optional<Error>& error) {
-                  listener_.onMessageEnded(api, error);
+                [this](const APIRequest& message, const std::optional<Error>& error) {
+                  listener_.onMessageEnded(message, error);
                 }),
-      seams_(withOwnSeams(platform_.seams(), reachability_, store_, messages_)) {
+      files_(platform_.seams().files),
+      seams_(withOwnSeams(platform_.seams(), reachability_, store_, messages_, files_)) {
   const auto textOrNull = [&](std::string_view key) {
     const auto text = settings.get(key);
     return text ? Value(*text) : Value();

@@ -33,7 +33,7 @@ class HostListener {
   /// Bytes of the download that runs.
   virtual void onDownloadBytes(const TransferProgress&) {}
   /// A message to the backend has ended.
-  virtual void onMessageEnded(const std::string& /*api*/, const std::optional<Error>& /*error*/) {}
+  virtual void onMessageEnded(const APIRequest&, const std::optional<Error>& /*error*/) {}
 };
 
 class Host : private QXLogger, private QXTrackingEvents {
@@ -80,6 +80,7 @@ class Host : private QXLogger, private QXTrackingEvents {
   SwitchableReachability reachability_;
   ObservedStore store_;
   CountedMessages messages_;
+  CountedFiles files_;
   Platform seams_;
 };
 

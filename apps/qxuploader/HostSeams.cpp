@@ -1,5 +1,6 @@
 #include "HostSeams.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace qx::app {
@@ -42,13 +43,12 @@ class CountedClient : public QXMessageAPINetworkingManager {
   void request(std::shared_ptr<const APIRequest> message, const std::optional<HTTPHeaders>& headers,
                double timeoutSeconds, ProgressCallback progress, Completion completion) override {
     ++shared_->underWay;
-    const std::string api = message->api();
-    inner_->request(std::move(message), headers, timeoutSeconds, std::move(progress),
-                    [shared = shared_, api,
+    inner_->request(message, headers, timeoutSeconds, std::move(progress),
+                    [shared = shared_, message,
                      completion = std::move(completion)](const QXNetworkingResponse& response) {
                       if (completion) completion(response);
                       // Told first: whoever waits for the count to fall must have heard.
-                      shared->observer(api, response.error);
+                      shared->observer(*message, response.error);
                       --shared->underWay;
                     });
   }
@@ -58,7 +58,51 @@ class CountedClient : public QXMessageAPINetworkingManager {
   const std::shared_ptr<CountedMessages::Shared> shared_;
 };
 
+thread_local std::uint64_t failuresHere = 0;
+
 }  // namespace
+
+std::uint64_t CountedFiles::failuresOfThisThread() {
+  return failuresHere;
+}
+
+std::vector<std::string> CountedFiles::documentDirectories() {
+  return platform_.documentDirectories();
+}
+
+PathKind CountedFiles::kind(const std::string& path) {
+  return platform_.kind(path);
+}
+
+std::optional<Error> CountedFiles::createDirectory(const std::string& path) {
+  return platform_.createDirectory(path);
+}
+
+Result<std::vector<std::string>> CountedFiles::list(const std::string& path) {
+  return platform_.list(path);
+}
+
+Result<Data> CountedFiles::read(const std::string& path) {
+  auto data = platform_.read(path);
+  if (!data && data.error().code != ENOENT && path.ends_with("/logs.plist")) ++failuresHere;
+  return data;
+}
+
+std::optional<Error> CountedFiles::write(const std::string& path,
+                                         std::span<const std::string_view> pieces, WriteMode mode,
+                                         Durability durability) {
+  auto error = platform_.write(path, pieces, mode, durability);
+  if (error) ++failuresHere;
+  return error;
+}
+
+std::optional<Error> CountedFiles::rename(const std::string& from, const std::string& to) {
+  return platform_.rename(from, to);
+}
+
+std::optional<Error> CountedFiles::remove(const std::string& path) {
+  return platform_.remove(path);
+}
 
 CountedMessages::CountedMessages(MessageClients& platform, Observer observer)
     : platform_(platform), shared_(std::make_shared<Shared>()) {

@@ -8,11 +8,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/Error.h"
+#include "platform/Files.h"
 #include "platform/Mutex.h"
 #include "platform/Networking.h"
 #include "platform/ObjectStore.h"
@@ -62,13 +64,36 @@ class ObservedStore : public ObjectStore {
   const Observer observer_;
 };
 
+/// Counts what goes wrong when the library stores a task: it tells nobody, and uploads from memory.
+class CountedFiles : public Files {
+ public:
+  explicit CountedFiles(Files& platform) : platform_(platform) {}
+
+  /// Failures to write, or to read the log that is there, on the calling thread.
+  static std::uint64_t failuresOfThisThread();
+
+  std::vector<std::string> documentDirectories() override;
+  PathKind kind(const std::string& path) override;
+  std::optional<Error> createDirectory(const std::string& path) override;
+  Result<std::vector<std::string>> list(const std::string& path) override;
+  Result<Data> read(const std::string& path) override;
+  std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
+                             WriteMode mode, Durability durability) override;
+  std::optional<Error> rename(const std::string& from, const std::string& to) override;
+  std::optional<Error> remove(const std::string& path) override;
+
+ private:
+  Files& platform_;
+};
+
 /// Counts the messages to the backend that are under way: the library sends some that nobody
 /// calls back for, and ending the process would cut them off.
 class CountedMessages : public MessageClients {
  public:
-  /// The path of a message that ended, and its error if it failed; on the messages' threads, after
-  /// the library has been told.
-  using Observer = std::function<void(const std::string& api, const std::optional<Error>& error)>;
+  /// A message that ended, and its error if it failed; on the messages' threads, after the library
+  /// has been told.
+  using Observer =
+      std::function<void(const APIRequest& message, const std::optional<Error>& error)>;
 
   CountedMessages(MessageClients& platform, Observer observer);
 

@@ -68,6 +68,16 @@ class Background(DevstackTest):
             with open(event["file"], "rb") as file:
                 self.assertEqual(self.bytes_at(event["url"]), file.read())
 
+    def testCtrlCSaysHowManyWereNotHandedOver(self):
+        folder = self.folder(3000)
+        done = self.run_on_terminal("background", folder, "--scope", self.scope,
+                                    interrupt_at=" running")
+        self.assertEqual(done.status, 130)
+        left = re.search(r"interrupted; (\d+) tasks? stays? stored .* goes on with them; (\d+) named "
+                         "files are neither stored nor uploaded, hand them over again", done.out)
+        uploaded = done.out.count(" -> ")
+        self.assertIn(3000 - uploaded - int(left[1]) - int(left[2]), range(0, 50))
+
     def testFileStoredAlreadyIsNotStoredTwice(self):
         self.store_down()
         path = self.file("a.jpg")
@@ -134,7 +144,19 @@ class Background(DevstackTest):
         done = self.run_program("background-image", self.file("front.png", PNG), "--scope", "item-image",
                                 "--item-id", "17", "--wait")
         self.assertEqual(done.status, 1)
-        self.assertIn("the backend was not told of an image", done.err)
+        self.assertRegex(done.err, "the backend was not told of .*/front.png, .*not today")
+        self.assertIn("hand it over again", done.err)
+
+    def testTaskThatCannotBeStoredIsNotSaidToBeTriedAgain(self):
+        self.store_down()
+        path = self.file("a.jpg")
+        (self.documents / "aws-0011").mkdir(parents=True)
+        (self.documents / "aws-0011" / self.user).write_bytes(b"no directory")
+        done = self.run_program("background", path, "--scope", self.scope, "--wait")
+        self.assertEqual(done.status, 1)
+        self.assertRegex(done.err, "a.jpg failed: .*; it could not be stored and is not tried again")
+        self.assertNotIn("stays stored", done.err)
+        self.assertIn("1 failed, 0 stored", done.out)
 
     def testWhatIsNoImageIsRefused(self):
         done = self.run_program("background-image", self.file("a.jpg", b"text"), "--scope",
