@@ -5,13 +5,18 @@
 namespace qx::app {
 namespace {
 
-/// An address without the password that may stand in it.
-std::string withoutPassword(std::string address) {
-  const std::size_t scheme = address.find("://");
+/// What may be shown of a setting: an address comes without the password that may stand in it.
+std::string shownValue(const SettingKey& setting, std::string value) {
+  if (setting.secret) return masked(value);
+  const std::size_t scheme = value.find("://");
+  // A proxy may do without a scheme, and its password may hold "/": nothing behind it may hold "@".
+  const bool proxy = setting.key == "proxy";
+  if (scheme == std::string::npos && !proxy) return value;
   const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
-  const std::size_t at = address.find('@', start);
-  if (at == std::string::npos || at > address.find('/', start)) return address;
-  return address.replace(start, at - start, "***");
+  const std::size_t end = proxy ? std::string::npos : value.find_first_of("/?#", start);
+  const std::size_t at = value.substr(0, end).rfind('@');
+  if (at == std::string::npos || at < start) return value;
+  return value.replace(start, at - start, "***");
 }
 
 }  // namespace
@@ -20,9 +25,7 @@ int runConfig(const Settings& settings, Output& out) {
   for (const SettingKey& setting : kSettings) {
     const Settings::Entry& entry = settings.entry(setting.key);
     const auto value = settings.get(setting.key);
-    const std::string shown = !value           ? ""
-                              : setting.secret ? masked(*value)
-                                               : withoutPassword(*value);
+    const std::string shown = value ? shownValue(setting, *value) : "";
     std::string line(setting.key);
     line.resize(16, ' ');
     if (value) {

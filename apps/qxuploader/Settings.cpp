@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "Text.h"
 #include "platform/linux/LinuxFiles.h"
 
 namespace qx::app {
@@ -56,7 +57,7 @@ void warnAboutReadableSecrets(const std::string& path) {
   struct stat info {};
   if (::stat(path.c_str(), &info) == 0 && (info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
     std::fprintf(stderr, "qxuploader: %s holds a token and others can read it; chmod 600 it\n",
-                 path.c_str());
+                 printable(path).c_str());
   }
 }
 
@@ -109,6 +110,9 @@ std::optional<SettingsFault> Settings::load(const std::map<std::string, std::str
   const std::string path = configFile ? *configFile : userConfigFile();
   if (configFile && !std::filesystem::exists(path, ignored)) {
     return SettingsFault{path + ": no such configuration file"};
+  }
+  if (std::filesystem::is_directory(path, ignored)) {
+    return SettingsFault{path + " is a directory, not a configuration file"};
   }
   if (!path.empty() && std::filesystem::exists(path, ignored)) {
     if (auto fault = readFile(path, entries)) return fault;

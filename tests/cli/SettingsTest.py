@@ -50,6 +50,30 @@ class Settings(ProgramTest):
             self.assertIn("01***", done.out)
             self.assertIn("http://***@proxy:3128", done.out)
 
+    def testPasswordsOfAnyShapeAreMasked(self):
+        for address, shown in (("http://me:pa@ss@proxy:1", "http://***@proxy:1"),
+                               ("http://me:pa/ss@proxy:1", "http://***@proxy:1"),
+                               ("me:pa@ss@proxy:1", "***@proxy:1"),
+                               ("http://proxy:1", "http://proxy:1")):
+            self.assertEqual(self.settings("--proxy", address)["proxy"]["value"], shown)
+        found = self.settings("--backend", "https://me:p@ss@host/a@b", "--user-id", "me@example.com")
+        self.assertEqual(found["backend"]["value"], "https://***@host/a@b")
+        self.assertEqual(found["user_id"]["value"], "me@example.com")
+
+    def testDocumentsDirectoryInForceIsShown(self):
+        del self.environment["QXUPLOADER_DOCUMENTS"]
+        for arguments in ((), ("--documents", "")):
+            documents = self.settings(*arguments)["documents"]
+            self.assertEqual((documents["value"], documents["origin"]),
+                             (f"{self.home}/.local/share/qxawsuploader", "default"))
+        documents = self.settings(XDG_DATA_HOME="/data")["documents"]
+        self.assertEqual(documents["value"], "/data/qxawsuploader")
+
+    def testConfigFlagWithADirectoryIsWrongUsage(self):
+        done = self.run_program("config", "--config", self.home)
+        self.assertEqual((done.status, done.out), (2, ""))
+        self.assertIn(f"{self.home} is a directory, not a configuration file", done.err)
+
     def testMistakesInTheFileAreNamedWithFileAndReason(self):
         for text, reason in (("user_id = 7\n", '"user_id" is not a text'),
                              ('usr_id = "7"\n', 'no setting is named "usr_id"'),
