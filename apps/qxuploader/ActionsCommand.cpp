@@ -81,7 +81,11 @@ void ActionsCommand::readLines() {
   for (std::string line; std::getline(std::cin, line);) {
     ++number;
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-    host().post([this, line, number] { take(line, number); });
+    room_.acquire();
+    host().post([this, line, number] {
+      take(line, number);
+      room_.release();
+    });
   }
   host().post([this] { inputEnded(); });
 }
@@ -217,6 +221,7 @@ void ActionsCommand::onUnknownAction(std::string_view action) {
 }
 
 void ActionsCommand::wrongLine(std::uint64_t number, const std::string& why) {
+  refused_ = true;
   emit({{"event", "error"}, {"line", number}, {"message", why}});
 }
 
@@ -229,7 +234,8 @@ void ActionsCommand::emit(Event event) {
     numbered.update(event);
     const std::string text = numbered.dump(-1, ' ', false, Event::error_handler_t::replace) + "\n";
     std::fwrite(text.data(), 1, text.size(), stdout);
-    std::fflush(stdout);
+    // Nobody reads any more, so nobody waits for what the actions do.
+    if (std::fflush(stdout) != 0) finish(kSomeFailed);
   });
 }
 
@@ -240,7 +246,8 @@ void ActionsCommand::inputEnded() {
 
 void ActionsCommand::finishWhenQuiet() {
   // Behind what the last action has posted meanwhile.
-  if (inputEnded_ && expected_ == 0) host().post([this] { finish(kAllDone); });
+  if (inputEnded_ && expected_ == 0)
+    host().post([this] { finish(refused_ ? kSomeFailed : kAllDone); });
 }
 
 void ActionsCommand::interrupted() {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <semaphore>
 #include <string>
 
 #include "ActionLine.h"
@@ -46,7 +47,10 @@ class ActionsCommand : public Session {
   /// Main thread only.
   std::uint64_t number_ = 0;
   bool inputEnded_ = false;
+  bool refused_ = false;
   std::atomic<std::int64_t> expected_ = 0;
+  /// Lines read ahead: a writer that is faster than the actions must not fill the memory.
+  std::counting_semaphore<> room_{1000};
 };
 
 }  // namespace qx::app

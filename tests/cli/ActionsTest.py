@@ -1,7 +1,10 @@
 """The line protocol of `actions`, without a network: what the library refuses, and how it says so."""
 import base64
+import contextlib
 import json
+import os
 import signal
+import threading
 import unittest
 
 from Support import ProgramTest
@@ -15,10 +18,10 @@ def action(name, **params):
 
 
 class Actions(ProgramTest):
-    def actions(self, *lines, **options):
+    def actions(self, *lines, status=0, **options):
         text = "".join((line if isinstance(line, str) else json.dumps(line)) + "\n" for line in lines)
         done = self.run_program("actions", input=text, QXUPLOADER_ENVIRONMENT="test", **options)
-        self.assertEqual(done.status, 0, done.err)
+        self.assertEqual(done.status, status, done.err)
         self.assertEqual([event["n"] for event in done.events],
                          list(range(1, len(done.events) + 1)))
         return done
@@ -102,7 +105,7 @@ class Actions(ProgramTest):
                  json.dumps(action("Upload:", data={"file": "missing"})),
                  json.dumps(action("Upload:", extra={"within": {"base64": "=?="}})),
                  json.dumps(action("Upload:", extra=[{"within": [{"file": "missing"}]}]))]
-        done = self.actions(*lines, "", action("Upload:", **UPLOAD))
+        done = self.actions(*lines, "", action("Upload:", **UPLOAD), status=1)
         self.assertEqual([event["line"] for event in done.named("error")],
                          list(range(1, len(lines) + 1)))
         self.assertEqual(len(done.named("callback")), 1)
@@ -114,6 +117,20 @@ class Actions(ProgramTest):
 
     def testEndOfInputEndsTheProgram(self):
         self.assertEqual(self.actions().out, "")
+
+    def testEndOfTheReaderEndsTheProgram(self):
+        process = self.start("actions")
+        lines = threading.Thread(target=self.writeUntilClosed, args=(process.stdin,))
+        lines.start()
+        self.assertIn("unknownAction", process.stdout.readline())
+        process.stdout.close()
+        self.assertEqual(process.wait(60), 1)
+        lines.join()
+
+    def writeUntilClosed(self, stream):
+        with contextlib.suppress(OSError):
+            while True:
+                os.write(stream.fileno(), b'{"action":"X"}\n' * 100)
 
     def testInterruptionEndsWith130(self):
         process = self.start("actions", QXUPLOADER_ENVIRONMENT="test")
