@@ -91,7 +91,7 @@ void DownloadCommand::showProgress(double fraction) {
   const auto done = static_cast<std::uint64_t>(std::max<std::int64_t>(bytes.completedUnitCount, 0));
   const auto total = static_cast<std::uint64_t>(std::max<std::int64_t>(bytes.totalUnitCount, 0));
   bar_.update(fraction, done, total, time);
-  out().live(bar_.text(name_, out().columns()));
+  out().live(bar_.text(printable(name_), out().columns()));
   if (out().json()) {
     out().event({{"event", "progress"},
                  {"url", options_.urls[current_]},

@@ -1,5 +1,6 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -13,6 +14,11 @@ std::string format(const char* pattern, Arguments... arguments) {
   std::array<char, 64> buffer;
   std::snprintf(buffer.data(), buffer.size(), pattern, arguments...);
   return buffer.data();
+}
+
+/// 0 behind the end.
+unsigned byteAt(std::string_view text, std::size_t i) {
+  return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
 }
 
 }  // namespace
@@ -43,12 +49,27 @@ std::string countText(std::uint64_t count, std::string_view singular, std::strin
 
 std::string printable(std::string_view text) {
   std::string safe;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      safe += format("\\x%02x", static_cast<unsigned>(byte));
+  int following = 0;  // bytes of the character under way that are still to come
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const unsigned byte = byteAt(text, i);
+    const unsigned next = byteAt(text, i + 1);
+    const bool continues = (byte & 0xc0) == 0x80;
+    // Alone, such a byte is a control character to a terminal that takes no UTF-8.
+    const bool stray = continues && following == 0;
+    following = continues      ? std::max(following - 1, 0)
+                : byte >= 0xf0 ? 3
+                : byte >= 0xe0 ? 2
+                : byte >= 0xc0 ? 1
+                               : 0;
+    if (byte < 0x20 || byte == 0x7f || stray) {
+      safe += format("\\x%02x", byte);
+    } else if (byte == 0xc2 && next >= 0x80 && next <= 0x9f) {
+      // U+0080 to U+009F: the second half of the control characters, as UTF-8 has them.
+      safe += format("\\u%04x", next);
+      ++i;
+      following = 0;
     } else {
-      safe += c;
+      safe += text[i];
     }
   }
   return safe;

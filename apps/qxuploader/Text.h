@@ -15,7 +15,7 @@ std::string bytesText(std::uint64_t bytes);
 std::string durationText(double seconds);
 /// "1 file", "3 files".
 std::string countText(std::uint64_t count, std::string_view singular, std::string_view plural);
-/// The text with control characters written as "\x1b" and the like: a file name must not steer the
+/// The text with control characters written as "\x1b" or "\u009b": a file name must not steer the
 /// terminal.
 std::string printable(std::string_view text);
 /// At most `columns` characters (not bytes), cut with "…".

@@ -21,6 +21,7 @@
 #include "ScratchFolder.h"
 #include "Settings.h"
 #include "StatusCommand.h"
+#include "Text.h"
 #include "UploadCommand.h"
 #include "WatchCommand.h"
 #include "platform/Files.h"
@@ -193,7 +194,7 @@ void addOthers(CLI::App& app, CommandLine& line) {
 }
 
 int wrongUsage(const std::string& message) {
-  std::fprintf(stderr, "qxuploader: %s\n", message.c_str());
+  std::fprintf(stderr, "qxuploader: %s\n", printable(message).c_str());
   return kWrongUsage;
 }
 
@@ -374,7 +375,8 @@ int start(int argc, char** argv) {
       return wrongUsage("no command is named \"" + std::string(argv[1]) +
                         "\"; \"qxuploader --help\" lists them");
     }
-    return app.exit(error) == 0 ? kAllDone : kWrongUsage;
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return wrongUsage(error.what() + std::string("; \"--help\" tells more"));
   }
   return runCommand(app.get_subcommands().front()->get_name(), line);
 }

@@ -1,9 +1,10 @@
 """`status` reads the log as it lies on disk. The logs here are written by Python's plistlib."""
 import os
 import plistlib
+import subprocess
 import unittest
 
-from Support import ProgramTest
+from Support import PATIENCE, PROGRAM, ProgramTest
 
 
 class Status(ProgramTest):
@@ -64,6 +65,22 @@ class Status(ProgramTest):
         self.store({"a.jpg": (b"", 0, {"qxuploaderFile": "evil\tname\x7f"}, 1600000000)})
         done = self.run_on_terminal("status", "--verbose")
         self.assertIn("evil\\x09name\\x7f", done.out)
+
+    def testSecondHalfOfTheControlCharactersDoesNotReachTheTerminal(self):
+        name = "\u0080\u009b2J\u009fü€😀\u00a0\udc9b\udce4.\udc85"
+        safe = "\\u0080\\u009b2J\\u009fü€😀\u00a0\\x9b\udce4.\\x85"
+        shown = self.run_bytes("upload", name, "--scope", "s", "--user-id", "7", "--token", "t",
+                               "--backend", "http://127.0.0.1:9")
+        self.assertIn(os.fsencode(safe + " could not be read"), shown)
+        for arguments in ((name,), ("status", "--" + name), ("status", "--config", name),
+                          ("upload", "a", "--scope", "s", "--user-id", "../" + name)):
+            shown = self.run_bytes(*arguments)
+            self.assertIn(os.fsencode("\\u009b2J"), shown, arguments)
+            self.assertNotIn("\u009b".encode(), shown, arguments)
+
+    def run_bytes(self, *arguments):
+        return subprocess.run([PROGRAM, *arguments], env=self.environment, capture_output=True,
+                              timeout=PATIENCE, cwd=self.home).stderr
 
 
 if __name__ == "__main__":
