@@ -77,7 +77,7 @@ class Usage(ProgramTest):
         done = subprocess.run(["bash", "-c", script, "bash", "qxuploader", *words], text=True,
                               capture_output=True, check=True, cwd=self.home)
         self.assertEqual(done.stderr, "")
-        return done.stdout.split()
+        return list(filter(None, done.stdout.splitlines()))
 
     def testBashCompletes(self):
         self.assertEqual(self.completed("back"), ["background", "background-image"])
@@ -87,6 +87,11 @@ class Usage(ProgramTest):
         self.assertEqual(self.completed("config", "--environment", "t"), ["test"])
         self.file("photo.jpg")
         self.assertEqual(self.completed("upload", "ph"), ["photo.jpg"])
+        self.file("my photos/a b.jpg")
+        for typed in ("my", "my\\ ph", '"my ph', "'my ph"):
+            self.assertEqual(self.completed("upload", typed), ["my photos"], typed)
+            self.assertEqual(self.completed("watch", typed), ["my photos"], typed)
+        self.assertEqual(self.completed("upload", "my\\ photos/a"), ["my photos/a b.jpg"])
 
     def testUnreadableFilesAreNamedAndTheOthersGoOn(self):
         folder = self.home / "folder"

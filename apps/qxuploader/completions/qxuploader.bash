@@ -2,9 +2,12 @@
 
 _qxuploader()
 {
-    local current previous command word
+    local current path previous command word
     current=${COMP_WORDS[COMP_CWORD]}
     previous=${COMP_WORDS[COMP_CWORD-1]}
+    # As the file system has it: without the quoting of the command line.
+    path=${current//\\/}
+    path=${path#[\'\"]}
     local settings="--backend --upload-server --user-id --token --token-command --ca-file --store
         --documents --environment --proxy --no-proxy --config --json --verbose --help"
     local commands="upload background background-image download status watch actions config"
@@ -15,11 +18,11 @@ _qxuploader()
 
     case $previous in
         --environment)
-            COMPREPLY=($(compgen -W "production test" -- "$current")); return ;;
+            mapfile -t COMPREPLY < <(compgen -W "production test" -- "$current"); return ;;
         --ca-file|--config)
-            compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")); return ;;
+            compopt -o filenames; mapfile -t COMPREPLY < <(compgen -f -- "$path"); return ;;
         --documents|--output)
-            compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")); return ;;
+            compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$path"); return ;;
         --backend|--upload-server|--user-id|--token|--token-command|--store|--proxy|--no-proxy|\
         --scope|--concurrent|--item-id|--item-type|--image-from|--tag|--field)
             return ;;
@@ -36,14 +39,14 @@ _qxuploader()
     esac
 
     if [[ $current == -* || -z $command ]]; then
-        COMPREPLY=($(compgen -W "$options $settings" -- "$current"))
+        mapfile -t COMPREPLY < <(compgen -W "$options $settings" -- "$current")
         return
     fi
     case $command in
         upload|background|background-image)
-            compopt -o filenames; COMPREPLY=($(compgen -f -- "$current")) ;;
+            compopt -o filenames; mapfile -t COMPREPLY < <(compgen -f -- "$path") ;;
         watch)
-            compopt -o filenames; COMPREPLY=($(compgen -d -- "$current")) ;;
+            compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$path") ;;
     esac
 }
 complete -F _qxuploader qxuploader
