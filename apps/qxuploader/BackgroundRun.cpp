@@ -48,6 +48,14 @@ std::string idOf(const std::map<std::string, std::string>& extra) {
   return imageId(textIn(extra, "uuid"), textIn(extra, "OriginalImageSha1Key"));
 }
 
+std::string idOf(const StoredTask& task) {
+  std::map<std::string, std::string> texts;
+  for (const auto& [key, value] : task.extra) {
+    if (const std::string* text = value.asText()) texts[key] = *text;
+  }
+  return idOf(texts);
+}
+
 /// The path as an extra value: an XML log cannot hold every byte that a file name can.
 std::string noteOf(const std::string& file) {
   std::error_code code;
@@ -82,8 +90,7 @@ void BackgroundRun::open() {
     if (before.fault) out().note(*before.fault);
     // The library drops a task whose data is gone: most likely it was just done.
     std::erase_if(before.tasks, [](const StoredTask& task) { return !task.bytes; });
-    for (const StoredTask& task : before.tasks) adopt(task);
-    adopted_ = std::move(before.tasks);
+    for (StoredTask& task : before.tasks) adopt(std::move(task));
     if (!adopted_.empty()) {
       out().note("going on with " + countText(adopted_.size(), "stored task", "stored tasks") +
                  " of an earlier run");
@@ -103,12 +110,10 @@ void BackgroundRun::open() {
   timer_ = host().every(1, [this] { tick(); });
 }
 
-void BackgroundRun::adopt(const StoredTask& task) {
-  std::map<std::string, std::string> texts;
-  for (const auto& [key, value] : task.extra) {
-    if (const std::string* text = value.asText()) texts[key] = *text;
-  }
-  add(idOf(texts), {.label = task.label(), .attempts = task.attempts, .ofThisRun = false});
+void BackgroundRun::adopt(StoredTask task) {
+  const std::string id = idOf(task);
+  add(id, {.label = task.label(), .attempts = task.attempts, .adopted = true, .ofThisRun = false});
+  adopted_.emplace(id, std::move(task));
 }
 
 BackgroundRun::Item& BackgroundRun::add(const std::string& id, Item item) {
@@ -144,13 +149,9 @@ void BackgroundRun::submit(const std::string& file, const std::string& scope) {
   const auto data = bytesOf(file);
   if (!data) return;
   const std::string note = noteOf(file);
-  if (alreadyStored(note, scope, *data)) {
-    out().event({{"event", "alreadyStored"}, {"file", file}},
-                file + " is stored already and will be uploaded");
-    changed();
-    return;
-  }
-  Item& item = add("file " + note, {.label = file});
+  const std::string id = "file " + note;
+  if (alreadyStored(id, file, scope, *data, {})) return;
+  Item& item = add(id, {.label = file});
   if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
   store(item, "Action_BackgroundUpload:",
         {{"scope", scope},
@@ -168,35 +169,67 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     return;
   }
   const std::string itemId = std::to_string(options.itemId);
-  Item& item = add(imageId(itemId, sha1Text(host().seams().sha1, *data)), {.label = file});
+  const std::string id = imageId(itemId, sha1Text(host().seams().sha1, *data));
+  const Value tags = Array(options.tags.begin(), options.tags.end());
+  // The tags as the library keeps them with a task.
+  const std::string tagsText =
+      options.tags.empty() ? "" : host().seams().json.encode(tags).value_or("");
+  if (alreadyStored(
+          id, file, options.scope, *data,
+          {{"OriginalImageUseDetUploadKey", options.det ? "true" : "false"}, {"tags", tagsText}})) {
+    return;
+  }
+  Item& item = add(id, {.label = file});
   if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
   Dictionary parameters = {
       {"scope", options.scope}, {"data", *data}, {"itemId", itemId}, {"suffix", suffixOf(file)}};
   if (options.det) parameters["useDetUpload"] = "true";
   if (!options.tags.empty()) {
-    parameters["tags"] = Array(options.tags.begin(), options.tags.end());
+    parameters["tags"] = tags;
     parameters["updatePQS"] = true;
   }
   store(item, "Action_BackgroundUploadImage:", parameters);
 }
 
-bool BackgroundRun::alreadyStored(const std::string& note, const std::string& scope,
-                                  const Data& bytes) const {
-  return std::any_of(adopted_.begin(), adopted_.end(), [&](const StoredTask& task) {
-    if (task.scope != scope || task.extraText(kFileExtra) != note) return false;
-    if (task.bytes != bytes.size()) return false;
+bool BackgroundRun::alreadyStored(const std::string& id, const std::string& file,
+                                  const std::string& scope, const Data& bytes,
+                                  const std::map<std::string, std::string>& extra) {
+  const auto [first, last] = adopted_.equal_range(id);
+  const auto same = std::find_if(first, last, [&](const auto& entry) {
+    const StoredTask& task = entry.second;
+    if (task.scope != scope || task.bytes != bytes.size()) return false;
+    for (const auto& [key, text] : extra) {
+      if (task.extraText(key) != text) return false;
+    }
     const auto copy = readWholeFile(task.path);
     return copy && *copy == bytes;
   });
+  if (same == last) return false;
+  // Named now, so this run has to try it.
+  if (Item* item = find(id); item != nullptr && !item->ofThisRun && !item->tried) {
+    item->ofThisRun = true;
+    ++untried_;
+  }
+  out().event({{"event", "alreadyStored"}, {"file", file}},
+              file + " is stored already and will be uploaded");
+  changed();
+  return true;
 }
 
 BackgroundRun::Item* BackgroundRun::find(const std::string& id) {
+  // Two tasks of one image look the same: one that waits for its next attempt must not take the
+  // outcome that the run is waiting for.
+  const auto urgency = [](const Item& item) {
+    if (item.state == State::active) return item.ofThisRun ? 3 : 2;
+    return item.state == State::retrying ? 1 : 0;
+  };
+  Item* best = nullptr;
   const auto [first, last] = byId_.equal_range(id);
   for (auto entry = first; entry != last; ++entry) {
-    const State state = entry->second->state;
-    if (state == State::active || state == State::retrying) return entry->second;
+    Item* item = entry->second;
+    if (urgency(*item) > (best == nullptr ? 0 : urgency(*best))) best = item;
   }
-  return nullptr;
+  return best;
 }
 
 void BackgroundRun::setState(Item& item, State state) {
@@ -297,18 +330,14 @@ void BackgroundRun::dropForgotten() {
   std::multimap<std::string, Item*> waiting;
   for (const auto& [id, item] : byId_) {
     // What is under way is in the log, but this run's is counted before it is stored.
-    const bool adopted = item->state == State::active && !item->ofThisRun;
+    const bool adopted = item->state == State::active && item->adopted;
     if (adopted || item->state == State::retrying) waiting.emplace(id, item);
   }
   if (waiting.empty()) return;
   const StoredTasks left = stored();
   if (left.fault) return;
   for (const StoredTask& task : left.tasks) {
-    std::map<std::string, std::string> texts;
-    for (const auto& [key, value] : task.extra) {
-      if (const std::string* text = value.asText()) texts[key] = *text;
-    }
-    if (const auto found = waiting.find(idOf(texts)); found != waiting.end()) {
+    if (const auto found = waiting.find(idOf(task)); found != waiting.end()) {
       found->second->missed = false;
       waiting.erase(found);
     }
@@ -316,6 +345,7 @@ void BackgroundRun::dropForgotten() {
   for (const auto& [id, item] : waiting) {
     // The outcome of one that is done may still be on its way here.
     if (!std::exchange(item->missed, true)) continue;
+    if (item->ofThisRun && !std::exchange(item->tried, true)) --untried_;
     setState(*item, State::failed);
     out().failure({{"event", "failed"}, {"file", item->label}, {"attempts", item->attempts}},
                   item->label +

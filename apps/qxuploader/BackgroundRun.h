@@ -62,6 +62,9 @@ class BackgroundRun : public Session {
     std::string label;
     State state = State::active;
     std::int64_t attempts = 0;
+    /// Stored by an earlier run.
+    bool adopted = false;
+    /// Named by the user of this run.
     bool ofThisRun = true;
     bool tried = false;
     /// False when only this process knows the task: it is not tried again.
@@ -72,7 +75,7 @@ class BackgroundRun : public Session {
 
   /// The bytes of a file that may be handed over, or nothing when that was refused and reported.
   std::optional<Data> bytesOf(const std::string& file);
-  void adopt(const StoredTask& task);
+  void adopt(StoredTask task);
   Item& add(const std::string& id, Item item);
   /// Sends the action that stores the item's task, and notes whether that went well.
   void store(Item& item, const std::string& action, const Dictionary& parameters);
@@ -80,7 +83,10 @@ class BackgroundRun : public Session {
              const std::map<std::string, std::string>& extra, const std::optional<Error>& error);
   void setState(Item& item, State state);
   Item* find(const std::string& id);
-  bool alreadyStored(const std::string& note, const std::string& scope, const Data& bytes) const;
+  /// True when an earlier run stored this, with the same content and these extra values; that is
+  /// told then.
+  bool alreadyStored(const std::string& id, const std::string& file, const std::string& scope,
+                     const Data& bytes, const std::map<std::string, std::string>& extra);
   StoredTasks stored();
   void tick();
   /// Finds the tasks that will not be tried again: the log no longer has them.
@@ -90,7 +96,7 @@ class BackgroundRun : public Session {
   const std::int64_t limit_;
   std::deque<Item> items_;
   std::multimap<std::string, Item*> byId_;
-  std::vector<StoredTask> adopted_;
+  std::multimap<std::string, StoredTask> adopted_;
   std::size_t untried_ = 0;
   std::size_t active_ = 0;
   std::size_t retrying_ = 0;

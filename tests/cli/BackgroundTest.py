@@ -89,6 +89,31 @@ class Background(DevstackTest):
         self.assertEqual(len(done.named("alreadyStored")), 1)
         self.assertEqual(len(done.named("uploaded")), 1)
 
+    def testFileStoredAlreadyIsTriedOnceWithoutWait(self):
+        self.fault(name="slow", target="store", match={"method": "PUT"}, action={"delayMs": 1000})
+        self.store_task("1-a.jpg", f"aws-0011/{self.user}/1-a.jpg", b"content")
+        log = self.stored()
+        log["1-a.jpg"]["extra"]["qxuploaderFile"] = self.file("a.jpg", b"content")
+        (self.documents / "aws-0011" / self.user / "logs.plist").write_bytes(plistlib.dumps(log))
+        done = self.run_program("background", "a.jpg", "--scope", self.scope, "--json")
+        self.assertEqual(done.status, 0, done.err)
+        self.assertEqual(len(done.named("alreadyStored")), 1)
+        self.assertEqual(len(done.named("uploaded")), 1)
+        self.assertEqual(self.stored(), {})
+
+    def testImageStoredAlreadyIsNotStoredTwice(self):
+        self.store_down()
+        path = self.file("front.png", PNG)
+        count = 0
+        for scope, item, *others in (("item-image", 17, "--tag", "blue"), ("item-image", 17),
+                                     ("avatar", 17), ("item-image", 17, "--det")):
+            image = ("background-image", path, "--scope", scope, "--item-id", item, *others)
+            count += 1
+            for _ in range(2):
+                done = self.run_program(*image, "--json")
+                self.assertEqual((done.status, len(self.stored())), (1, count), image)
+            self.assertEqual(len(done.named("alreadyStored")), 1)
+
     def testWithoutWaitEachFileIsTriedOnceAndStaysStored(self):
         self.store_down()
         path = self.file("a.jpg")
