@@ -44,8 +44,8 @@ constexpr std::int64_t kSmallBody = 64 << 10;
 constexpr long kSmallUploadBuffer = 64 << 10;
 constexpr long kLargeUploadBuffer = 512 << 10;
 /// How much the kernel takes beyond what is on the wire. Its own limit, megabytes, would have a
-/// slow connection look silent for minutes, and progress run ahead by as much. Half of this costs an
-/// eighth of the rate of a GiB over loopback.
+/// slow connection look silent for minutes, and progress run ahead by as much. Half of this costs
+/// an eighth of the rate of a GiB over loopback.
 constexpr int kUnsentInKernel = 512 << 10;
 constexpr long kSmallReceiveBuffer = 16 << 10;
 constexpr long kLargeReceiveBuffer = 256 << 10;
