@@ -1,5 +1,7 @@
 #include "DownloadCommand.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -159,7 +161,7 @@ Result<std::string> DownloadCommand::moveOut(const std::string& fetched) const {
   fs::rename(fetched, target, code);
   if (!code) return target.string();
   // Another file system: copied aside, then renamed, so that nobody sees half a file.
-  const fs::path aside = target.string() + ".part";
+  const fs::path aside = folder / (".qxuploader-" + std::to_string(::getpid()) + ".part");
   fs::copy_file(fetched, aside, fs::copy_options::overwrite_existing, code);
   if (!code) fs::rename(aside, target, code);
   if (code) {

@@ -70,24 +70,25 @@ bool PartFile::restart() {
   return (::lseek(file_, 0, SEEK_SET) == 0 && ::ftruncate(file_, 0) == 0) || fail(errno);
 }
 
-std::optional<std::string> PartFile::md5() const {
+Result<std::optional<std::string>> PartFile::md5() const {
+  const std::optional<std::string> none;
   const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
                                                                         EVP_MD_CTX_free);
-  if (EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return std::nullopt;
+  if (EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return none;
   std::vector<unsigned char> buffer(std::size_t{256} << 10);
   off_t offset = 0;
   for (;;) {
     const ssize_t count = ::pread(file_, buffer.data(), buffer.size(), offset);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
+    if (count < 0) return fileError(path_, errno);
     if (count == 0) break;
     EVP_DigestUpdate(context.get(), buffer.data(), static_cast<std::size_t>(count));
     offset += count;
   }
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
   unsigned int size = 0;
-  if (EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) return std::nullopt;
-  return hex(std::span(digest).first(size));
+  if (EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) return none;
+  return std::optional<std::string>(hex(std::span(digest).first(size)));
 }
 
 std::optional<Error> PartFile::publish() {

@@ -25,9 +25,9 @@ class PartFile {
   bool write(std::string_view bytes);
   /// Begins anew.
   bool restart();
-  /// The MD5 of what is written so far, in lower-case hex; nothing when it cannot be read, or the
-  /// system's OpenSSL allows no MD5. Reads the whole file.
-  std::optional<std::string> md5() const;
+  /// The MD5 of what is written so far, in lower-case hex; nothing when the system's OpenSSL allows
+  /// no MD5, an error when the file cannot be read back. Reads the whole file.
+  Result<std::optional<std::string>> md5() const;
   /// Renames it over the destination.
   std::optional<Error> publish();
   const std::optional<Error>& error() const { return error_; }

@@ -153,9 +153,9 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
         };
       }
     }
-    context_->engine.send(std::move(request), [self = shared_from_this()](HttpAnswer answer) {
-      self->answered(std::move(answer));
-    });
+    context_->engine.send(
+        std::move(request),
+        [self = shared_from_this()](const HttpAnswer& answer) { self->answered(answer); });
   }
 
   HTTPHeaders signedHeaders() {
@@ -185,7 +185,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   // From here on: the engine's thread.
 
-  void answered(HttpAnswer answer) {
+  void answered(const HttpAnswer& answer) {
     secondsLeft_ -= answer.elapsedSeconds;
     if (answer.error) {
       const bool curable = answer.failure == HttpFailure::connection ||
@@ -213,8 +213,9 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   /// On the completion queue: reading the whole file again must hold up nobody else's transfer.
   std::optional<Error> publish() {
     if (md5_) {
-      const std::optional<std::string> written = file_->md5();
-      if (written && *written != *md5_) {
+      const Result<std::optional<std::string>> written = file_->md5();
+      if (!written) return written.error();
+      if (*written && **written != *md5_) {
         return Error{"ObjectStore", 0, "the object came damaged: its MD5 is not the store's ETag"};
       }
     }
