@@ -252,11 +252,13 @@ TEST(UploadFailure, BackendGarbageIsAServerErrorAndNeverCached) {
         "backend-too-large", "backend-close", "backend-reset"}) {
     SCOPED_TRACE(fault);
     devstack.fault(fault);
+    const int before = host.completions();
     const UploadOutcome outcome = host.upload(Data("payload"));
     ASSERT_TRUE(outcome.error);
     EXPECT_EQ(outcome.error->code, 3);
     EXPECT_NE(outcome.error->description, "");
     EXPECT_GE(devstack.hits(fault), 1);
+    EXPECT_EQ(host.completions(), before + 1);
     devstack.clearFaults();
   }
   const UploadOutcome outcome = host.upload(Data("payload"));
@@ -317,11 +319,21 @@ TEST(UploadFailure, UploadServerThatIsDownIsAServerError) {
   EXPECT_EQ(failedUpload(devstack, host, "item-image", "jpg").code, 3);
 }
 
-TEST(UploadFailure, UploadServerThatResetsMidwayIsAServerError) {
+TEST(UploadFailure, UploadServerThatBreaksOffIsAServerError) {
   Devstack devstack;
   TestHost& host = TestHost::start(devstack, {.needServerResize = true});
-  devstack.fault("upload-reset");
-  EXPECT_EQ(failedUpload(devstack, host, "item-image", "jpg").code, 3);
+  host.setUp();
+  for (const char* fault : {"upload-reset", "upload-reset-midway", "upload-close"}) {
+    SCOPED_TRACE(fault);
+    devstack.fault(fault);
+    const int before = host.completions();
+    const UploadOutcome outcome = host.upload(Data(std::string(4 << 20, 'x')), "item-image", "jpg");
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(outcome.error->code, 3);
+    EXPECT_GE(devstack.hits(fault), 1);
+    EXPECT_EQ(host.completions(), before + 1);
+    devstack.clearFaults();
+  }
 }
 
 TEST(UploadFailure, UploadServerThatGetsNoImageAnswers415) {

@@ -167,6 +167,107 @@ TEST_F(TaskSchedulerTest, GivenCompletionIsKeptBehindTheStorage) {
   EXPECT_EQ(calls, 1);
 }
 
+TEST_F(TaskSchedulerTest, StoredTaskKeepsItsExecutorWhichIsBoundToTheStorage) {
+  putStoredTasks(1);
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executor = scheduler->localTaskExecutor().front();
+  EXPECT_EQ(scheduler->syncLocl(executor), executor);
+  report(executor, failure());
+  EXPECT_EQ(loggedCount("1000.jpg"), 1);
+}
+
+TEST_F(TaskSchedulerTest, BoundTaskInMemoryIsLeftAloneByAFailure) {
+  const auto scheduler = TaskScheduler::make("u1");
+  const auto executor = dataExecutor("a.jpg");
+  int told = 0;
+  executor->complete = [&](const auto&, const auto&, const auto&, std::int64_t) { ++told; };
+  scheduler->bindStorageComplete(*executor);
+  report(executor, failure());
+  EXPECT_EQ(told, 1);
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(TaskSchedulerTest, FirstFailureOfAStoredTaskIsTrackedAsItsFirstAttempt) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  storeUnavailable();
+  const auto scheduler = TaskScheduler::make("u1");
+  add(*scheduler, "a.jpg");
+  run();
+  scheduler->retryLocalTask();
+  run();
+  const auto events = platform.mediator.trackedEvents();
+  ASSERT_THAT(events, SizeIs(2));
+  EXPECT_EQ(readText(events[0], "mode"), "1") << "counted before it is tracked";
+  EXPECT_EQ(readText(events[1], "mode"), std::nullopt);
+}
+
+TEST_F(TaskSchedulerTest, OutcomeIsTrackedWithTimeAndItemBeforeTheCallbacksHear) {
+  const auto executor = dataExecutor("a.jpg", {{"itemType", "lot"},
+                                               {"imageUrl", "https://cdn.test/x"},
+                                               {"itemId", std::int64_t{7}},
+                                               {"imageFrom", "2"}});
+  executor->uploadTime = 1.25;
+  std::size_t trackedBefore = 0;
+  AWSConfigure::shared().backgroundUploadCallback.store(
+      [&](const auto&, const auto&, const auto&, const auto&) {
+        trackedBefore = platform.mediator.trackedEvents().size();
+      });
+  TaskScheduler::reportResult(executor, "https://cdn.test/x", AWSCallbackStatus::success(), 7);
+  EXPECT_EQ(trackedBefore, 1U);
+  const auto events = platform.mediator.trackedEvents();
+  ASSERT_THAT(events, SizeIs(1));
+  EXPECT_EQ(events[0].at("time"), Value(1.25));
+  EXPECT_EQ(readText(events[0], "type"), "background_upload");
+  EXPECT_THAT(platform.trackingEvents.tagged(), SizeIs(1));
+}
+
+TEST_F(TaskSchedulerTest, SuccessWhoseFileCannotBeRemovedIsReportedAndRetriedLater) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.files.fail(Operation::remove, kDirectory + "/a.jpg");
+  add(*scheduler, "a.jpg");
+  run();
+  ASSERT_THAT(reports, SizeIs(2));
+  EXPECT_FALSE(reports[0].error);
+  EXPECT_EQ(loggedCount("a.jpg"), 0);
+  platform.files.clearFaults();
+  scheduler->retryLocalTask();
+  run();
+  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(2));
+  EXPECT_EQ(loggedCount("a.jpg"), std::nullopt);
+}
+
+TEST_F(TaskSchedulerTest, FailureWhoseCountCannotBeWrittenIsReported) {
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  storeUnavailable();
+  const auto scheduler = TaskScheduler::make("u1");
+  platform.reachability.setReachable(false);
+  add(*scheduler, "a.jpg");
+  platform.files.fail(Operation::write, kLog);
+  platform.reachability.setReachable(true);
+  run();
+  ASSERT_THAT(reports, SizeIs(2));
+  EXPECT_EQ(reports[0].error->code, 3);
+  EXPECT_EQ(loggedCount("a.jpg"), 0);
+}
+
+TEST_F(TaskSchedulerTest, RetryStartsTheTasksInTheOrderOfTheList) {
+  putStoredTasks(5);
+  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  AWSConfigure::shared().maxBackgroundConcurrentCount = 1;
+  const auto scheduler = TaskScheduler::make("u1");
+  std::vector<std::string> listed;
+  for (const auto& executor : scheduler->localTaskExecutor()) {
+    listed.push_back("u/7/" + executor->task->filename());
+  }
+  scheduler->retryLocalTask();
+  run();
+  std::vector<std::string> sent;
+  for (const auto& upload : platform.objectStore.uploads()) sent.push_back(upload.key);
+  EXPECT_THAT(listed, SizeIs(5));
+  EXPECT_EQ(sent, listed);
+}
+
 TEST_F(TaskSchedulerTest, AddDropsTheCompletionThatWasThere) {
   const auto scheduler = TaskScheduler::make("u1");
   const auto given = dataExecutor("a.jpg");

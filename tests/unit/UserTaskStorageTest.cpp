@@ -161,6 +161,36 @@ TEST_F(UserTaskStorageTest, StoredTaskComesBackAsItselfAndWritesNothing) {
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
 
+/// Neither kind of task that the library makes: on disk without a path, or without bytes.
+class OddTask : public Task {
+ public:
+  explicit OddTask(bool hasPath) : hasPath_(hasPath) {}
+  const std::string& scope() const override { return scope_; }
+  bool hasPath() const override { return hasPath_; }
+  const std::string& filename() const override { return filename_; }
+  const AWSParameterMap& extra() const override { return extra_; }
+  AWSParameterMap& extra() override { return extra_; }
+  std::optional<Data> data() const override { return std::nullopt; }
+
+ private:
+  const bool hasPath_;
+  std::string filename_ = "a.jpg";
+  std::string scope_ = "images";
+  AWSParameterMap extra_;
+};
+
+TEST_F(UserTaskStorageTest, TaskThatOnlySaysItIsStoredYieldsNoTask) {
+  UserTaskStorage storage("u1");
+  EXPECT_EQ(storage.storageFile(std::make_shared<OddTask>(/*hasPath=*/true)), nullptr);
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
+TEST_F(UserTaskStorageTest, TaskWithoutBytesYieldsNoTask) {
+  UserTaskStorage storage("u1");
+  EXPECT_EQ(storage.storageFile(std::make_shared<OddTask>(/*hasPath=*/false)), nullptr);
+  EXPECT_THAT(platform.files.paths(), IsEmpty());
+}
+
 TEST_F(UserTaskStorageTest, FailedDataWriteYieldsNoTaskAndNoEntry) {
   UserTaskStorage storage("u1");
   platform.files.fail(Operation::write, kDirectory + "/a.jpg");
