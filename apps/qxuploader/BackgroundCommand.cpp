@@ -82,13 +82,23 @@ void BackgroundCommand::handOverNext() {
 }
 
 void BackgroundCommand::changed() {
-  if (!handedOver_ || finished() || reporting()) return;
-  if (options_.wait ? nothingLeft() : allTried()) {
+  if (ending_ || !mayEnd()) return;
+  ending_ = true;
+  // Behind what is posted already: a report is counted out before its failure is heard of here.
+  host().post([this] {
+    ending_ = false;
+    if (!mayEnd()) return;
+    if (!options_.wait && !allTried()) {
+      out().note("no network; what was handed over stays stored");
+    }
     finishWithSummary();
-  } else if (!options_.wait && !host().reachability().isReachable()) {
-    out().note("no network; what was handed over stays stored");
-    finishWithSummary();
-  }
+  });
+}
+
+bool BackgroundCommand::mayEnd() {
+  if (!handedOver_ || finished() || reporting()) return false;
+  if (options_.wait) return nothingLeft();
+  return allTried() || !host().reachability().isReachable();
 }
 
 }  // namespace qx::app

@@ -36,6 +36,8 @@ class BackgroundCommand : public BackgroundRun {
   void begin() override;
   void changed() override;
   std::size_t notHandedOver() const override { return files_.size() - next_; }
+  /// Nothing is left to wait for, as far as it is known here.
+  bool mayEnd();
   /// One file per piece of work, so that Ctrl-C and outcomes come in between.
   void handOverNext();
   /// The files of the paths, directories in the order of their names, each file once.
@@ -48,6 +50,7 @@ class BackgroundCommand : public BackgroundRun {
   std::vector<std::string> files_;
   std::size_t next_ = 0;
   bool handedOver_ = false;
+  bool ending_ = false;
 };
 
 }  // namespace qx::app
