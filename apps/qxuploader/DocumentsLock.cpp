@@ -5,12 +5,12 @@
 
 #include <cerrno>
 
-#include "ScratchFolder.h"
+#include "platform/linux/LinuxFiles.h"
 
 namespace qx::app {
 
 DocumentsLock lockDocuments(const std::string& documents) {
-  if (makeDirectory(documents)) return DocumentsLock::taken;
+  if (LinuxFiles({}).createDirectory(documents)) return DocumentsLock::taken;
   const std::string path = documents + "/.qxuploader.lock";
   // Never closed and never removed: the lock goes with the process, and a removed file could be
   // locked by one process while another makes it anew.

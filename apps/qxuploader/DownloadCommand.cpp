@@ -150,12 +150,12 @@ void DownloadCommand::onTracking(const Dictionary& parameters, const std::string
   });
 }
 
-Result<std::string> DownloadCommand::moveOut(const std::string& fetched) const {
+Result<std::string> DownloadCommand::moveOut(const std::string& fetched) {
   namespace fs = std::filesystem;
   const fs::path folder = options_.output
                               ? *options_.output
                               : context().scratch->documents() + "/com.qxuploader.download.cache";
-  if (const auto error = makeDirectory(folder.string())) return *error;
+  if (const auto error = host().seams().files.createDirectory(folder.string())) return *error;
   const fs::path target = folder / baseName(fetched);
   std::error_code code;
   fs::rename(fetched, target, code);

@@ -37,7 +37,7 @@ class DownloadCommand : public Session {
              const std::optional<Error>& error);
   void failed(const std::string& why, const Event& error);
   /// The file in its final place; an error when it could not be brought there.
-  Result<std::string> moveOut(const std::string& fetched) const;
+  Result<std::string> moveOut(const std::string& fetched);
 
   const DownloadOptions options_;
   std::size_t current_ = 0;

@@ -1,12 +1,13 @@
 #include "ScratchFolder.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+
+#include "platform/linux/LinuxFiles.h"
 
 namespace qx::app {
 namespace {
@@ -23,19 +24,8 @@ Error failure(const std::string& path, int code) {
 
 }  // namespace
 
-std::optional<Error> makeDirectory(const std::string& path) {
-  std::error_code code;
-  if (fs::is_directory(path, code)) return std::nullopt;
-  const fs::path parent = fs::path(path).parent_path();
-  if (!parent.empty() && parent != path) {
-    if (auto error = makeDirectory(parent.string())) return error;
-  }
-  if (::mkdir(path.c_str(), 0700) == 0 || fs::is_directory(path, code)) return std::nullopt;
-  return failure(path, errno);
-}
-
 Result<std::unique_ptr<ScratchFolder>> ScratchFolder::make(const std::string& documents) {
-  if (auto error = makeDirectory(documents)) return *std::move(error);
+  if (auto error = LinuxFiles({}).createDirectory(documents)) return *std::move(error);
   std::error_code code;
   std::string path = (fs::absolute(documents, code) / ".qxuploader-XXXXXX").string();
   if (code) return failure(documents, code.value());

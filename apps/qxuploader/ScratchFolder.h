@@ -5,7 +5,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -33,8 +32,5 @@ class ScratchFolder {
   const std::string documents_;
   const std::string path_;
 };
-
-/// Makes a directory and those above it, for this user alone (0700); an existing one is success.
-std::optional<Error> makeDirectory(const std::string& path);
 
 }  // namespace qx::app

@@ -248,6 +248,7 @@ int runOnScratch(const Context& context, const Options& options) {
                         why + "; name a directory that can be written with --documents");
     return kSomeFailed;
   }
+  // Never freed, and the folder neither: the process ends with the command.
   auto& settings = *new Settings(context.settings);
   settings.set("documents", {(*scratch)->path(), Source::builtIn, "made for this run"});
   return run<Command>(Context{settings, context.out, context.token, context.verbose, context.forget,
