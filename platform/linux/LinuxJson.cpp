@@ -14,6 +14,9 @@ namespace qx {
 namespace {
 
 constexpr std::size_t kDepthLimit = 128;
+/// What the values of one text may take in memory, their text itself not counted. Two bytes of text
+/// ("0,") can ask for a hundred bytes of memory, so the text's own length is no limit.
+constexpr std::size_t kMemoryLimit = std::size_t{8} << 20;
 
 /// Appends the JSON text of `text`, with "/" written "\/"; false when it is not UTF-8.
 bool writeText(std::string& out, const std::string& text) {
@@ -77,6 +80,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
   Value take() { return std::move(root_); }
   std::size_t errorPosition() const { return errorPosition_; }
   bool tooDeep() const { return tooDeep_; }
+  bool tooLarge() const { return memory_ > kMemoryLimit; }
 
   bool null() override { return add(Value()); }
   bool boolean(bool value) override { return add(Value(value)); }
@@ -89,13 +93,15 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
   bool number_float(number_float_t value, const string_t& /*text*/) override {
     return add(Value(value));
   }
-  bool string(string_t& value) override { return add(Value(std::move(value))); }
+  bool string(string_t& value) override {
+    return charge(value.capacity()) && add(Value(std::move(value)));
+  }
   bool binary(binary_t& /*value*/) override { return false; }  // JSON text has none.
 
   bool start_object(std::size_t /*size*/) override { return open(Level{.isObject = true}); }
   bool key(string_t& value) override {
     levels_.back().key = std::move(value);
-    return true;
+    return charge(levels_.back().key.capacity());
   }
   bool end_object() override { return close(); }
   bool start_array(std::size_t /*size*/) override { return open(Level{.isObject = false}); }
@@ -116,9 +122,16 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     Array elements{};
   };
 
+  /// Counts `bytes` of memory; false when that makes too many of them.
+  bool charge(std::size_t bytes) {
+    memory_ += bytes;
+    return !tooLarge();
+  }
   bool add(Value value) {
     if (levels_.empty()) {
       root_ = std::move(value);
+    } else if (!charge(levels_.back().isObject ? kMemberSize : kElementSize)) {
+      return false;
     } else if (levels_.back().isObject) {
       levels_.back().members.insert_or_assign(std::move(levels_.back().key), std::move(value));
     } else {
@@ -138,8 +151,14 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     return add(level.isObject ? Value(std::move(level.members)) : Value(std::move(level.elements)));
   }
 
+  /// A node of the map: its content, three links, a colour and what the allocator adds.
+  static constexpr std::size_t kMemberSize = sizeof(Dictionary::value_type) + 6 * sizeof(void*);
+  /// An array that grows is for a moment there twice, the second time with room for as many again.
+  static constexpr std::size_t kElementSize = 3 * sizeof(Value);
+
   Value root_;
   std::vector<Level> levels_;
+  std::size_t memory_ = 0;
   std::size_t errorPosition_ = 0;
   bool tooDeep_ = false;
 };
@@ -163,6 +182,7 @@ Result<Value> LinuxJson::decode(const Data& text) {
   const std::string_view json = text.text();
   if (nlohmann::json::sax_parse(json.begin(), json.end(), &builder)) return builder.take();
   if (builder.tooDeep()) return Error{"Json", 2, "JSON nested deeper than 128"};
+  if (builder.tooLarge()) return Error{"Json", 3, "JSON whose values take more than 8 MiB"};
   return Error{"Json", 1, "no JSON at byte " + std::to_string(builder.errorPosition())};
 }
 

@@ -1,4 +1,5 @@
-// JSON by nlohmann-json, which stays inside the .cpp file.
+// JSON by nlohmann-json, which stays inside the .cpp file. A text that is nested deeper than 128 or
+// whose values take more than 8 MiB of memory is refused.
 //
 // Threads: no state; every operation may be called from any thread.
 #pragma once

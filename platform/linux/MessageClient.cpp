@@ -19,6 +19,9 @@ namespace {
 
 /// When a message names no time and its manager neither.
 constexpr double kDefaultTimeoutSeconds = 60;
+/// The longest answer that is read: the credentials of 500 scopes fit. Reading one takes up to ten
+/// times its length in memory.
+constexpr std::size_t kBodyLimit = 1 << 20;
 constexpr const char* kTokenHeader = "ACCESS-TOKEN";
 
 class MessageEncoder : public APIEncoder {
@@ -127,6 +130,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
     request.totalTimeoutSeconds =
         timeoutSeconds > 0 ? timeoutSeconds : timeoutForRequest_.value_or(kDefaultTimeoutSeconds);
     request.idleTimeoutSeconds = request.totalTimeoutSeconds;
+    request.bodyLimit = kBodyLimit;
     if (progress) {
       request.progress = [delivery, progress](std::int64_t done, std::int64_t total) {
         const double fraction =
@@ -140,8 +144,9 @@ class MessageManager : public QXMessageAPINetworkingManager {
          secrets = std::move(secrets), &json = environment_.json](HttpAnswer answer) mutable {
           // Decoding belongs on the completion queue: the engine's thread moves others' bytes.
           delivery->finish([message = std::move(message), completion = std::move(completion),
-                            secrets = std::move(secrets), &json, answer = std::move(answer)] {
-            QXNetworkingResponse response = responseOf(*message, answer, json);
+                            secrets = std::move(secrets), &json,
+                            answer = std::move(answer)]() mutable {
+            QXNetworkingResponse response = responseOf(*message, std::move(answer), json);
             if (response.error) {
               for (const std::string& secret : secrets) {
                 leaveOut(response.error->description, secret);
@@ -223,10 +228,9 @@ class MessageManager : public QXMessageAPINetworkingManager {
     return built;
   }
 
-  static QXNetworkingResponse responseOf(const APIRequest& message, const HttpAnswer& answer,
-                                         Json& json) {
+  static QXNetworkingResponse responseOf(const APIRequest& message, HttpAnswer answer, Json& json) {
     if (answer.error) return {answer.error, nullptr};
-    const Data body(answer.body);
+    const Data body(std::move(answer.body));
     const MessageDecoder decoder(json);
     if (answer.status / 100 != 2) {
       return {Error{"QXNetworking", answer.status, failureText(body, answer.status, decoder)},
