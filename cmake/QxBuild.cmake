@@ -1,7 +1,9 @@
 # Compiler settings every target of this project shares.
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # The setting lets ccache keep precompiled headers, and what is compiled with them.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
