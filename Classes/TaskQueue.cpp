@@ -68,12 +68,24 @@ void TaskQueue::add(std::shared_ptr<TaskExecutor> executor) {
   }
   MutexLock lock(lock_);
   eraseOne(announced_, executor->task->filename());
+  queued_.insert(executor->task->filename());
   executorPool_.push_back(std::move(executor));
 }
 
 void TaskQueue::announce(const std::string& filename) {
   MutexLock lock(lock_);
   announced_.insert(filename);
+}
+
+bool TaskQueue::announceUnlessUnderWay(const std::string& filename) {
+  MutexLock lock(lock_);
+  if (isUnderWay(filename)) return false;
+  announced_.insert(filename);
+  return true;
+}
+
+bool TaskQueue::isUnderWay(const std::string& filename) const {
+  return announced_.contains(filename) || queued_.contains(filename) || ended_.contains(filename);
 }
 
 void TaskQueue::start() {
@@ -87,9 +99,10 @@ void TaskQueue::start() {
 
 bool TaskQueue::startNext() {
   if (!Platform::current().reachability.isReachable()) return false;
-  const std::shared_ptr<TaskExecutor> executor = takeFront(limit());
+  std::uint64_t era = 0;
+  const std::shared_ptr<TaskExecutor> executor = takeFront(limit(), era);
   if (!executor) return false;
-  wrapCompletion(*executor);
+  wrapCompletion(*executor, era);
   executor->execute();
   return true;
 }
@@ -100,7 +113,7 @@ std::int64_t TaskQueue::limit() const {
   return std::max<std::int64_t>(limit, 1);
 }
 
-std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit) {
+std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint64_t& era) {
   // Executor and slot are taken in one step: no race takes a slot too many, and nobody sees the
   // pool empty while an executor is on its way to its slot.
   MutexLock lock(lock_);
@@ -111,7 +124,7 @@ std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit) {
   } while (!concurrentCount_.compare_exchange_weak(running, running + 1));
   std::shared_ptr<TaskExecutor> executor = std::move(executorPool_.front());
   executorPool_.pop_front();
-  running_.insert(executor->task->filename());
+  era = era_;
   return executor;
 }
 
@@ -122,32 +135,45 @@ void TaskQueue::releaseSlot() {
   }
 }
 
-void TaskQueue::wrapCompletion(TaskExecutor& executor) {
-  executor.complete = [queue = shared_from_this(), previous = std::move(executor.complete)](
+void TaskQueue::wrapCompletion(TaskExecutor& executor, std::uint64_t era) {
+  executor.complete = [queue = shared_from_this(), era, previous = std::move(executor.complete)](
                           const std::shared_ptr<TaskExecutor>& reporting,
                           const std::optional<std::string>& url, const AWSCallbackStatus& status,
                           std::int64_t itemId) {
     // Copies: the callback may replace the executor's completion, and this closure with it.
     const std::shared_ptr<TaskQueue> keptQueue = queue;
     const TaskExecutor::Complete keptPrevious = previous;
+    const std::uint64_t keptEra = era;
     keptQueue->releaseSlot();
     if (keptPrevious) keptPrevious(reporting, url, status, itemId);
-    keptQueue->forgetRunning(reporting->task->filename());
+    keptQueue->noteEnd(reporting->task->filename(), keptEra);
     keptQueue->start();
   };
 }
 
-void TaskQueue::forgetRunning(const std::string& filename) {
+void TaskQueue::noteEnd(const std::string& filename, std::uint64_t era) {
   MutexLock lock(lock_);
-  eraseOne(running_, filename);
+  if (era != era_) return;
+  eraseOne(queued_, filename);
+  if (watches_ > 0) ended_.insert(filename);
 }
 
 std::set<std::string> TaskQueue::filenames() const {
   MutexLock lock(lock_);
   std::set<std::string> names(announced_.begin(), announced_.end());
-  names.insert(running_.begin(), running_.end());
-  for (const auto& executor : executorPool_) names.insert(executor->task->filename());
+  names.insert(queued_.begin(), queued_.end());
+  names.insert(ended_.begin(), ended_.end());
   return names;
+}
+
+TaskQueue::Watch::Watch(TaskQueue& queue) : queue_(queue) {
+  MutexLock lock(queue_.lock_);
+  ++queue_.watches_;
+}
+
+TaskQueue::Watch::~Watch() {
+  MutexLock lock(queue_.lock_);
+  if (--queue_.watches_ == 0) queue_.ended_.clear();
 }
 
 void TaskQueue::reset() {
@@ -155,8 +181,16 @@ void TaskQueue::reset() {
   std::deque<std::shared_ptr<TaskExecutor>> dropped;
   MutexLock lock(lock_);
   dropped.swap(executorPool_);
+  for (const auto& executor : dropped) eraseOne(queued_, executor->task->filename());
   total_ = 0;
   concurrentCount_ = 0;
+}
+
+void TaskQueue::forgetRunning() {
+  MutexLock lock(lock_);
+  queued_.clear();
+  for (const auto& executor : executorPool_) queued_.insert(executor->task->filename());
+  ++era_;
 }
 
 bool TaskQueue::idle() const {

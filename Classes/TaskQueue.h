@@ -30,14 +30,18 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
 
   /// A task with this file name is about to be added.
   void announce(const std::string& filename);
+  /// announce(), unless filenames() holds the name. Says whether it was announced.
+  bool announceUnlessUnderWay(const std::string& filename);
   /// Appends an executor. Starts nothing: call start() next.
   void add(std::shared_ptr<TaskExecutor> executor);
   /// Starts waiting executors, first in, first out, while the network is reachable and fewer than
   /// the limit run. Returns at once.
   void start();
   /// Empties the pool and sets the counts to 0. Executors that run keep running; their late reports
-  /// leave the count at 0.
+  /// leave the count at 0, and filenames() still holds their names.
   void reset();
+  /// From now on filenames() holds no name of an executor that runs at this moment.
+  void forgetRunning();
   /// Nothing waits and nothing runs.
   bool idle() const;
 
@@ -46,20 +50,36 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   std::size_t waitingCount() const;
   /// Executors added since the start or the last reset.
   std::int64_t total() const { return total_.load(); }
-  /// The file names of the tasks that are announced, wait or run: until their completions have
-  /// returned, and whatever a reset did meanwhile.
+  /// The file names of the tasks that are announced, wait or run, until their completions have
+  /// returned. While a Watch exists, also the names of those that have ended since it began.
   std::set<std::string> filenames() const;
+
+  /// Whoever reads the stored log and then asks which of its tasks are under way holds one from
+  /// before the reading to after the asking: a task may run and end in between.
+  class Watch {
+   public:
+    explicit Watch(TaskQueue& queue);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+   private:
+    TaskQueue& queue_;
+  };
 
  private:
   explicit TaskQueue(std::optional<std::int64_t> maxConcurrentCount);
   std::int64_t limit() const;
   /// Starts the oldest executor when the network and the limit allow it.
   bool startNext();
-  /// The oldest executor, with a slot taken for it; null when none waits or no slot is free.
-  std::shared_ptr<TaskExecutor> takeFront(std::int64_t limit);
+  /// The oldest executor, with a slot taken for it; null when none waits or no slot is free. `era`
+  /// becomes the one in which it starts.
+  std::shared_ptr<TaskExecutor> takeFront(std::int64_t limit, std::uint64_t& era);
   void releaseSlot();
-  void forgetRunning(const std::string& filename);
-  void wrapCompletion(TaskExecutor& executor);
+  void wrapCompletion(TaskExecutor& executor, std::uint64_t era);
+  /// The task's completion has returned.
+  void noteEnd(const std::string& filename, std::uint64_t era);
+  bool isUnderWay(const std::string& filename) const QX_REQUIRES(lock_);
 
   const std::optional<std::int64_t> maxCount_;
   /// Raised and reset under the lock, together with the pool; lowered without it.
@@ -67,7 +87,13 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   mutable Mutex lock_;
   std::deque<std::shared_ptr<TaskExecutor>> executorPool_ QX_GUARDED_BY(lock_);
   std::multiset<std::string> announced_ QX_GUARDED_BY(lock_);
-  std::multiset<std::string> running_ QX_GUARDED_BY(lock_);
+  /// The names of the waiting and the running.
+  std::multiset<std::string> queued_ QX_GUARDED_BY(lock_);
+  /// Counts the calls of forgetRunning(): an end is noted only of what started after the last one.
+  std::uint64_t era_ QX_GUARDED_BY(lock_) = 0;
+  int watches_ QX_GUARDED_BY(lock_) = 0;
+  /// What has ended since the first of the watches began.
+  std::set<std::string> ended_ QX_GUARDED_BY(lock_);
   std::atomic<std::int64_t> total_ = 0;
 };
 

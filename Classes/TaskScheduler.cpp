@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <limits>
 #include <set>
 #include <utility>
@@ -28,6 +29,9 @@ std::shared_ptr<TaskScheduler> TaskScheduler::make(const std::string& userId) {
 
 TaskScheduler::TaskScheduler(const std::string& userId)
     : resumes_(AWSConfigure::shared().resumeStoredTasks), taskQueue_(TaskQueue::shared()) {
+  // Without the switch the storage hears nothing of what outlives its scheduler, so a tick of the
+  // new one queues it again.
+  if (!resumes_) taskQueue_->forgetRunning();
   taskQueue_->reset();
   taskStorage_ =
       resumes_ ? UserTaskStorage::resumed(userId) : std::make_shared<UserTaskStorage>(userId);
@@ -38,7 +42,7 @@ TaskScheduler::~TaskScheduler() = default;
 void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
   executor->complete = reporting();
   // Before it is in the log, where a tick could find it and queue it as well.
-  if (resumes_) taskQueue_->announce(executor->task->filename());
+  taskQueue_->announce(executor->task->filename());
   taskQueue_->add(syncLocl(executor));
   taskQueue_->start();
 }
@@ -125,21 +129,47 @@ void TaskScheduler::recordOutcome(UserTaskStorage& storage, Task& task,
 }
 
 void TaskScheduler::retryLocalTask() {
-  if (!taskQueue_->idle()) return;
-  std::vector<std::shared_ptr<TaskExecutor>> executors = localTaskExecutor();
-  if (resumes_) {
-    leaveOutUnderWay(executors);
-    // What failed before this tick is in the list again, so the earlier list is void.
-    std::deque<std::shared_ptr<TaskExecutor>> following;
-    if (executors.size() > kMaxRetriedTasks) {
-      const auto rest = executors.begin() + static_cast<std::ptrdiff_t>(kMaxRetriedTasks);
-      following.assign(rest, executors.end());
+  std::vector<std::shared_ptr<TaskExecutor>> next;
+  {
+    const TaskQueue::Watch watch(*taskQueue_);
+    if (!taskQueue_->idle()) return;
+    std::deque<std::shared_ptr<TaskExecutor>> list = retryList();
+    next = takeNext(list);
+    if (resumes_) {
+      // What failed before this tick is in the list again, so the earlier list is void.
+      MutexLock lock(followingLock_);
+      following_.swap(list);
     }
-    MutexLock lock(followingLock_);
-    following_.swap(following);
   }
-  executors.resize(std::min(executors.size(), kMaxRetriedTasks));
-  queueStored(executors);
+  queueStored(next);
+}
+
+std::deque<std::shared_ptr<TaskExecutor>> TaskScheduler::retryList() {
+  std::deque<std::shared_ptr<TaskExecutor>> list;
+  std::ranges::move(localTaskExecutor(), std::back_inserter(list));
+  const std::set<std::string> underWay = taskQueue_->filenames();
+  std::erase_if(list, [&](const std::shared_ptr<TaskExecutor>& executor) {
+    return underWay.contains(executor->task->filename()) || isGone(*executor);
+  });
+  return list;
+}
+
+bool TaskScheduler::isGone(const TaskExecutor& executor) const {
+  return resumes_ && !taskStorage_->contains(executor.task->filename());
+}
+
+std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::takeNext(
+    std::deque<std::shared_ptr<TaskExecutor>>& list) {
+  std::vector<std::shared_ptr<TaskExecutor>> next;
+  while (!list.empty() && next.size() < kMaxRetriedTasks) {
+    // Another tick may have been faster.
+    if (!isGone(*list.front()) &&
+        taskQueue_->announceUnlessUnderWay(list.front()->task->filename())) {
+      next.push_back(std::move(list.front()));
+    }
+    list.pop_front();
+  }
+  return next;
 }
 
 void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors) {
@@ -150,26 +180,12 @@ void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>
   }
 }
 
-void TaskScheduler::leaveOutUnderWay(std::vector<std::shared_ptr<TaskExecutor>>& executors) {
-  const std::set<std::string> underWay = taskQueue_->filenames();
-  std::erase_if(executors, [&](const std::shared_ptr<TaskExecutor>& executor) {
-    const std::string& filename = executor->task->filename();
-    return underWay.contains(filename) || !taskStorage_->contains(filename);
-  });
-}
-
 void TaskScheduler::queueFollowing() {
   if (!resumes_ || !taskQueue_->idle()) return;
   std::vector<std::shared_ptr<TaskExecutor>> next;
   {
     MutexLock lock(followingLock_);
-    while (!following_.empty() && next.size() < kMaxRetriedTasks) {
-      // Unless it is gone since the list was read.
-      if (taskStorage_->contains(following_.front()->task->filename())) {
-        next.push_back(std::move(following_.front()));
-      }
-      following_.pop_front();
-    }
+    next = takeNext(following_);
   }
   queueStored(next);
 }

@@ -24,8 +24,10 @@
 // With AWSConfigure::resumeStoredTasks the storage begins with the tasks of earlier runs, and each
 // time the queue runs empty the next 200 of the list that the last retryLocalTask() has read follow
 // at once. Failed ones are not in that list any more: they wait for the next tick. The storage is
-// brought up to date also when the scheduler is gone, and a task that is under way is not queued a
-// second time, whichever scheduler queued it.
+// brought up to date also when the scheduler is gone.
+//
+// A tick leaves out the tasks that are under way: on their way into the queue, waiting, or running.
+// Without the switch those that outlived their scheduler are queued a second time.
 //
 // Threads: every operation may be called from any thread; its one lock guards the list of tasks to
 // follow.
@@ -81,9 +83,14 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
   static void recordOutcome(UserTaskStorage& storage, Task& task, const AWSCallbackStatus& status);
 
+  /// New executors for the stored tasks that are not under way.
+  std::deque<std::shared_ptr<TaskExecutor>> retryList();
+  /// With the switch: the storage does not know the executor's task any more.
+  bool isGone(const TaskExecutor& executor) const;
+  /// Moves the first 200 out of the list, announced to the queue; drops what is gone or under way.
+  std::vector<std::shared_ptr<TaskExecutor>> takeNext(
+      std::deque<std::shared_ptr<TaskExecutor>>& list);
   void queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors);
-  /// The log lists what is on its way into the queue, what waits, runs, or has just arrived, too.
-  void leaveOutUnderWay(std::vector<std::shared_ptr<TaskExecutor>>& executors);
   /// Queues the next stored tasks when the queue is idle and the host wants them resumed.
   void queueFollowing();
 
