@@ -11,6 +11,7 @@ import { Children, startTimeOf, waitForLeftovers } from './lib/Children.mjs';
 import { startControl } from './lib/Control.mjs';
 import { Events } from './lib/Events.mjs';
 import { FaultProxy } from './lib/FaultProxy.mjs';
+import { HostNames } from './lib/HostNames.mjs';
 import { Items } from './lib/Items.mjs';
 import { publicPrefixes, scopes } from './lib/Scopes.mjs';
 import { Tokens } from './lib/Tokens.mjs';
@@ -144,9 +145,12 @@ async function start() {
   closers.push(() => items.close(), () => tokens.close());
   const users = ['100001', '100002'].map((userId) => ({ userId, accessToken: randomBytes(16).toString('hex') }));
 
+  // A server is reached at its own address and, through its proxy, under the proxy's.
+  const hostNames = { backend: new HostNames(), uploadServer: new HostNames(),
+    store: new HostNames(`${store.bucket}.localhost`) };
   const proxies = {};
   const front = async (name, url) => {
-    proxies[name] = new FaultProxy(name, url);
+    proxies[name] = new FaultProxy(url, hostNames[name]);
     closers.push(() => proxies[name].close());
     return proxies[name].open();
   };
@@ -158,9 +162,9 @@ async function start() {
   const [storeTls, storeWrongTls] = [
     await proxies.store.open(certificates.good), await proxies.store.open(certificates.wrong)];
   const backend = served(await startBackend({ users, tokens, store, items, events,
-    downloadUrlPrefix: () => `${storeUrl}/${store.bucket}` }));
+    downloadUrlPrefix: () => `${storeUrl}/${store.bucket}`, hostNames: hostNames.backend }));
   const uploadServer = served(await startUploadServer({ storeUrl: store.url, events,
-    maxBytes: Number(options['upload-limit']) }));
+    maxBytes: Number(options['upload-limit']), hostNames: hostNames.uploadServer }));
   const info = {
     backend: await front('backend', backend),
     uploadServer: await front('uploadServer', uploadServer),

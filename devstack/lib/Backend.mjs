@@ -7,9 +7,10 @@ import { signatureFault } from './Signature.mjs';
 
 const internalError = 1000;
 
-/** users: [{userId, accessToken}]. downloadUrlPrefix: () => text. Resolves to the listening server. */
-export async function startBackend({ users, tokens, store, items, events, downloadUrlPrefix }) {
+/** users: [{userId, accessToken}]. downloadUrlPrefix: () => text. hostNames: its own. Resolves to the listening server. */
+export async function startBackend({ users, tokens, store, items, events, downloadUrlPrefix, hostNames }) {
   const app = Fastify({ keepAliveTimeout: 120_000, bodyLimit: 1 << 20, exposeHeadRoutes: false });
+  hostNames.guard(app);
   app.removeAllContentTypeParsers();
   app.addContentTypeParser('*', { parseAs: 'buffer' }, (request, body, done) => done(null, body));
 
@@ -93,6 +94,6 @@ export async function startBackend({ users, tokens, store, items, events, downlo
 
   app.get('/events', async () => events.list());
 
-  await app.listen({ host: '127.0.0.1', port: 0 });
+  await hostNames.listen(app);
   return app;
 }

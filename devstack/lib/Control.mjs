@@ -1,10 +1,13 @@
 // The control API: switches faults, takes servers down and up, reads what was seen. JSON in and out.
 import Fastify from 'fastify';
 import { checkFault, readFault } from './FaultProxy.mjs';
+import { HostNames } from './HostNames.mjs';
 
 /** proxies: {backend, uploadServer, store}. Resolves to the listening server. */
 export async function startControl({ proxies, events, items, tokens, faultsFolder }) {
   const app = Fastify({ keepAliveTimeout: 120_000, exposeHeadRoutes: false });
+  const hostNames = new HostNames();
+  hostNames.guard(app);
   // a DELETE may come with "Content-Type: application/json" and no body
   app.addContentTypeParser('application/json', { parseAs: 'string' }, (request, body, done) => {
     try {
@@ -73,6 +76,6 @@ export async function startControl({ proxies, events, items, tokens, faultsFolde
     return { seconds };
   });
 
-  await app.listen({ host: '127.0.0.1', port: 0 });
+  await hostNames.listen(app);
   return app;
 }

@@ -73,17 +73,17 @@ const fresh = () => ({ requests: 0, inFlight: 0, maxInFlight: 0, connections: 0,
   statuses: {}, requestBytes: 0, responseBytes: 0 });
 
 export class FaultProxy {
-  #target;
   #upstream;         // {protocol, hostname, port}
+  #hostNames;
   #agent;
   #doors = [];       // {server, port, sockets, url}: plain, and with TLS where there is a certificate
   #faults = [];      // {fault, hits, left}
   #stats = fresh();
   #down = false;
 
-  /** target: its name; upstreamUrl: where the real server listens. */
-  constructor(target, upstreamUrl) {
-    this.#target = target;
+  /** upstreamUrl: where the real server listens; hostNames: what this proxy answers to. */
+  constructor(upstreamUrl, hostNames) {
+    this.#hostNames = hostNames;
     this.#upstream = new URL(upstreamUrl);
     const Agent = this.#upstream.protocol === 'https:' ? https.Agent : http.Agent;
     // idle connections go before the server behind closes them
@@ -104,6 +104,7 @@ export class FaultProxy {
     });
     server.on('clientError', (error, socket) => socket.destroy());
     await this.#listen(door);
+    this.#hostNames.addPort(door.port);
     door.url = `${tls ? 'https://localhost' : 'http://127.0.0.1'}:${door.port}`;
     this.#doors.push(door);
     return door.url;
@@ -182,6 +183,11 @@ export class FaultProxy {
   }
 
   async #serve(request, response, expectsContinue) {
+    const refusal = this.#hostNames.refusal(request);
+    if (refusal) {
+      response.writeHead(refusal.status, refusal.headers).end(refusal.body);
+      return;
+    }
     const stats = this.#stats;
     stats.requests++;
     stats.methods[request.method] = (stats.methods[request.method] ?? 0) + 1;

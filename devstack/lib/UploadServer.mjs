@@ -54,9 +54,10 @@ async function readForm(request, event) {
   return { fields, image };
 }
 
-/** storeUrl: where it stores. maxBytes: the largest image it takes. Resolves to the listening server. */
-export async function startUploadServer({ storeUrl, events, maxBytes }) {
+/** storeUrl: where it stores. maxBytes: the largest image it takes. hostNames: its own. Resolves to the listening server. */
+export async function startUploadServer({ storeUrl, events, maxBytes, hostNames }) {
   const app = Fastify({ keepAliveTimeout: 120_000, bodyLimit: maxBytes + (1 << 16), exposeHeadRoutes: false });
+  hostNames.guard(app);
   app.addHook('onRequest', async (request) => {
     request.event = events.add({ server: 'uploadServer', kind: 'upload', method: request.method,
       path: request.raw.url, headers: request.headers });
@@ -100,6 +101,6 @@ export async function startUploadServer({ storeUrl, events, maxBytes }) {
     return {};
   });
 
-  await app.listen({ host: '127.0.0.1', port: 0 });
+  await hostNames.listen(app);
   return app;
 }

@@ -44,8 +44,8 @@ const put = async (Body = 'x') => {
 const config = () => message(info.backend, info.users[0], 'GET', configPath);
 /** A bare exchange over a socket: what came back until it ended, or how it failed, or after waitMs. */
 const exchange = (url, text, waitMs = 3000) => new Promise((resolve) => {
-  const { port } = new URL(url);
-  const socket = net.connect(port, '127.0.0.1', () => socket.write(text));
+  const { host, port } = new URL(url);
+  const socket = net.connect(port, '127.0.0.1', () => socket.write(text.replace('Host: x', `Host: ${host}`)));
   let got = '';
   const done = (how) => {
     clearTimeout(timer);
