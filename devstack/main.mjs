@@ -63,9 +63,10 @@ claimState();
 const children = new Children(inState('children.json'), (name, how) => {
   say(`${name} ended (${how}); see the logs below ${inState('store/log')}`);
   stop(1);
-});
+}, writeInfo);
 const closers = [];  // what to close, the last opened first
 let stopping = null;
+let info = null;  // what devstack.json says, once everything runs
 
 process.on('SIGTERM', () => stop(0));
 process.on('SIGINT', () => stop(0));
@@ -129,7 +130,7 @@ async function openStore() {
   say(`using the store at ${new URL(options.store).origin}`);
   if (!options.sts) say('no --sts: the backend hands out the store\'s own keys; only for trying things out');
   return { url: new URL(options.store).origin, region: options.region, bucket: options.bucket,
-    roleArn: options['role-arn'], owner, broker: owner, sts: options.sts ?? null };
+    roleArn: options['role-arn'], owner, broker: owner, sts: options.sts ?? null, daemons: null };
 }
 
 async function start() {
@@ -165,7 +166,7 @@ async function start() {
     downloadUrlPrefix: () => `${storeUrl}/${store.bucket}`, hostNames: hostNames.backend }));
   const uploadServer = served(await startUploadServer({ storeUrl: store.url, events,
     maxBytes: Number(options['upload-limit']), hostNames: hostNames.uploadServer }));
-  const info = {
+  const found = {
     backend: await front('backend', backend),
     uploadServer: await front('uploadServer', uploadServer),
     store: storeUrl,
@@ -180,14 +181,22 @@ async function start() {
     scopes: Object.keys(scopes),
     adminAccessKey: store.owner.accessKey,
     adminSecretKey: store.owner.secretKey,
-    pids: { main: process.pid, ...children.pids() },
   };
-  info.admin = served(await startControl({ proxies, events, items, tokens,
+  found.admin = served(await startControl({ proxies, events, items, tokens, daemons: store.daemons,
     faultsFolder: fileURLToPath(new URL('faults', import.meta.url)) }));
+  if (stopping) return;
+  info = found;
   fs.writeFileSync(settingsFile, settingsOf(info), { mode: 0o600 });
-  fs.writeFileSync(`${infoFile}.tmp`, `${JSON.stringify(info, null, 2)}\n`, { mode: 0o600 });
-  fs.renameSync(`${infoFile}.tmp`, infoFile);
+  writeInfo();
   process.stdout.write(`devstack ready: ${info.backend}\n`);
+}
+
+/** Writes devstack.json, also whenever a process has ended or was started again. */
+function writeInfo() {
+  if (!info || stopping) return;
+  const text = JSON.stringify({ ...info, pids: { main: process.pid, ...children.pids() } }, null, 2);
+  fs.writeFileSync(`${infoFile}.tmp`, `${text}\n`, { mode: 0o600 });
+  fs.renameSync(`${infoFile}.tmp`, infoFile);
 }
 
 /** What the command-line host needs to know, as its settings file: the first user, here. */

@@ -3,13 +3,15 @@
 // containers or block devices.
 //
 // Two forms: one storage daemon that keeps everything in memory (seconds from nothing; made anew at
-// every start), or three on disk with three replicas (kept in the state folder from run to run).
+// every start), or three on disk with three replicas (kept in the state folder from run to run). Two of
+// the three are enough to read and write.
 import { randomBytes, randomUUID } from 'node:crypto';
 import fs from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
 import { CreateBucketCommand, PutBucketPolicyCommand } from '@aws-sdk/client-s3';
 import { run } from './Children.mjs';
+import { StorageDaemons } from './StorageDaemons.mjs';
 import { storeClient } from './StoreClient.mjs';
 
 const programs = ['ceph-mon', 'ceph-osd', 'radosgw', 'radosgw-admin', 'ceph', 'monmaptool', 'setpriv'];
@@ -57,6 +59,9 @@ function keyring(entries) {
     Object.entries(caps ?? {}).map(([k, v]) => `\tcaps ${k} = "${v}"\n`).join('')).join('');
 }
 
+/** How many of so many storage daemons must run for the store to read and write. */
+const neededOf = (osds) => (osds >= 3 ? 2 : 1);
+
 function configuration({ folder, fsid, osds, memory, monPort, gatewayPort, stsKey }) {
   return `[global]
 fsid = ${fsid}
@@ -80,7 +85,7 @@ err to stderr = true
 mon cluster log file = ${folder}/log/cluster.log
 crash dir = ${folder}/log/crash
 osd pool default size = ${osds}
-osd pool default min size = ${osds >= 3 ? 2 : 1}
+osd pool default min size = ${neededOf(osds)}
 osd pool default pg num = 8
 osd pool default pgp num = 8
 osd pool default pg autoscale mode = off
@@ -135,7 +140,8 @@ function rolePolicies(bucket) {
 
 /**
  * Starts the store below `folder` and waits until it takes objects.
- * Resolves to {url, region, bucket, roleArn, owner: {accessKey, secretKey}, broker: {...}}.
+ * Resolves to {url, region, bucket, roleArn, owner: {accessKey, secretKey}, broker: {...}, daemons}; daemons is
+ * a StorageDaemons, or null where the loss of the only one ends the devstack.
  * publicPrefixes: what anybody may read without credentials.
  */
 export async function startCeph({ folder, cluster, bucket, publicPrefixes, children, say }) {
@@ -187,6 +193,7 @@ export async function startCeph({ folder, cluster, bucket, publicPrefixes, child
   children.start('ceph-mon', 'ceph-mon', ['-i', 'a', '-c', conf, '-f'], log('mon'));
 
   say(`starting ${osds === 1 ? 'one storage daemon in memory' : `${osds} storage daemons on disk`}`);
+  const daemons = cluster ? new StorageDaemons({ needed: neededOf(osds), ceph, say }) : null;
   await Promise.all(ids.map(async (i) => {
     const args = ['-i', String(i), '-c', conf, '--keyring', path.join(folder, `osd.${i}`, 'keyring')];
     if (fresh) {
@@ -195,7 +202,10 @@ export async function startCeph({ folder, cluster, bucket, publicPrefixes, child
         run('ceph-osd', [...args, '--mkfs', '--osd-uuid', fresh.osdIds[i]]),
       ]);
     }
-    children.start(`ceph-osd.${i}`, 'ceph-osd', [...args, '-f'], log(`osd.${i}`));
+    const name = `ceph-osd.${i}`;
+    const launch = (onDeath) => children.start(name, 'ceph-osd', [...args, '-f'], log(`osd.${i}`), onDeath);
+    if (daemons) daemons.add(name, i, launch);
+    else launch();
   }));
 
   const gatewayPort = (fresh ?? known).gatewayPort;
@@ -209,7 +219,7 @@ export async function startCeph({ folder, cluster, bucket, publicPrefixes, child
   await accounts;
 
   const store = { url, region: 'us-east-1', bucket, roleArn: 'arn:aws:iam:::role/Uploader',
-    owner: (fresh ?? known).owner, broker: (fresh ?? known).broker };
+    owner: (fresh ?? known).owner, broker: (fresh ?? known).broker, daemons };
   if (fresh) await makeBucket(store, publicPrefixes);
   if (fresh && cluster) {  // what is in memory is gone at the next start, so it is not kept
     const kept = { gatewayPort, owner: store.owner, broker: store.broker };

@@ -43,46 +43,60 @@ export class Children {
   #children = [];   // in the order of their start
   #stopping = false;
   #onDeath;
+  #onChange;
   #registerFile;    // lists pid and start time of each child, for the next start to check
 
-  /** onDeath(name, howItEnded) is called when a child ends that nobody asked to end. */
-  constructor(registerFile, onDeath) {
+  /**
+   * onDeath(name, howItEnded) is called when a child ends that nobody asked to end. onChange() is called
+   * after each start and each such end: pids() has changed.
+   */
+  constructor(registerFile, onDeath, onChange) {
     this.#registerFile = registerFile;
     this.#onDeath = onDeath;
+    this.#onChange = onChange;
   }
 
-  /** Starts one long-running child; its output goes to logFile. */
-  start(name, command, args, logFile) {
+  /**
+   * Starts one long-running child; its output goes to logFile. One of the same name that has ended is
+   * replaced, at its place in the order. onDeath(howItEnded): in the place of the constructor's.
+   */
+  start(name, command, args, logFile, onDeath = (how) => this.#onDeath(name, how)) {
+    if (this.#stopping) throw new Error('the devstack is stopping');
     const log = fs.openSync(logFile, 'a', 0o600);
     const child = spawn('setpriv', ['--pdeathsig', 'TERM', command, ...args],
       { detached: true, stdio: ['ignore', log, log] });
     fs.closeSync(log);
-    const entry = { name, child, ended: false };
+    const entry = { name, child, pid: child.pid, ended: false };
     entry.end = new Promise((resolve) => {
       const over = (how) => {
         if (entry.ended) return;
         entry.ended = true;
         resolve();
-        if (!this.#stopping && !entry.expected) this.#onDeath(name, how);
+        if (this.#stopping) return;
+        onDeath(how);
+        this.#onChange();
       };
       child.on('exit', (code, signal) => over(signal ? `signal ${signal}` : `exit status ${code}`));
       child.on('error', (error) => over(error.message));
     });
-    this.#children.push(entry);
+    const place = this.#children.findIndex((c) => c.name === name);
+    if (place < 0) this.#children.push(entry);
+    else this.#children[place] = entry;
     this.#writeRegister();
+    this.#onChange();
     return entry;
   }
 
   pids() {
     return Object.fromEntries(
-      this.#children.filter((c) => !c.ended && c.child.pid).map((c) => [c.name, c.child.pid]));
+      this.#children.filter((c) => !c.ended && c.pid).map((c) => [c.name, c.pid]));
   }
 
   /** Stops all, the last started first. graceMs: how long each may take before it is killed. */
   async stop(graceMs) {
     this.#stopping = true;
     for (const entry of [...this.#children].reverse()) {
-      if (entry.ended || !entry.child.pid) continue;
+      if (entry.ended || !entry.pid) continue;
       entry.child.kill('SIGTERM');
       const timer = setTimeout(() => entry.child.kill('SIGKILL'), graceMs(entry.name));
       await entry.end;
@@ -92,8 +106,8 @@ export class Children {
   }
 
   #writeRegister() {
-    const list = this.#children.filter((c) => c.child.pid).map(
-      (c) => ({ name: c.name, pid: c.child.pid, startTime: startTimeOf(c.child.pid) }));
+    const list = this.#children.filter((c) => c.pid).map(
+      ({ name, pid }) => ({ name, pid, startTime: startTimeOf(pid) }));
     fs.writeFileSync(`${this.#registerFile}.tmp`, JSON.stringify(list), { mode: 0o600 });
     fs.renameSync(`${this.#registerFile}.tmp`, this.#registerFile);
   }

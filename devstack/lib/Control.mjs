@@ -3,8 +3,8 @@ import Fastify from 'fastify';
 import { checkFault, readFault } from './FaultProxy.mjs';
 import { HostNames } from './HostNames.mjs';
 
-/** proxies: {backend, uploadServer, store}. Resolves to the listening server. */
-export async function startControl({ proxies, events, items, tokens, faultsFolder }) {
+/** proxies: {backend, uploadServer, store}. daemons: a StorageDaemons or null. Resolves to the listening server. */
+export async function startControl({ proxies, events, items, tokens, daemons, faultsFolder }) {
   const app = Fastify({ keepAliveTimeout: 120_000, exposeHeadRoutes: false });
   const hostNames = new HostNames();
   hostNames.guard(app);
@@ -50,6 +50,16 @@ export async function startControl({ proxies, events, items, tokens, faultsFolde
   app.post('/up', async (request) => {
     await target(request).up();
     return {};
+  });
+
+  const cluster = () => {
+    if (!daemons) throw bad('this devstack was not started with --cluster');
+    return daemons;
+  };
+  app.get('/storage-daemons', async () => cluster().list());
+  app.post('/storage-daemons', async (request) => {
+    await cluster().start(request.body?.start);
+    return cluster().list();
   });
 
   app.get('/stats', async () => all((p) => p.stats()));

@@ -9,9 +9,12 @@ import { storeClient } from '../lib/StoreClient.mjs';
 
 export const main = fileURLToPath(new URL('../main.mjs', import.meta.url));
 
+/** Starts a devstack in a new folder. */
+export const start = (...options) =>
+  startIn(fs.mkdtempSync(path.join(os.tmpdir(), 'devstack-test-')), ...options);
+
 /** Resolves when the devstack is ready; rejects with its last words when it ends before. */
-export function start(...options) {
-  const state = fs.mkdtempSync(path.join(os.tmpdir(), 'devstack-test-'));
+export function startIn(state, ...options) {
   const child = spawn(process.execPath, [main, '--state', state, '--until-stdin-closes', ...options],
     { stdio: ['pipe', 'pipe', 'pipe'] });
   let said = '';
@@ -21,9 +24,10 @@ export function start(...options) {
     ended.then(() => reject(new Error(said)));
     child.stdout.on('data', () => {
       const info = JSON.parse(fs.readFileSync(path.join(state, 'devstack.json'), 'utf8'));
-      resolve({ state, child, info, ended, said: () => said, async stop() {
+      resolve({ state, child, info, ended, said: () => said, async stop({ keep = false } = {}) {
         child.stdin.end();
         const how = await ended;
+        if (keep) return how;
         fs.rmSync(state, { recursive: true, force: true });
         return how;
       } });

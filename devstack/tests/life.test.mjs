@@ -105,6 +105,19 @@ test('a running devstack refuses a second one, and keeps its folder and its word
   await stack.stop();
 });
 
+test('without --cluster the loss of the storage daemon stops the devstack, which says so', async (t) => {
+  const stack = await start();
+  t.after(() => stack.child.kill('SIGKILL'));
+  for (const [method, body] of [['GET'], ['POST', { start: 'ceph-osd.0' }]]) {
+    assert.deepEqual((await control(stack.info, method, '/storage-daemons', body)).status, 400);
+  }
+  process.kill(stack.info.pids['ceph-osd.0'], 'SIGKILL');
+  assert.deepEqual(await stack.ended, { code: 1, signal: null });
+  assert.match(stack.said(), /ceph-osd\.0 ended \(signal SIGKILL\); see the logs/);
+  assert.ok(!Object.values(stack.info.pids).some(alive));
+  fs.rmSync(stack.state, { recursive: true });
+});
+
 test('missing store programs are named, with the way to another store', () => {
   const bin = fs.mkdtempSync(path.join(os.tmpdir(), 'devstack-bin-'));
   const state = path.join(bin, 'state');
