@@ -127,10 +127,20 @@ async function openStore() {
     return value;
   };
   const owner = { accessKey: key('store-access-key-env'), secretKey: key('store-secret-key-env') };
-  say(`using the store at ${new URL(options.store).origin}`);
+  const url = originOf('store');
+  say(`using the store at ${url}`);
   if (!options.sts) say('no --sts: the backend hands out the store\'s own keys; only for trying things out');
-  return { url: new URL(options.store).origin, region: options.region, bucket: options.bucket,
+  return { url, region: options.region, bucket: options.bucket,
     roleArn: options['role-arn'], owner, broker: owner, sts: options.sts ?? null, daemons: null };
+}
+
+/** The address that an option gives. Its text is not repeated in the error: a password may stand in it. */
+function originOf(name) {
+  try {
+    const url = new URL(options[name]);
+    if (/^https?:$/.test(url.protocol) && url.href === `${url.origin}/`) return url.origin;
+  } catch { /* no address at all */ }
+  throw new Error(`--${name} is not an address of the form http[s]://HOST[:PORT]`);
 }
 
 async function start() {

@@ -1,17 +1,12 @@
 // Starting and stopping: nothing stays behind, however it ends.
 import assert from 'node:assert/strict';
-import { execFile, spawn, spawnSync } from 'node:child_process';
-import { createHash } from 'node:crypto';
+import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import { test } from 'node:test';
-import { fileURLToPath } from 'node:url';
-import { promisify } from 'node:util';
-import { PutObjectCommand } from '@aws-sdk/client-s3';
-import { adminClient, control, credentials, main, sleep, start, uploadForm } from './Devstack.mjs';
+import { control, credentials, main, sleep, start } from './Devstack.mjs';
 
-const run = promisify(execFile);
 const alive = (pid) => {
   try {
     return !/^State:\s+[ZX]/m.test(fs.readFileSync(`/proc/${pid}/status`, 'utf8'));
@@ -126,45 +121,4 @@ test('missing store programs are named, with the way to another store', () => {
   assert.match(stderr, /missing ceph-mon, .*radosgw.*--store URL/);
   assert.equal(stderr.trim().split('\n').length, 1);
   fs.rmSync(bin, { recursive: true });
-});
-
-test('another store can stand behind the devstack, and objects.mjs reads it', async (t) => {
-  const first = await start();
-  t.after(() => first.child.kill('SIGKILL'));
-  const env = { ...process.env, OTHER_KEY: first.info.adminAccessKey, OTHER_SECRET: first.info.adminSecretKey };
-  const state = fs.mkdtempSync(path.join(os.tmpdir(), 'devstack-test-'));
-  const child = spawn(process.execPath, [main, '--state', state, '--store', first.info.direct.store,
-    '--store-access-key-env', 'OTHER_KEY', '--store-secret-key-env', 'OTHER_SECRET'],
-  { env, stdio: ['ignore', 'pipe', 'ignore'] });
-  t.after(() => child.kill('SIGKILL'));
-  await new Promise((resolve) => child.stdout.once('data', resolve));
-  const info = JSON.parse(fs.readFileSync(path.join(state, 'devstack.json'), 'utf8'));
-  const { 'item-image': record } = await credentials(info);
-  const { default: sharp } = await import('sharp');
-  const image = await sharp({ create: { width: 64, height: 32, channels: 3, background: 'green' } }).png().toBuffer();
-  assert.equal((await fetch(info.uploadServer, { method: 'POST', body: uploadForm(record, image) })).status, 200);
-  const odd = 'items/100001/a b+%=(ü)//.x';
-  await adminClient(info).send(new PutObjectCommand({ Bucket: info.bucket, Key: odd, Body: 'hello',
-    ContentType: 'text/plain' }));
-
-  const tool = fileURLToPath(new URL('../objects.mjs', import.meta.url));
-  const objects = async (...args) => JSON.parse((await run(process.execPath, [tool, ...args])).stdout);
-  const list = await objects('--state', state, 'list', 'items/');
-  assert.deepEqual(list.map((o) => o.key).sort(), [odd, 'items/100001/picture.webp'].sort());
-  const file = path.join(state, 'got');
-  const got = await objects('--state', state, 'get', odd, file);
-  assert.deepEqual(got, { key: odd, size: 5, sha256: createHash('sha256').update('hello').digest('hex'),
-    contentType: 'text/plain' });
-  assert.equal(fs.readFileSync(file, 'utf8'), 'hello');
-  await objects('--state', state, 'get', 'items/100001/picture.webp', file);
-  assert.deepEqual(await objects('webp-size', file), { width: 64, height: 32, format: 'webp' });
-  assert.equal((await objects('--state', state, 'head', odd)).size, 5);
-  await objects('--state', state, 'delete', odd);
-  await assert.rejects(objects('--state', state, 'head', odd));
-
-  assert.equal((await control(info, 'GET', '/stats')).body.backend.requests, 1);
-  child.kill('SIGTERM');
-  await new Promise((resolve) => child.on('exit', resolve));
-  fs.rmSync(state, { recursive: true });
-  await first.stop();
 });
