@@ -122,6 +122,13 @@ test('three storage daemons outlive the loss of one at a time', async (t) => {
     assert.deepEqual(await stored(), Object.fromEntries(objects));
   });
 
+  await t.test('every pool keeps three copies and needs two', async () => {
+    const { stdout } = await run('ceph', ['-c', path.join(state, 'store/ceph.conf'), 'osd', 'dump', '-f', 'json']);
+    const { pools } = JSON.parse(stdout);
+    assert.ok(pools.some((p) => p.pool_name.endsWith('buckets.data')));
+    for (const { pool_name: name, size, min_size: least } of pools) assert.deepEqual([size, least], [3, 2], name);
+  });
+
   await t.test('two lost daemons make the store wait, and lose nothing either', async () => {
     for (const name of ['ceph-osd.1', 'ceph-osd.2']) await lose(name);
     assert.match(stack.said(), /ceph-osd\.2 ended .*; the store stands still with 1 of 3 storage daemons, it needs 2/);
