@@ -21,6 +21,7 @@ namespace {
 constexpr std::string_view kRootDirectory = "aws-0011/";
 constexpr std::string_view kLogName = "logs.plist";
 constexpr std::string_view kAsideSuffix = ".damaged-";
+constexpr std::string_view kUnloggedFolder = "unlogged-";
 constexpr std::string_view kDictStart = "<dict>\n";
 constexpr std::string_view kDictEnd = "</dict>\n";
 
@@ -89,6 +90,11 @@ AWSLogEntry entryOf(const std::string& filename, std::string_view text) {
   return entry == log.end() ? AWSLogEntry() : std::move(entry->second);
 }
 
+/// The name of the copy of a damaged log.
+bool isDamagedLogName(const std::string& name) {
+  return name.starts_with(std::string(kLogName) + std::string(kAsideSuffix));
+}
+
 /// Whether toInt() can convert it: a foreign log may hold numbers that are fatal there.
 bool convertsToInt(const AWSBasicParameter& parameter) {
   constexpr double kLimit = 9223372036854775808.0;  // 2^63
@@ -105,7 +111,7 @@ bool convertsToInt(const AWSBasicParameter& parameter) {
 
 UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks)
     : UserTaskStorage(std::move(userId), storedTasks, Unreported()) {
-  reportDamage();
+  report();
 }
 
 UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks,
@@ -136,7 +142,7 @@ std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& use
       known = storage;
     }
   }
-  storage->reportDamage();
+  storage->report();
   return storage;
 }
 
@@ -165,8 +171,7 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
       lost = std::max(scanned.marks, entries.size()) - entries.size();
     }
   }
-  const std::string counts =
-      std::to_string(entries.size()) + " kept, " + std::to_string(lost) + " lost";
+  const std::size_t kept = entries.size();
 
   // An entry without its file is of a task that was just being deleted. Without the list of names
   // nobody knows.
@@ -187,27 +192,40 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
     if (!find(filename)) change(filename, std::move(record));
   }
 
+  const std::vector<std::string> unlogged =
+      names ? unloggedFiles(*names) : std::vector<std::string>();
   if (intact) {
-    if (opening && names) removeOrphans(*names);
+    // Whoever looks into a damaged log may want the files it names.
+    if (opening && names && std::ranges::none_of(*names, isDamagedLogName)) {
+      removeUnfinishedWrites(*names);
+      moveAside(unlogged);
+    }
     return changed ? Resumed::changed : Resumed::asItStands;
   }
+  // An empty log tells of no entry; the data files do.
+  lost = std::max(lost, unlogged.size());
   const bool aside = setAside(*bytes);
   if (aside || opening) {
-    MutexLock lock(snycLock_);
-    damage_ = std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
-              counts;
+    note(std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
+         std::to_string(kept) + " kept, " + std::to_string(lost) + " lost");
   }
   return aside ? Resumed::changed : Resumed::no;
 }
 
-void UserTaskStorage::reportDamage() {
-  std::string damage;
+void UserTaskStorage::note(std::string message) {
+  MutexLock lock(snycLock_);
+  unreported_.push_back(std::move(message));
+}
+
+void UserTaskStorage::report() {
+  std::vector<std::string> messages;
   {
     MutexLock lock(snycLock_);
-    damage.swap(damage_);
+    messages.swap(unreported_);
   }
-  if (damage.empty()) return;
-  log(kLogError, std::move(damage), "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+  for (std::string& message : messages) {
+    log(kLogError, std::move(message), "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+  }
 }
 
 AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogMap& decoded) const {
@@ -235,19 +253,48 @@ bool UserTaskStorage::setAside(const Data& damagedLog) {
                       durability_);
 }
 
-void UserTaskStorage::removeOrphans(const std::vector<std::string>& names) {
-  const std::string aside = std::string(kLogName) + std::string(kAsideSuffix);
-  const auto isAside = [&](const std::string& name) { return name.starts_with(aside); };
-  // Whoever looks into a damaged log may want the files it names.
-  if (std::ranges::any_of(names, isAside)) return;
+void UserTaskStorage::removeUnfinishedWrites(const std::vector<std::string>& names) {
   Files& files = Platform::current().files;
   for (const std::string& name : names) {
-    if (name == kLogName || find(name)) continue;
-    const bool unfinishedWrite = name.starts_with(".qx-") && name.ends_with(".tmp");
-    if (name.starts_with(".") && !unfinishedWrite) continue;
     const std::string path = userDirPath() + "/" + name;
-    if (files.kind(path) == PathKind::file) files.remove(path);
+    if (name.starts_with(".qx-") && name.ends_with(".tmp") && files.kind(path) == PathKind::file) {
+      files.remove(path);
+    }
   }
+}
+
+std::vector<std::string> UserTaskStorage::unloggedFiles(
+    const std::vector<std::string>& names) const {
+  std::vector<std::string> unlogged;
+  for (const std::string& name : names) {
+    if (name.starts_with(".") || name == kLogName || isDamagedLogName(name) || find(name)) continue;
+    if (Platform::current().files.kind(userDirPath() + "/" + name) == PathKind::file) {
+      unlogged.push_back(name);
+    }
+  }
+  return unlogged;
+}
+
+void UserTaskStorage::moveAside(const std::vector<std::string>& unlogged) {
+  if (unlogged.empty()) return;
+  Files& files = Platform::current().files;
+  const auto pathOf = [&](int n) {
+    return userDirPath() + "/" + std::string(kUnloggedFolder) + std::to_string(n);
+  };
+  int number = 1;
+  while (files.kind(pathOf(number)) != PathKind::absent) ++number;
+  std::size_t moved = 0;
+  if (!files.createDirectory(pathOf(number))) {
+    for (const std::string& name : unlogged) {
+      if (!files.rename(userDirPath() + "/" + name, pathOf(number) + "/" + name)) ++moved;
+    }
+  }
+  std::string message = "[Error] data files without a log entry: " + std::to_string(moved) +
+                        " moved to " + std::string(kUnloggedFolder) + std::to_string(number);
+  if (moved < unlogged.size()) {
+    message += ", " + std::to_string(unlogged.size() - moved) + " could not be moved";
+  }
+  note(std::move(message));
 }
 
 std::string UserTaskStorage::relativePath(const std::string& filename) const {
@@ -379,7 +426,7 @@ void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const 
 
 bool UserTaskStorage::syncLog() {
   const bool written = writeShared();
-  reportDamage();
+  report();
   return written;
 }
 

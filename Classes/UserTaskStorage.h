@@ -10,6 +10,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -39,9 +40,10 @@ class UserTaskStorage {
  public:
   /// Creates the user's directory. `startEmpty` does not read the log file. `resume` does; it sets
   /// a damaged log aside as "logs.plist.damaged-<n>", keeps each entry that still reads and writes
-  /// one log record, drops entries without a data file and removes data files without an entry.
-  /// While a log is there that cannot be read, or not be set aside, each write tries again and
-  /// fails: what stands in it is never written over.
+  /// one log record, drops entries without a data file, and moves data files without an entry into
+  /// a folder "unlogged-<n>" with one log record. While a log is there that cannot be read, or not
+  /// be set aside, each write try again; a write fails until then: what stands
+  /// in the log is never written over.
   explicit UserTaskStorage(std::string userId, StoredTasks storedTasks = StoredTasks::startEmpty);
   /// The resuming storage of a user: the one that is still in use, if any, so that two of them
   /// never undo each other's entries.
@@ -66,7 +68,7 @@ class UserTaskStorage {
   /// The log file as it is on disk; empty when it is missing or malformed.
   AWSLogMap localLogs() const;
   /// A task for every usable entry of the log file, in no order. Entries whose file lies outside
-  /// the user's directory are not usable.
+  /// the user's directory are not usable; a resuming storage leaves out damaged ones as well.
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
   static std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info);
@@ -114,11 +116,13 @@ class UserTaskStorage {
   bool writeLog();
 
   struct Unreported {};
-  /// Does not log what it finds damaged: reportDamage() does.
+  /// Does not log what it finds: report() does.
   UserTaskStorage(std::string userId, StoredTasks storedTasks, Unreported unreported);
-  /// Logs what resumeLog() has found damaged and nobody has logged yet. Under no lock: a logger may
-  /// do anything, upload included.
-  void reportDamage();
+  /// Keeps the message of a log record for report().
+  void note(std::string message);
+  /// Writes the log records whose messages were noted. Under no lock: a logger may do anything,
+  /// upload included.
+  void report();
 
   enum class Resumed {
     /// A log is there that cannot be read or not be set aside: it must not be written over.
@@ -134,8 +138,13 @@ class UserTaskStorage {
   /// The usable ones of the entries that still stand whole in a damaged log.
   AWSLogMap wholeEntries(const ScannedLog& scanned, const AWSLogMap& decoded) const;
   bool setAside(const Data& damagedLog);
-  /// Removes what crashes have left in the user directory, given the names in it.
-  void removeOrphans(const std::vector<std::string>& names);
+  /// Removes the halves of atomic writes that crashes have left, given the names in the user
+  /// directory.
+  void removeUnfinishedWrites(const std::vector<std::string>& names);
+  /// Those of the names in the user directory that are of data files which no entry names.
+  std::vector<std::string> unloggedFiles(const std::vector<std::string>& names) const;
+  /// Moves them into a folder of their own.
+  void moveAside(const std::vector<std::string>& unlogged);
   /// The entry is one that this storage could have written.
   bool isUsable(const std::string& filename, const AWSLogEntry& entry) const;
   std::string relativePath(const std::string& filename) const;
@@ -159,11 +168,11 @@ class UserTaskStorage {
   /// Numbers the writes: how many began, and which one succeeded last.
   std::uint64_t writesBegun_ QX_GUARDED_BY(snycLock_) = 0;
   std::uint64_t lastGoodWrite_ QX_GUARDED_BY(snycLock_) = 0;
-  /// The record that is to be logged about a damaged log.
-  std::string damage_ QX_GUARDED_BY(snycLock_);
-  /// The log file may be replaced. Belongs to the constructor, then to the one whose turn it is to
+  /// Messages of log records that are to be written.
+  std::vector<std::string> unreported_ QX_GUARDED_BY(snycLock_);
+  /// The log file may be replaced. Written by the constructor, then by the one whose turn it is to
   /// write.
-  bool resumed_ = true;
+  std::atomic<bool> resumed_ = true;
 };
 
 }  // namespace qx

@@ -641,7 +641,7 @@ TEST_F(UserTaskStorageResumeTest, DataAndThenLogAreSynced) {
   EXPECT_EQ(calls[2].durability, Durability::synced);
 }
 
-TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreRemovedWhenTheStorageOpens) {
+TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreMovedAsideWhenTheStorageOpens) {
   storeThree();
   platform.files.put(kDirectory + "/orphan.jpg", "bytes");
   platform.files.put(kDirectory + "/.qx-17-3.tmp", "half a log");
@@ -650,7 +650,8 @@ TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreRemovedWhenTheStorag
   UserTaskStorage storage("u1", StoredTasks::resume);
   EXPECT_THAT(platform.files.paths(),
               ElementsAre(kDirectory + "/.foreign", kDirectory + "/0.jpg", kDirectory + "/1.jpg",
-                          kDirectory + "/2.jpg", kDirectory + "/folder/file", kLog));
+                          kDirectory + "/2.jpg", kDirectory + "/folder/file", kLog,
+                          kDirectory + "/unlogged-1/orphan.jpg"));
 }
 
 TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryStayBesideADamagedLog) {
