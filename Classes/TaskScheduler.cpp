@@ -133,6 +133,7 @@ void TaskScheduler::retryLocalTask() {
   {
     const TaskQueue::Watch watch(*taskQueue_);
     if (!taskQueue_->idle()) return;
+    taskStorage_->readLogAgain();
     std::deque<std::shared_ptr<TaskExecutor>> list = retryList();
     next = takeNext(list);
     if (resumes_) {

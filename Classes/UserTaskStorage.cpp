@@ -430,6 +430,10 @@ bool UserTaskStorage::syncLog() {
   return written;
 }
 
+void UserTaskStorage::readLogAgain() {
+  if (!resumed_) syncLog();
+}
+
 bool UserTaskStorage::writeShared() {
   std::uint64_t write = 0;
   {

@@ -42,7 +42,7 @@ class UserTaskStorage {
   /// a damaged log aside as "logs.plist.damaged-<n>", keeps each entry that still reads and writes
   /// one log record, drops entries without a data file, and moves data files without an entry into
   /// a folder "unlogged-<n>" with one log record. While a log is there that cannot be read, or not
-  /// be set aside, each write try again; a write fails until then: what stands
+  /// be set aside, each write and readLogAgain() try again; a write fails until then: what stands
   /// in the log is never written over.
   explicit UserTaskStorage(std::string userId, StoredTasks storedTasks = StoredTasks::startEmpty);
   /// The resuming storage of a user: the one that is still in use, if any, so that two of them
@@ -65,6 +65,8 @@ class UserTaskStorage {
   /// Writes the whole in-memory log to the log file. Callers that wait for one another share a
   /// write: it is enough that one that began after the call has succeeded.
   bool syncLog();
+  /// Reads the log file again, and writes it, if that has not succeeded since the opening.
+  void readLogAgain();
   /// The log file as it is on disk; empty when it is missing or malformed.
   AWSLogMap localLogs() const;
   /// A task for every usable entry of the log file, in no order. Entries whose file lies outside
