@@ -22,6 +22,8 @@ constexpr std::string_view kRootDirectory = "aws-0011/";
 constexpr std::string_view kLogName = "logs.plist";
 constexpr std::string_view kAsideSuffix = ".damaged-";
 constexpr std::string_view kUnloggedFolder = "unlogged-";
+/// No number of attempts reaches it.
+constexpr std::int64_t kImpossibleCount = std::numeric_limits<std::int32_t>::max();
 constexpr std::string_view kDictStart = "<dict>\n";
 constexpr std::string_view kDictEnd = "</dict>\n";
 
@@ -148,7 +150,12 @@ std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& use
 
 bool UserTaskStorage::isUsable(const std::string& filename, const AWSLogEntry& entry) const {
   const std::shared_ptr<FileTask> rebuilt = task(filename, &entry);
-  return rebuilt && isDataFileName(filename) && rebuilt->filePath() == relativePath(filename);
+  if (!rebuilt || !isDataFileName(filename)) return false;
+  const AWSParameterMap& base = entry.at("base");
+  const auto count = base.find("upload_count");
+  return rebuilt->filePath() == relativePath(filename) && rebuilt->uploadCount() >= 0 &&
+         rebuilt->uploadCount() < kImpossibleCount &&
+         (count == base.end() || convertsToInt(count->second));
 }
 
 UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
@@ -485,6 +492,7 @@ std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
   std::vector<std::shared_ptr<FileTask>> tasks;
   for (const auto& [filename, info] : localLogs()) {
     std::shared_ptr<FileTask> rebuilt = task(filename, &info);
+    if (resumes() && !isUsable(filename, info)) continue;
     if (rebuilt && isDataFileName(filename) && isDataFilePath(rebuilt->filePath())) {
       tasks.push_back(std::move(rebuilt));
     }
