@@ -110,6 +110,35 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
 
+/// The number of a Content-Length: digits alone, at most 2^63-1.
+std::optional<std::int64_t> lengthOf(std::string_view text) {
+  std::int64_t length = 0;
+  const char* end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, length);
+  if (text.starts_with('-') || read.ec != std::errc() || read.ptr != end) return std::nullopt;
+  return length;
+}
+
+/// See HttpAnswer::framed. Whatever contradicts itself is no certain end: the next reader of the
+/// same answer may understand it differently.
+bool isFramed(const HTTPHeaders& headers, std::string_view version, std::int64_t received) {
+  int lengths = 0;
+  int codings = 0;
+  bool chunked = false;
+  for (const auto& [name, value] : headers) {
+    if (name == "content-length") {
+      ++lengths;
+      if (lengthOf(value) != received) return false;
+    } else if (name == "transfer-encoding") {
+      ++codings;
+      chunked = strcasecmp(value.c_str(), "chunked") == 0;
+    }
+  }
+  if (lengths > 1 || codings > 1) return false;
+  if (codings == 1) return chunked && version == "HTTP/1.1";
+  return lengths == 1 || !version.starts_with("HTTP/1");
+}
+
 template <typename T>
 void set(CURL* easy, CURLoption option, T value) {
   // An option this libcurl does not know is a build against the wrong version.
@@ -193,6 +222,8 @@ struct Transfer {
   std::size_t piece = 0;
   std::size_t offset = 0;
   std::int64_t received = 0;
+  /// "HTTP/1.1" and the like, as the answer says.
+  std::string version;
   /// Why a callback of ours ended it.
   std::optional<Error> stopped;
   /// An error answer that goes on and on: its status and what is there of it will do.
@@ -235,7 +266,7 @@ struct Transfer {
         std::from_chars(line.data() + blank + 1, line.data() + line.size(), status);
       }
       answer.status = status;
-      answer.framed = !line.starts_with("HTTP/1");
+      version = trimmed(line.substr(0, blank));
       if (status / 100 != 1) answer.begun = true;
       return;
     }
@@ -245,22 +276,21 @@ struct Transfer {
     for (char& c : name) {
       if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
-    if (name == "content-length" || name == "transfer-encoding") answer.framed = true;
     answer.headers.emplace_back(std::move(name), trimmed(line.substr(colon + 1)));
   }
 
   bool body(std::string_view bytes) {
-    if (request.sink && answer.status / 100 == 2) {
+    received += static_cast<std::int64_t>(bytes.size());
+    if (request.sink && answer.status == 200) {
       if (!request.sink(bytes)) {
         stopped = transportError(CURLE_WRITE_ERROR, "the answer cannot be stored");
         return false;
       }
-      received += static_cast<std::int64_t>(bytes.size());
       if (request.progress) request.progress(received, expected());
       return true;
     }
     if (answer.body.size() + bytes.size() > request.bodyLimit) {
-      heardEnough = answer.status / 100 != 2;
+      heardEnough = request.sink || answer.status / 100 != 2;
       if (heardEnough) {
         answer.body.append(bytes.substr(0, request.bodyLimit - answer.body.size()));
         return false;
@@ -273,11 +303,8 @@ struct Transfer {
   }
 
   std::int64_t expected() const {
-    std::int64_t size = 0;
-    if (const auto text = answer.header("content-length")) {
-      std::from_chars(text->data(), text->data() + text->size(), size);
-    }
-    return std::max<std::int64_t>(size, 0);
+    const auto text = answer.header("content-length");
+    return text ? lengthOf(*text).value_or(0) : 0;
   }
 };
 
@@ -600,6 +627,7 @@ class HttpEngine::Loop {
 
   void answer(Transfer& transfer, CURLcode code) const {
     HttpAnswer& answer = transfer.answer;
+    answer.framed = isFramed(answer.headers, transfer.version, transfer.received);
     if (transfer.stopped) {
       answer.error = std::move(transfer.stopped);
       answer.failure = HttpFailure::other;

@@ -61,8 +61,8 @@ struct HttpAnswer {
   /// True when at least a status line came (100 Continue does not count).
   bool begun = false;
   int status = 0;
-  /// True when the answer says where it ends, by a length, by chunks or by HTTP/2; else a
-  /// connection that broke off looks like its end.
+  /// True when the answer says where its body ends and exactly that much came: by HTTP/2, by chunks
+  /// alone, or by one Content-Length. Otherwise a connection that broke off may look like the end.
   bool framed = false;
   /// From the start of the request to its end; the wait before the start is not part of it.
   double elapsedSeconds = 0;
@@ -89,9 +89,9 @@ struct HttpRequest {
   /// Seconds before the request is started.
   double delaySeconds = 0;
   /// The largest body to take into memory. A larger one is an error (kAnswerTooLarge); of an answer
-  /// other than 2xx the rest is left out instead.
+  /// other than 2xx, or one that a sink does not take, the rest is left out instead.
   std::size_t bodyLimit = std::size_t{16} << 20;
-  /// Takes the body of a 2xx answer piece by piece; false ends the request.
+  /// Takes the body of an answer with status 200 piece by piece; false ends the request.
   std::function<bool(std::string_view)> sink;
   /// Bytes of the body sent or, with a sink, received, and how many there will be (0: unknown).
   std::function<void(std::int64_t completed, std::int64_t total)> progress;

@@ -193,7 +193,8 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
       if (curable && again(nextBackoff())) return;
       return finish(file_ && file_->error() ? file_->error() : answer.error);
     }
-    if (answer.status / 100 == 2) return succeeded(answer);
+    // 206 holds a part of an object, and the store promises nothing with any other 2xx.
+    if (answer.status == 200) return succeeded(answer);
     if (isRedirect(answer.status) && redirected(answer)) return;
     if (isPassing(answer.status) && again(retryDelay(answer))) return;
     if (clockCorrected(answer)) return;
@@ -204,7 +205,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   void succeeded(const HttpAnswer& answer) {
     if (file_ && !answer.framed) {
-      return finish(Error{"ObjectStore", 0, "the store did not say how long the object is"});
+      return finish(Error{"ObjectStore", 0, "the store's answer does not say for certain where the object ends"});
     }
     if (file_) md5_ = md5Of(answer, bucket_);
     finish(std::nullopt);
