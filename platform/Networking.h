@@ -154,7 +154,8 @@ class QXNetworkingManager {
  public:
   using Completion = std::function<void(const QXNetworkingUploadResponse&)>;
   virtual ~QXNetworkingManager() = default;
-  /// Sends the form as one POST, streamed from the parts without a copy of their bytes.
+  /// Sends the form as one POST, streamed from the parts without a copy of their bytes. The head of
+  /// the answer completes it; the answer's body is not read.
   virtual void upload(const QXNetworkingUploadRequest& request, ProgressCallback progress,
                       Completion completion) = 0;
 };

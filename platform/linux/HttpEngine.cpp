@@ -1,11 +1,14 @@
 #include "platform/linux/HttpEngine.h"
 
 #include <curl/curl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
 #include <strings.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -203,6 +206,8 @@ void setHeader(HTTPHeaders& headers, const std::string& name, std::string value)
 
 namespace {
 
+using Connections = std::vector<curl_socket_t>;
+
 /// One request on its way, from send to its answer. Only the engine's thread touches it once it has
 /// been handed over.
 struct Transfer {
@@ -216,8 +221,19 @@ struct Transfer {
   std::unique_ptr<curl_slist, FreeList> headers;
   std::array<char, CURL_ERROR_SIZE> message{};
   Time started;
+  /// When a byte that the idle timeout counts moved last, and how many had moved then.
   Time lastMoved;
   curl_off_t moved = 0;
+  /// The same of the bytes of bodies.
+  Time lastBodyMoved;
+  curl_off_t bodyMoved = 0;
+  /// Of the request's body, as far as the kernel has taken it.
+  curl_off_t sent = 0;
+  /// The connection, and how many bytes the kernel holds for it that the other side has not
+  /// confirmed.
+  const Connections* connections = nullptr;
+  curl_socket_t connection = CURL_SOCKET_BAD;
+  int unconfirmed = 0;
   std::int64_t bodySize = 0;
   std::size_t piece = 0;
   std::size_t offset = 0;
@@ -228,6 +244,8 @@ struct Transfer {
   std::optional<Error> stopped;
   /// An error answer that goes on and on: its status and what is there of it will do.
   bool heardEnough = false;
+  /// The blank line after the last head has come.
+  bool headEnded = false;
 
   std::size_t read(char* out, std::size_t room) {
     std::size_t written = 0;
@@ -270,6 +288,7 @@ struct Transfer {
       if (status / 100 != 1) answer.begun = true;
       return;
     }
+    if (line == "\r\n" || line == "\n") headEnded = answer.begun;
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos) return;
     std::string name(line.substr(0, colon));
@@ -281,6 +300,7 @@ struct Transfer {
 
   bool body(std::string_view bytes) {
     received += static_cast<std::int64_t>(bytes.size());
+    if (request.headIsAnswer) return received <= static_cast<std::int64_t>(request.bodyLimit);
     if (request.sink && answer.status == 200) {
       if (!request.sink(bytes)) {
         stopped = transportError(CURLE_WRITE_ERROR, "the answer cannot be stored");
@@ -300,6 +320,11 @@ struct Transfer {
     }
     answer.body.append(bytes);
     return true;
+  }
+
+  /// True when the head is all that the request waits for, and has come.
+  bool isAnsweredByHead() const {
+    return request.headIsAnswer && headEnded && (sent >= bodySize || answer.status / 100 != 2);
   }
 
   std::int64_t expected() const {
@@ -327,11 +352,38 @@ std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* trans
   return static_cast<Transfer*>(transfer)->body({bytes, size * count}) ? size * count : 0;
 }
 
-int onSocket(void* /*engine*/, curl_socket_t connection, curlsocktype /*purpose*/) {
+int onSocket(void* connections, curl_socket_t connection, curlsocktype /*purpose*/) {
   // Without the option more bytes count as moved than have left; that is all.
   ::setsockopt(connection, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentInKernel,
                sizeof kUnsentInKernel);
+  static_cast<Connections*>(connections)->push_back(connection);
   return CURL_SOCKOPT_OK;
+}
+
+int onClose(void* connections, curl_socket_t connection) {
+  std::erase(*static_cast<Connections*>(connections), connection);
+  return ::close(connection);
+}
+
+/// The local port of a connection, or 0.
+int localPort(curl_socket_t connection) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  if (::getsockname(connection, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+  if (address.ss_family == AF_INET) {
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+  }
+  if (address.ss_family != AF_INET6) return 0;
+  return ntohs(reinterpret_cast<const sockaddr_in6*>(&address)->sin6_port);
+}
+
+/// A request is about to go out. Only here does libcurl tell which connection it goes over.
+int onRequest(void* transfer, char* /*peer*/, char* /*here*/, int /*peerPort*/, int port) {
+  auto& one = *static_cast<Transfer*>(transfer);
+  const auto found = std::find_if(one.connections->begin(), one.connections->end(),
+                                  [port](curl_socket_t each) { return localPort(each) == port; });
+  one.connection = found == one.connections->end() ? CURL_SOCKET_BAD : *found;
+  return CURL_PREREQFUNC_OK;
 }
 
 int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
@@ -412,6 +464,7 @@ class HttpEngine::Loop {
       int running = 0;
       curl_multi_perform(multi_, &running);
       finishDone();
+      answerHeads();
       endOverdue();
       curl_multi_poll(multi_, nullptr, 0, pollTimeoutMs(), nullptr);
     }
@@ -493,6 +546,10 @@ class HttpEngine::Loop {
     set(easy, CURLOPT_USERAGENT, userAgent_.c_str());
     set(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, kExpectTimeoutMs);
     set(easy, CURLOPT_SOCKOPTFUNCTION, onSocket);
+    set(easy, CURLOPT_SOCKOPTDATA, &connections_);
+    set(easy, CURLOPT_CLOSESOCKETFUNCTION, onClose);
+    set(easy, CURLOPT_CLOSESOCKETDATA, &connections_);
+    set(easy, CURLOPT_PREREQFUNCTION, onRequest);
     set(easy, CURLOPT_READFUNCTION, onRead);
     set(easy, CURLOPT_SEEKFUNCTION, onSeek);
     set(easy, CURLOPT_HEADERFUNCTION, onHeader);
@@ -566,13 +623,17 @@ class HttpEngine::Loop {
     set(easy, CURLOPT_WRITEDATA, &transfer);
     set(easy, CURLOPT_XFERINFODATA, &transfer);
     set(easy, CURLOPT_PRIVATE, &transfer);
+    transfer.connections = &connections_;
+    set(easy, CURLOPT_PREREQDATA, &transfer);
   }
 
   void start(std::unique_ptr<Transfer> transfer, Host& host) {
     ++host.active;
     transfer->easy = takeHandle();
     prepare(*transfer);
-    transfer->started = transfer->lastMoved = SteadyClock::now();
+    transfer->started = SteadyClock::now();
+    transfer->lastMoved = transfer->lastBodyMoved = transfer->started;
+    if (transfer->request.headIsAnswer) ++awaitingHeads_;
     curl_multi_add_handle(multi_, transfer->easy);
     nextSweep_ = std::min(nextSweep_, transfer->started + sweepInterval(*transfer));
     active_.push_back(std::move(transfer));
@@ -586,6 +647,29 @@ class HttpEngine::Loop {
       curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
       end(transfer, message->data.result);
     }
+  }
+
+  /// Answers the requests for which the head is enough. They stay under way until the answer's body
+  /// has ended as well.
+  void answerHeads() {
+    if (awaitingHeads_ == 0) return;
+    const Time now = SteadyClock::now();
+    std::vector<Transfer*> refused;
+    for (const auto& transfer : active_) {
+      if (!transfer->answered || !transfer->headEnded) continue;
+      observe(*transfer, now);
+      if (!transfer->isAnsweredByHead()) continue;
+      --awaitingHeads_;
+      takeTimes(*transfer, now);
+      HttpRequest& request = transfer->request;
+      request.totalTimeoutSeconds = transfer->answer.elapsedSeconds + request.idleTimeoutSeconds;
+      request.totalTimeoutIsForStandstill = false;
+      request.progress = nullptr;
+      if (transfer->sent < transfer->bodySize) refused.push_back(transfer.get());
+      answer(*transfer, CURLE_OK);
+    }
+    // Nobody wants the rest of their bodies.
+    for (Transfer* transfer : refused) end(transfer, CURLE_OK);
   }
 
   /// Takes a transfer off the wire, starts the next one of its host and reports.
@@ -610,9 +694,19 @@ class HttpEngine::Loop {
     answer(*transfer, code);
   }
 
+  static void takeTimes(Transfer& transfer, Time now) {
+    using Seconds = std::chrono::duration<double>;
+    transfer.answer.elapsedSeconds = Seconds(now - transfer.started).count();
+    transfer.answer.standstillSeconds = Seconds(now - transfer.lastBodyMoved).count();
+  }
+
   void detach(Transfer& transfer) {
-    transfer.answer.elapsedSeconds =
-        std::chrono::duration<double>(SteadyClock::now() - transfer.started).count();
+    const Time now = SteadyClock::now();
+    observe(transfer, now);
+    if (transfer.answered) {
+      takeTimes(transfer, now);
+      if (transfer.request.headIsAnswer) --awaitingHeads_;
+    }
     // Removing one that is not done closes its connection.
     curl_multi_remove_handle(multi_, transfer.easy);
     if (idle_.size() < kMaxIdleHandles) {
@@ -626,12 +720,13 @@ class HttpEngine::Loop {
   }
 
   void answer(Transfer& transfer, CURLcode code) const {
+    if (!transfer.answered) return;
     HttpAnswer& answer = transfer.answer;
     answer.framed = isFramed(answer.headers, transfer.version, transfer.received);
     if (transfer.stopped) {
       answer.error = std::move(transfer.stopped);
       answer.failure = HttpFailure::other;
-    } else if (code != CURLE_OK && !transfer.heardEnough) {
+    } else if (code != CURLE_OK && !transfer.heardEnough && !transfer.isAnsweredByHead()) {
       std::string text =
           transfer.message.front() == '\0' ? curl_easy_strerror(code) : transfer.message.data();
       // libcurl repeats a proxy that it cannot read.
@@ -639,7 +734,7 @@ class HttpEngine::Loop {
       answer.error = transportError(code, std::move(text));
       answer.failure = failureOf(code);
     }
-    const AnswerHandler answered = std::move(transfer.answered);
+    const AnswerHandler answered = std::exchange(transfer.answered, nullptr);
     answered(std::move(answer));
   }
 
@@ -661,15 +756,13 @@ class HttpEngine::Loop {
     nextSweep_ = Time::max();
     std::vector<std::pair<Transfer*, const char*>> overdue;
     for (const auto& transfer : active_) {
-      const curl_off_t moved = movedBytes(transfer->easy);
-      if (moved != transfer->moved) {
-        transfer->moved = moved;
-        transfer->lastMoved = now;
-      }
+      observe(*transfer, now);
       const HttpRequest& request = transfer->request;
       if (request.totalTimeoutSeconds > 0 &&
-          now - transfer->started >= seconds(request.totalTimeoutSeconds)) {
-        overdue.emplace_back(transfer.get(), "the request took too long");
+          now - totalTimeoutBegin(*transfer) >= seconds(request.totalTimeoutSeconds)) {
+        overdue.emplace_back(transfer.get(), request.totalTimeoutIsForStandstill
+                                                 ? "the request timed out: nothing moved"
+                                                 : "the request took too long");
       } else if (request.idleTimeoutSeconds > 0 &&
                  now - transfer->lastMoved >= seconds(request.idleTimeoutSeconds)) {
         overdue.emplace_back(transfer.get(), "the request timed out: nothing moved");
@@ -683,16 +776,44 @@ class HttpEngine::Loop {
     }
   }
 
-  static curl_off_t movedBytes(CURL* easy) {
-    curl_off_t up = 0;
-    curl_off_t down = 0;
-    long head = 0;
+  static Time totalTimeoutBegin(const Transfer& transfer) {
+    return transfer.request.totalTimeoutIsForStandstill ? transfer.lastBodyMoved : transfer.started;
+  }
+
+  /// Notes what has moved since the last look. The head of an answer does not count: it is short,
+  /// and a server that sends it a byte now and then would hold the request for ever.
+  void observe(Transfer& transfer, Time now) const {
+    curl_off_t received = 0;
     long request = 0;
-    curl_easy_getinfo(easy, CURLINFO_SIZE_UPLOAD_T, &up);
-    curl_easy_getinfo(easy, CURLINFO_SIZE_DOWNLOAD_T, &down);
-    curl_easy_getinfo(easy, CURLINFO_HEADER_SIZE, &head);
-    curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &request);
-    return up + down + head + request;
+    curl_easy_getinfo(transfer.easy, CURLINFO_SIZE_UPLOAD_T, &transfer.sent);
+    curl_easy_getinfo(transfer.easy, CURLINFO_SIZE_DOWNLOAD_T, &received);
+    curl_easy_getinfo(transfer.easy, CURLINFO_REQUEST_SIZE, &request);
+    const int before = std::exchange(transfer.unconfirmed, unconfirmedBytes(transfer));
+    const curl_off_t body = transfer.sent + (transfer.request.sink ? received : 0);
+    const curl_off_t all = transfer.sent + received + request;
+    if (std::exchange(transfer.bodyMoved, body) != body || transfer.unconfirmed < before) {
+      transfer.lastBodyMoved = now;
+    }
+    if (std::exchange(transfer.moved, all) != all || transfer.unconfirmed < before) {
+      transfer.lastMoved = now;
+    }
+  }
+
+  /// What the kernel still holds of the request: on a slow line that is seconds' worth of bytes
+  /// after the last one was handed to it. 0 when it cannot be told.
+  int unconfirmedBytes(const Transfer& transfer) const {
+    const curl_socket_t connection = transfer.connection;
+    if (connection == CURL_SOCKET_BAD || transfer.sent == 0) return 0;
+    const auto uses = [connection](const auto& one) {
+      return one && one->connection == connection;
+    };
+    // Whose bytes are on a shared connection cannot be told.
+    if (std::count_if(active_.begin(), active_.end(), uses) > 1) return 0;
+    if (std::find(connections_.begin(), connections_.end(), connection) == connections_.end()) {
+      return 0;
+    }
+    int bytes = 0;
+    return ::ioctl(connection, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
   }
 
   int pollTimeoutMs() {
@@ -758,6 +879,9 @@ class HttpEngine::Loop {
   std::vector<std::unique_ptr<Transfer>> active_;
   std::vector<std::unique_ptr<Transfer>> ended_;
   std::vector<CURL*> idle_;
+  Connections connections_;
+  /// Requests under way that are answered by a head and have not been.
+  std::size_t awaitingHeads_ = 0;
   Time nextSweep_ = Time::max();
 };
 

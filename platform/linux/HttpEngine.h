@@ -66,6 +66,9 @@ struct HttpAnswer {
   bool framed = false;
   /// From the start of the request to its end; the wait before the start is not part of it.
   double elapsedSeconds = 0;
+  /// The part of them after the last byte of a body moved: of the request's, or of what the sink
+  /// took. All of them when no such byte moved.
+  double standstillSeconds = 0;
   /// Names in lower case, in the order they came.
   HTTPHeaders headers;
   /// What did not go into the sink.
@@ -82,15 +85,23 @@ struct HttpRequest {
   HTTPHeaders headers;
   /// Sent one after the other from where they lie, with their exact length as Content-Length.
   std::vector<Data> body;
-  /// Seconds without a byte in either direction; 0: no limit. Counted once the request is started.
+  /// Seconds in which no byte of the request and no byte of the answer's body moves; 0: no limit.
+  /// Counted once the request is started.
   double idleTimeoutSeconds = 60;
   /// Seconds for the whole request, counted once it is started; 0: no limit.
   double totalTimeoutSeconds = 0;
+  /// True: the total timeout begins anew with every byte of a body that moves (see
+  /// HttpAnswer::standstillSeconds).
+  bool totalTimeoutIsForStandstill = false;
   /// Seconds before the request is started.
   double delaySeconds = 0;
   /// The largest body to take into memory. A larger one is an error (kAnswerTooLarge); of an answer
   /// other than 2xx, or one that a sink does not take, the rest is left out instead.
   std::size_t bodyLimit = std::size_t{16} << 20;
+  /// True: the head is the whole answer. It is handed over when the head has come and the request's
+  /// body has been sent or refused. The answer's body is thrown away; it is read for as long as the
+  /// idle timeout allows, so that the connection can serve another request.
+  bool headIsAnswer = false;
   /// Takes the body of an answer with status 200 piece by piece; false ends the request.
   std::function<bool(std::string_view)> sink;
   /// Bytes of the body sent or, with a sink, received, and how many there will be (0: unknown).

@@ -52,6 +52,8 @@ class UploadManager : public QXNetworkingManager {
     }
     post.body = std::move(body.pieces);
     post.idleTimeoutSeconds = timeoutForRequest_;
+    // The status alone says whether the form was taken.
+    post.headIsAnswer = true;
 
     auto delivery = std::make_shared<Delivery>(completions_);
     if (progress) {

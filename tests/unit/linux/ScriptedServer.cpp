@@ -122,6 +122,11 @@ void ScriptedServer::waitForRequests(std::size_t count) {
   while (requests_.size() < count) changed_.wait(mutex_);
 }
 
+void ScriptedServer::waitForEnds(std::size_t count) {
+  MutexLock lock(mutex_);
+  while (ended_ < count) changed_.wait(mutex_);
+}
+
 void ScriptedServer::accept() {
   while (true) {
     const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -134,7 +139,12 @@ void ScriptedServer::accept() {
       return;
     }
     const std::size_t index = connections_.size();
-    connections_.push_back({socket, std::thread([this, socket, index] { serve(socket, index); })});
+    connections_.push_back({socket, std::thread([this, socket, index] {
+                              serve(socket, index);
+                              MutexLock ending(mutex_);
+                              ++ended_;
+                              changed_.notifyAll();
+                            })});
   }
 }
 

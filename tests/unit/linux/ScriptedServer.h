@@ -64,6 +64,8 @@ class ScriptedServer {
   std::size_t connections() const;
   /// Blocks until this many requests have been read as far as their turn says.
   void waitForRequests(std::size_t count);
+  /// Blocks until this many connections have ended, whichever side ended them.
+  void waitForEnds(std::size_t count);
 
  private:
   struct Connection {
@@ -82,6 +84,7 @@ class ScriptedServer {
   std::deque<Turn> turns_ QX_GUARDED_BY(mutex_);
   std::vector<SeenRequest> requests_ QX_GUARDED_BY(mutex_);
   std::list<Connection> connections_ QX_GUARDED_BY(mutex_);
+  std::size_t ended_ QX_GUARDED_BY(mutex_) = 0;
   bool stopping_ QX_GUARDED_BY(mutex_) = false;
 };
 
