@@ -1,5 +1,6 @@
 #include "Host.h"
 
+#include <array>
 #include <utility>
 
 #include "Classes/Target_Uploader.h"
@@ -121,6 +122,18 @@ LinuxSettings linuxSettings(const Settings& settings) {
 
 Host::Host(const Settings& settings, const std::string& token, HostListener& listener)
     : listener_(listener),
+std::string faultOfPlatform(const Settings& settings) {
+  constexpr std::array<std::pair<std::string_view, std::string_view>, 3> kKeys = {
+      {{"storeEndpoint", "store"}, {"caFile", "ca_file"}, {"proxy", "proxy"}}};
+  for (const SettingFault& fault : LinuxPlatform::check(linuxSettings(settings))) {
+    for (const auto& [member, key] : kKeys) {
+      if (fault.setting != member) continue;
+      return settings.entry(key).origin + ": " + std::string(key) + ": " + fault.reason;
+    }
+  }
+  return {};
+}
+
       platform_(withServices(linuxSettings(settings), *this, *this)),
       reachability_(platform_.seams().reachability),
       store_(platform_.seams().objectStore,

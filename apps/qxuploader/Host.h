@@ -86,5 +86,8 @@ class Host : private QXLogger, private QXTrackingEvents {
 
 /// The platform settings that follow from the program's.
 LinuxSettings linuxSettings(const Settings& settings);
+/// The first setting that the platform cannot use, where it came from and why; empty when it can
+/// use all. What is wrong with the documents directory is told when it is opened.
+std::string faultOfPlatform(const Settings& settings);
 
 }  // namespace qx::app

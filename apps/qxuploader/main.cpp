@@ -301,6 +301,8 @@ int runCommand(const std::string& name, CommandLine& line) {
   }
   const Context context = {settings, out, token.value_or(""), line.verbose, line.forget};
   if (name == "actions") {
+    const std::string unusable = faultOfPlatform(settings);
+    if (!unusable.empty()) return wrongUsage(unusable);
     Interrupts::block();
     return runLocked<ActionsCommand>(context);
   }
@@ -315,6 +317,8 @@ int runCommand(const std::string& name, CommandLine& line) {
   const std::string missing =
       faultOfSettings(settings, token.has_value(), name == "upload" && line.upload.serverResize);
   if (!missing.empty()) return wrongUsage(missing);
+  const std::string unusable = faultOfPlatform(settings);
+  if (!unusable.empty()) return wrongUsage(unusable);
   Interrupts::block();
   return runTransfer(name, line, context);
 }

@@ -28,6 +28,13 @@ class NoLogger : public QXLogger {
   void write(const LogRecord& /*record*/) override {}
 };
 
+void tell(QXLogger& logger, const SettingFault& fault) {
+  constexpr int kLevel = 5;
+  if (logger.threshold() > kLevel) return;
+  logger.write({kLevel, "[Error] setting " + fault.setting + ": " + fault.reason, "QXAwsUploader",
+                "QXAwsUploader/LinuxPlatform", "LinuxPlatform(settings:)", __LINE__});
+}
+
 std::vector<std::string> documentDirectories(const LinuxSettings& settings) {
   const std::optional<std::string> directory =
       settings.documentsDirectory ? settings.documentsDirectory : defaultDocumentsDirectory();
@@ -76,8 +83,11 @@ struct LinuxPlatform::Parts {
   LinuxObjectStore objectStore;
 };
 
-LinuxPlatform::LinuxPlatform(LinuxSettings settings)
-    : parts_(std::make_unique<Parts>(std::move(settings))) {}
+LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
+  const std::vector<SettingFault> faults = check(settings);
+  parts_ = std::make_unique<Parts>(std::move(settings));
+  for (const SettingFault& fault : faults) tell(parts_->logger, fault);
+}
 
 LinuxPlatform::~LinuxPlatform() {
   // First the transfers, which end with an error each; then the work that is left, their

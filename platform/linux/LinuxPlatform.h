@@ -57,8 +57,25 @@ class LinuxPlatform {
  public:
   explicit LinuxPlatform(LinuxSettings settings = {});
   ~LinuxPlatform();
+/// A setting that the platform cannot use.
+struct SettingFault {
+  /// The member of LinuxSettings, "storeEndpoint".
+  std::string setting;
+  /// A sentence without any password: "\"https://store/path\" has a path or query; ...".
+  std::string reason;
+};
+
   LinuxPlatform(const LinuxPlatform&) = delete;
   LinuxPlatform& operator=(const LinuxPlatform&) = delete;
+  /// The settings that cannot be used, one fault each; empty when all can. Looks at files, sends
+  /// nothing. A host asks before it makes the platform:
+  ///
+  ///     for (const qx::SettingFault& fault : qx::LinuxPlatform::check(settings))
+  ///       std::cerr << fault.setting << ": " << fault.reason << "\n";
+  static std::vector<SettingFault> check(const LinuxSettings& settings);
+
+  /// Writes each fault of the settings to their logger, at level 5, and is made all the same:
+  /// what needs a setting that cannot be used fails when it is needed.
 
   /// The mediator, for registering the host's answers.
   Mediator& mediator();
