@@ -109,6 +109,8 @@ LinuxSettings linuxSettings(const Settings& settings) {
   LinuxSettings result;
   result.documentsDirectory = settings.get("documents");
   result.storeEndpoint = settings.get("store").value_or(result.storeEndpoint);
+  // A person who waits at a slow line wants the file to arrive.
+  result.resourceTimeoutCountsStandstillOnly = true;
   result.caFile = settings.get("ca_file");
   result.proxy = settings.get("proxy");
   result.noProxy = settings.get("no_proxy");
@@ -120,8 +122,6 @@ LinuxSettings linuxSettings(const Settings& settings) {
   return result;
 }
 
-Host::Host(const Settings& settings, const std::string& token, HostListener& listener)
-    : listener_(listener),
 std::string faultOfPlatform(const Settings& settings) {
   constexpr std::array<std::pair<std::string_view, std::string_view>, 3> kKeys = {
       {{"storeEndpoint", "store"}, {"caFile", "ca_file"}, {"proxy", "proxy"}}};
@@ -134,6 +134,8 @@ std::string faultOfPlatform(const Settings& settings) {
   return {};
 }
 
+Host::Host(const Settings& settings, const std::string& token, HostListener& listener)
+    : listener_(listener),
       platform_(withServices(linuxSettings(settings), *this, *this)),
       reachability_(platform_.seams().reachability),
       store_(platform_.seams().objectStore,

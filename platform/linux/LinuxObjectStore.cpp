@@ -9,9 +9,11 @@
 namespace qx {
 
 LinuxObjectStore::LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
-                                   std::string globalEndpoint)
+                                   std::string globalEndpoint,
+                                   bool resourceTimeoutCountsStandstillOnly)
     : globalEndpoint_(std::move(globalEndpoint)),
-      context_(std::make_shared<StoreContext>(engine, completions, clock)) {}
+      context_(std::make_shared<StoreContext>(engine, completions, clock,
+                                              resourceTimeoutCountsStandstillOnly)) {}
 
 LinuxObjectStore::~LinuxObjectStore() = default;
 

@@ -22,8 +22,9 @@ class StoreContext;
 class LinuxObjectStore : public ObjectStore {
  public:
   /// The engine, the queue and the clock must outlive all transfers; the queue also the engine.
+  /// The last argument is LinuxSettings::resourceTimeoutCountsStandstillOnly.
   LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
-                   std::string globalEndpoint);
+                   std::string globalEndpoint, bool resourceTimeoutCountsStandstillOnly = false);
   ~LinuxObjectStore() override;
 
   std::string globalEndpoint() override { return globalEndpoint_; }

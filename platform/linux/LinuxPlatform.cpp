@@ -59,7 +59,8 @@ struct LinuxPlatform::Parts {
         messageClients(engine, dispatch.globalQueue(), clock, json,
                        std::move(settings.messageSigner), std::move(settings.localisedText)),
         uploadClients(engine, dispatch.globalQueue()),
-        objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint)) {}
+        objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint),
+                    settings.resourceTimeoutCountsStandstillOnly) {}
 
   NoLogger noLogger;
   DefaultTrackingEvents defaultTrackingEvents;

@@ -35,6 +35,10 @@ struct LinuxSettings {
   std::optional<std::string> documentsDirectory = {};
   /// The object store's global endpoint.
   std::string storeEndpoint = "https://s3.amazonaws.com";
+  /// A transfer to or from the store has 30 seconds, its further attempts included. False: they are
+  /// counted from its start, so that what takes longer fails however much has moved. True: only
+  /// time in which nothing moves counts, so that a slow line succeeds and a dead one still ends.
+  bool resourceTimeoutCountsStandstillOnly = false;
   /// PEM file of the certificate authorities to trust; absent: the system's.
   std::optional<std::string> caFile = {};
   /// HTTP proxy for every request ("http://proxy:3128"), and the hosts to reach without it
@@ -53,10 +57,6 @@ struct LinuxSettings {
   std::function<std::string(std::string_view)> localisedText = {};
 };
 
-class LinuxPlatform {
- public:
-  explicit LinuxPlatform(LinuxSettings settings = {});
-  ~LinuxPlatform();
 /// A setting that the platform cannot use.
 struct SettingFault {
   /// The member of LinuxSettings, "storeEndpoint".
@@ -65,8 +65,8 @@ struct SettingFault {
   std::string reason;
 };
 
-  LinuxPlatform(const LinuxPlatform&) = delete;
-  LinuxPlatform& operator=(const LinuxPlatform&) = delete;
+class LinuxPlatform {
+ public:
   /// The settings that cannot be used, one fault each; empty when all can. Looks at files, sends
   /// nothing. A host asks before it makes the platform:
   ///
@@ -76,6 +76,10 @@ struct SettingFault {
 
   /// Writes each fault of the settings to their logger, at level 5, and is made all the same:
   /// what needs a setting that cannot be used fails when it is needed.
+  explicit LinuxPlatform(LinuxSettings settings = {});
+  ~LinuxPlatform();
+  LinuxPlatform(const LinuxPlatform&) = delete;
+  LinuxPlatform& operator=(const LinuxPlatform&) = delete;
 
   /// The mediator, for registering the host's answers.
   Mediator& mediator();

@@ -133,6 +133,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   void send(double delaySeconds) {
     HttpRequest request;
+    request.totalTimeoutIsForStandstill = context_->resourceTimeoutCountsStandstillOnly;
     request.method = method_;
     request.url = address_.url();
     request.headers = signedHeaders();
@@ -186,7 +187,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   // From here on: the engine's thread.
 
   void answered(const HttpAnswer& answer) {
-    secondsLeft_ -= answer.elapsedSeconds;
+    takeTime(answer);
     if (answer.error) {
       const bool curable = answer.failure == HttpFailure::connection ||
                            (answer.failure == HttpFailure::timeout && !answer.begun);
@@ -202,6 +203,15 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     finish(storeError(answer, {credentials.accessKey, credentials.secretKey,
                                credentials.sessionToken, signature_}));
   }
+  void takeTime(const HttpAnswer& answer) {
+    const bool moved = answer.standstillSeconds < answer.elapsedSeconds;
+    if (context_->resourceTimeoutCountsStandstillOnly && moved) {
+      secondsLeft_ = configuration_->timeoutIntervalForResource - answer.standstillSeconds;
+    } else {
+      secondsLeft_ -= answer.elapsedSeconds;
+    }
+  }
+
 
   void succeeded(const HttpAnswer& answer) {
     if (file_ && !answer.framed) {

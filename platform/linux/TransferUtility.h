@@ -26,8 +26,12 @@ namespace qx {
 /// What all transfers of one store share.
 class StoreContext {
  public:
-  StoreContext(HttpEngine& httpEngine, DispatchQueue& completionQueue, Clock& systemClock)
-      : engine(httpEngine), completions(completionQueue), clock(systemClock) {}
+  StoreContext(HttpEngine& httpEngine, DispatchQueue& completionQueue, Clock& systemClock,
+               bool onlyStandstillCounts)
+      : engine(httpEngine),
+        completions(completionQueue),
+        clock(systemClock),
+        resourceTimeoutCountsStandstillOnly(onlyStandstillCounts) {}
 
   HttpEngine& engine;
   DispatchQueue& completions;
@@ -49,6 +53,7 @@ class TransferUtility : public AWSS3TransferUtility {
                         DownloadCompletion completionHandler) override;
 
  private:
+  const bool resourceTimeoutCountsStandstillOnly;
   const std::shared_ptr<StoreContext> context_;
   const StoreEndpoint endpoint_;
   const std::shared_ptr<const AWSServiceConfiguration> configuration_;

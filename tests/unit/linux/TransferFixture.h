@@ -41,6 +41,11 @@ inline Turn silence(Turn::Then then) {
 
 class TransferFixture : public ::testing::Test {
  protected:
+  /// See LinuxSettings::resourceTimeoutCountsStandstillOnly.
+  explicit TransferFixture(bool countsStandstillOnly = false)
+      : store_(engine_, dispatch_.globalQueue(), clock_, "https://store.example",
+               countsStandstillOnly) {}
+
   void SetUp() override {
     std::string name = ::testing::TempDir() + "qx-transfer-XXXXXX";
     ASSERT_NE(::mkdtemp(name.data()), nullptr);
@@ -49,8 +54,9 @@ class TransferFixture : public ::testing::Test {
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
   std::shared_ptr<AWSS3TransferUtility> utility(const std::string& endpoint) {
-    auto configuration = store_.makeServiceConfiguration(AWSRegionType{25}, {endpoint},
-                                                         {"AKID", "the-secret", "the-token"});
+    auto configuration =
+        store_.makeServiceConfiguration(AWSEndpoint::regionTypeFromRegionName(region_), region_,
+                                        {endpoint}, {"AKID", "the-secret", token_});
     configuration->timeoutIntervalForRequest = requestTimeout_;
     configuration->timeoutIntervalForResource = resourceTimeout_;
     configuration->maxRetryCount = retries_;
@@ -75,7 +81,9 @@ class TransferFixture : public ::testing::Test {
     HttpEngine engine({std::nullopt, proxy.url(), std::nullopt});
     LinuxObjectStore store(engine, dispatch_.globalQueue(), clock_, endpoint);
     store.registerS3TransferUtility(
-        store.makeServiceConfiguration(AWSRegionType{25}, {endpoint}, {"AKID", "secret", "token"})
+        store
+            .makeServiceConfiguration(AWSRegionType{25}, "eu-north-1", {endpoint},
+                                      {"AKID", "secret", "token"})
             .value(),
         "key");
     std::promise<std::optional<Error>> promise;
@@ -126,11 +134,13 @@ class TransferFixture : public ::testing::Test {
   double requestTimeout_ = 30;
   double resourceTimeout_ = 30;
   int retries_ = 1;
+  std::string region_ = "eu-north-1";
+  std::string token_ = "the-token";
   std::string folder_;
   FakeClock clock_{kNow};
   LinuxDispatch dispatch_;
   HttpEngine engine_{{}};
-  LinuxObjectStore store_{engine_, dispatch_.globalQueue(), clock_, "https://store.example"};
+  LinuxObjectStore store_;
 };
 
 }  // namespace qx
