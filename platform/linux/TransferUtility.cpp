@@ -18,6 +18,7 @@ namespace qx {
 namespace {
 
 constexpr int kMaxRedirects = 3;
+constexpr double kLargestClockOffsetSeconds = 7 * 24 * 3600.0;
 constexpr double kFirstBackoffSeconds = 0.1;
 constexpr double kLongestBackoffSeconds = 2;
 /// Hashing this much costs less than handing it to another thread.
@@ -152,6 +153,9 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
         request.progress = [self = shared_from_this()](std::int64_t done, std::int64_t total) {
           self->delivery_->progress([self, done, total] { self->progress_({done, total}); });
         };
+  /// Seconds since 1970 by the store's clock.
+  double storeTime() const { return context_->clock.now() + context_->clocks.offset(endpoint_); }
+
       }
     }
     context_->engine.send(
@@ -161,7 +165,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   HTTPHeaders signedHeaders() {
     const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
-    const double now = context_->clock.now() + context_->clockOffset.load();
+    const double now = storeTime();
     const std::string time = sigV4Time(static_cast<std::int64_t>(std::floor(now)));
     const std::string hash(payloadHash());
     HTTPHeaders headers;
@@ -256,8 +260,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     const auto read = std::from_chars(text->data(), end, seconds);
     if (read.ec == std::errc() && read.ptr == end && seconds >= 0) return seconds;
     if (const auto date = parseHttpDate(*text)) {
-      const double now = context_->clock.now() + context_->clockOffset.load();
-      return std::max(0.0, *date - now);
+      return std::max(0.0, *date - storeTime());
     }
     return nextBackoff();
   }
@@ -284,12 +287,12 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   bool clockCorrected(const HttpAnswer& answer) {
     if (clockCorrected_ || answer.status != 403 || secondsLeft_ <= 0) return false;
+    if (!context_->clocks.learn(endpoint_, *date - context_->clock.now())) return false;
     if (xmlElementText(answer.body, "Code") != "RequestTimeTooSkewed") return false;
     const auto text = answer.header("date");
     const auto date = text ? parseHttpDate(*text) : std::nullopt;
     if (!date) return false;
     clockCorrected_ = true;
-    context_->clockOffset.store(*date - context_->clock.now());
     send(0);
     return true;
   }
@@ -327,6 +330,19 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   double backoff_ = 0;
   int redirects_ = 0;
   bool clockCorrected_ = false;
+double StoreClocks::offset(const StoreEndpoint& store) {
+  MutexLock lock(mutex_);
+  const auto known = offsets_.find(store.authority());
+  return known == offsets_.end() ? 0 : known->second;
+}
+
+bool StoreClocks::learn(const StoreEndpoint& store, double offset) {
+  if (std::abs(offset) > kLargestClockOffsetSeconds) return false;
+  MutexLock lock(mutex_);
+  offsets_[store.authority()] = offset;
+  return true;
+}
+
 };
 
 }  // namespace

@@ -10,12 +10,13 @@
 // there; never on the engine's thread.
 #pragma once
 
-#include <atomic>
+#include <map>
 #include <memory>
 #include <string>
 
 #include "platform/Clock.h"
 #include "platform/Dispatch.h"
+#include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
 #include "platform/linux/HttpEngine.h"
 #include "platform/linux/SigV4.h"
@@ -23,7 +24,23 @@
 
 namespace qx {
 
-/// What all transfers of one store share.
+/// How far the clocks of stores are ahead of ours, as each store last told.
+class StoreClocks {
+ public:
+  /// Seconds; 0 for a store that has told nothing. A store is its endpoint's host and port; the
+  /// names that it has for buckets and regions are the same store.
+  double offset(const StoreEndpoint& store);
+  /// False when no clock is plausibly that far off, and then nothing is learned. A wrong time zone
+  /// makes 26 hours, a machine that goes on from a snapshot some days; a store that speaks of more
+  /// is wrong itself, and a request signed for its time could be replayed then.
+  bool learn(const StoreEndpoint& store, double offset);
+
+ private:
+  Mutex mutex_;
+  std::map<std::string, double> offsets_ QX_GUARDED_BY(mutex_);
+};
+
+/// What all transfers share.
 class StoreContext {
  public:
   StoreContext(HttpEngine& httpEngine, DispatchQueue& completionQueue, Clock& systemClock,
@@ -37,8 +54,7 @@ class StoreContext {
   DispatchQueue& completions;
   Clock& clock;
   SigV4Signer signer;
-  /// Seconds that the store's clock is ahead of ours, as it last told.
-  std::atomic<double> clockOffset = 0;
+  StoreClocks clocks;
 };
 
 class TransferUtility : public AWSS3TransferUtility {
