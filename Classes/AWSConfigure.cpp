@@ -187,7 +187,7 @@ AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingRes
 void AWSConfigure::generateAWSConfiguration(const std::string& key, const UploadTokenModel& model) {
   ObjectStore& store = Platform::current().objectStore;
   std::optional<AWSServiceConfiguration> configuration = store.makeServiceConfiguration(
-      AWSEndpoint::regionTypeFromRegionName(model.region), {store.globalEndpoint()},
+      AWSEndpoint::regionTypeFromRegionName(model.region), model.region, {store.globalEndpoint()},
       {model.accessKeyId, model.accessKeySecret, model.securityToken});
   if (!configuration) {
     trackConfigError("[Error] AWS-" + key + " config error");

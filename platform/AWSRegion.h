@@ -1,9 +1,10 @@
 // Region names of the object store and the region types they stand for.
 //
 // A pure table, readable from any thread. Shared by the library, which maps the backend's region
-// name to a type, and by the platform, which signs with the name of a type.
+// name to a type, and by the platform, which signs with the name.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string_view>
@@ -28,5 +29,14 @@ inline constexpr std::array<std::pair<std::string_view, AWSRegionType>, 21> kAWS
     {"us-gov-east-1", AWSRegionType{24}},  {"eu-north-1", AWSRegionType{25}},
     {"ap-east-1", AWSRegionType{26}},
 }};
+
+/// True when `name` can stand in the scope of a request signature: letters, digits, "-", "_" and
+/// ".", at most 64 of them. Stores have region names beyond the table: "auto", "garage".
+inline bool canSignRegion(std::string_view name) {
+  return !name.empty() && name.size() <= 64 && std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '_' || c == '.';
+  });
+}
 
 }  // namespace qx

@@ -28,6 +28,7 @@ namespace qx {
 struct AWSBasicSessionCredentialsProvider {
   std::string accessKey;
   std::string secretKey;
+  /// Empty: the credentials have none, and none is sent.
   std::string sessionToken;
 };
 
@@ -41,6 +42,8 @@ struct AWSEndpoint {
 /// How a transfer utility reaches the store. Made by ObjectStore::makeServiceConfiguration.
 struct AWSServiceConfiguration {
   AWSRegionType region = AWSRegionType::unknown;
+  /// The region's name, which requests are signed with.
+  std::string regionName;
   AWSEndpoint endpoint;
   AWSBasicSessionCredentialsProvider credentials;
   /// Seconds without any movement after which an attempt fails.
@@ -95,9 +98,11 @@ class ObjectStore {
   virtual ~ObjectStore() = default;
   /// The URL text of the store's global endpoint, the same for every region.
   virtual std::string globalEndpoint() = 0;
-  /// Nothing when no configuration can be made: an unknown region, an endpoint that is no URL.
+  /// `regionName` is the name that `region` was made of; it stands for a region of its own when
+  /// `region` is unknown. Nothing when no configuration can be made: the name of an unknown region
+  /// cannot stand in a signature (canSignRegion), or the endpoint is no URL.
   virtual std::optional<AWSServiceConfiguration> makeServiceConfiguration(
-      AWSRegionType region, AWSEndpoint endpoint,
+      AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) = 0;
   /// Registers a transfer utility for the life of the process; a later one of the same key replaces
   /// it.

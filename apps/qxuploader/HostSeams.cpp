@@ -171,8 +171,10 @@ std::string ObservedStore::globalEndpoint() {
 }
 
 std::optional<AWSServiceConfiguration> ObservedStore::makeServiceConfiguration(
-    AWSRegionType region, AWSEndpoint endpoint, AWSBasicSessionCredentialsProvider credentials) {
-  return platform_.makeServiceConfiguration(region, std::move(endpoint), std::move(credentials));
+    AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
+    AWSBasicSessionCredentialsProvider credentials) {
+  return platform_.makeServiceConfiguration(region, regionName, std::move(endpoint),
+                                            std::move(credentials));
 }
 
 void ObservedStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,

@@ -53,7 +53,7 @@ class ObservedStore : public ObjectStore {
 
   std::string globalEndpoint() override;
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(
-      AWSRegionType region, AWSEndpoint endpoint,
+      AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) override;
   void registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                  const std::string& key) override;

@@ -18,12 +18,16 @@ LinuxObjectStore::LinuxObjectStore(HttpEngine& engine, DispatchQueue& completion
 LinuxObjectStore::~LinuxObjectStore() = default;
 
 std::optional<AWSServiceConfiguration> LinuxObjectStore::makeServiceConfiguration(
-    AWSRegionType region, AWSEndpoint endpoint, AWSBasicSessionCredentialsProvider credentials) {
-  const bool known = std::any_of(kAWSRegions.begin(), kAWSRegions.end(),
-                                 [region](const auto& entry) { return entry.second == region; });
-  if (!known || !StoreEndpoint::parse(endpoint.urlString)) return std::nullopt;
+    AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
+    AWSBasicSessionCredentialsProvider credentials) {
+  const auto known = std::find_if(kAWSRegions.begin(), kAWSRegions.end(),
+                                  [region](const auto& entry) { return entry.second == region; });
+  const bool named = region == AWSRegionType::unknown && canSignRegion(regionName);
+  if (known == kAWSRegions.end() && !named) return std::nullopt;
+  if (!StoreEndpoint::parse(endpoint.urlString)) return std::nullopt;
   AWSServiceConfiguration configuration;
   configuration.region = region;
+  configuration.regionName = named ? regionName : known->first;
   configuration.endpoint = std::move(endpoint);
   configuration.credentials = std::move(credentials);
   return configuration;

@@ -29,7 +29,7 @@ class LinuxObjectStore : public ObjectStore {
 
   std::string globalEndpoint() override { return globalEndpoint_; }
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(
-      AWSRegionType region, AWSEndpoint endpoint,
+      AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) override;
   void registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                  const std::string& key) override;

@@ -26,13 +26,6 @@ constexpr std::size_t kHashInPlace = 16 << 10;
 /// The store's error records are small.
 constexpr std::size_t kBodyLimit = 1 << 20;
 
-std::string_view regionName(AWSRegionType type) {
-  for (const auto& [name, value] : kAWSRegions) {
-    if (value == type) return name;
-  }
-  return {};
-}
-
 bool isRedirect(int status) {
   return status == 301 || status == 302 || status == 307 || status == 308;
 }
@@ -76,7 +69,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
         encodedKey_(percentEncodePath(key)),
         delivery_(std::make_shared<Delivery>(context_->completions)),
         address_(addressOf(endpoint_, bucket_, encodedKey_)),
-        region_(regionName(configuration_->region)),
+        region_(configuration_->regionName),
         attemptsLeft_(configuration_->maxRetryCount),
         secondsLeft_(configuration_->timeoutIntervalForResource) {}
 
@@ -134,13 +127,13 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
 
   void send(double delaySeconds) {
     HttpRequest request;
-    request.totalTimeoutIsForStandstill = context_->resourceTimeoutCountsStandstillOnly;
     request.method = method_;
     request.url = address_.url();
     request.headers = signedHeaders();
     if (!data_.empty()) request.body.push_back(data_);
     request.idleTimeoutSeconds = configuration_->timeoutIntervalForRequest;
     request.totalTimeoutSeconds = secondsLeft_;
+    request.totalTimeoutIsForStandstill = context_->resourceTimeoutCountsStandstillOnly;
     request.delaySeconds = delaySeconds;
     request.bodyLimit = kBodyLimit;
     // The file's bytes come one attempt after the other, so it may be written without a lock.
@@ -153,15 +146,15 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
         request.progress = [self = shared_from_this()](std::int64_t done, std::int64_t total) {
           self->delivery_->progress([self, done, total] { self->progress_({done, total}); });
         };
-  /// Seconds since 1970 by the store's clock.
-  double storeTime() const { return context_->clock.now() + context_->clocks.offset(endpoint_); }
-
       }
     }
     context_->engine.send(
         std::move(request),
         [self = shared_from_this()](const HttpAnswer& answer) { self->answered(answer); });
   }
+
+  /// Seconds since 1970 by the store's clock.
+  double storeTime() const { return context_->clock.now() + context_->clocks.offset(endpoint_); }
 
   HTTPHeaders signedHeaders() {
     const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
@@ -173,7 +166,9 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     headers.emplace_back("host", address_.authority);
     headers.emplace_back("x-amz-content-sha256", hash);
     headers.emplace_back("x-amz-date", time);
-    headers.emplace_back("x-amz-security-token", credentials.sessionToken);
+    if (!credentials.sessionToken.empty()) {
+      headers.emplace_back("x-amz-security-token", credentials.sessionToken);
+    }
     if (!contentType_.empty()) headers.emplace_back("content-type", contentType_);
     SigV4Request toSign;
     toSign.method = method_;
@@ -207,6 +202,7 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     finish(storeError(answer, {credentials.accessKey, credentials.secretKey,
                                credentials.sessionToken, signature_}));
   }
+
   void takeTime(const HttpAnswer& answer) {
     const bool moved = answer.standstillSeconds < answer.elapsedSeconds;
     if (context_->resourceTimeoutCountsStandstillOnly && moved) {
@@ -216,10 +212,10 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     }
   }
 
-
   void succeeded(const HttpAnswer& answer) {
     if (file_ && !answer.framed) {
-      return finish(Error{"ObjectStore", 0, "the store's answer does not say for certain where the object ends"});
+      return finish(Error{"ObjectStore", 0,
+                          "the store's answer does not say for certain where the object ends"});
     }
     if (file_) md5_ = md5Of(answer, bucket_);
     finish(std::nullopt);
@@ -280,18 +276,18 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
     address_ = std::move(*address);
     const std::string_view region =
         answer.header("x-amz-bucket-region").value_or(std::string_view());
-    if (AWSEndpoint::regionTypeFromRegionName(region) != AWSRegionType::unknown) region_ = region;
+    if (canSignRegion(region)) region_ = region;
     send(0);
     return true;
   }
 
   bool clockCorrected(const HttpAnswer& answer) {
     if (clockCorrected_ || answer.status != 403 || secondsLeft_ <= 0) return false;
-    if (!context_->clocks.learn(endpoint_, *date - context_->clock.now())) return false;
     if (xmlElementText(answer.body, "Code") != "RequestTimeTooSkewed") return false;
     const auto text = answer.header("date");
     const auto date = text ? parseHttpDate(*text) : std::nullopt;
     if (!date) return false;
+    if (!context_->clocks.learn(endpoint_, *date - context_->clock.now())) return false;
     clockCorrected_ = true;
     send(0);
     return true;
@@ -330,6 +326,10 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   double backoff_ = 0;
   int redirects_ = 0;
   bool clockCorrected_ = false;
+};
+
+}  // namespace
+
 double StoreClocks::offset(const StoreEndpoint& store) {
   MutexLock lock(mutex_);
   const auto known = offsets_.find(store.authority());
@@ -342,10 +342,6 @@ bool StoreClocks::learn(const StoreEndpoint& store, double offset) {
   offsets_[store.authority()] = offset;
   return true;
 }
-
-};
-
-}  // namespace
 
 TransferUtility::TransferUtility(std::shared_ptr<StoreContext> context, StoreEndpoint endpoint,
                                  AWSServiceConfiguration configuration)

@@ -53,6 +53,7 @@ class StoreContext {
   HttpEngine& engine;
   DispatchQueue& completions;
   Clock& clock;
+  const bool resourceTimeoutCountsStandstillOnly;
   SigV4Signer signer;
   StoreClocks clocks;
 };
@@ -69,7 +70,6 @@ class TransferUtility : public AWSS3TransferUtility {
                         DownloadCompletion completionHandler) override;
 
  private:
-  const bool resourceTimeoutCountsStandstillOnly;
   const std::shared_ptr<StoreContext> context_;
   const StoreEndpoint endpoint_;
   const std::shared_ptr<const AWSServiceConfiguration> configuration_;

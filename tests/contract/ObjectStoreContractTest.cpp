@@ -95,7 +95,7 @@ class ObjectStoreContract : public ::testing::Test {
   /// Registers a utility and takes it, so that it may be replaced while its transfer runs.
   std::shared_ptr<AWSS3TransferUtility> utility(const std::string& key = "key") {
     const auto configuration = store().makeServiceConfiguration(
-        AWSRegionType{1}, {underTest_.endpoint()}, {"AKID", "secret", "token"});
+        AWSRegionType{1}, "us-east-1", {underTest_.endpoint()}, {"AKID", "secret", "token"});
     store().registerS3TransferUtility(configuration.value(), key);
     return store().S3TransferUtilityForKey(key);
   }
@@ -138,18 +138,35 @@ TYPED_TEST_SUITE(ObjectStoreContract, Stores);
 
 TYPED_TEST(ObjectStoreContract, ConfigurationCarriesWhatItWasMadeOf) {
   const auto configuration = this->store().makeServiceConfiguration(
-      AWSRegionType{25}, {"https://store.example"}, {"a", "s", "t"});
+      AWSRegionType{25}, "eu-north-1", {"https://store.example"}, {"a", "s", "t"});
   ASSERT_TRUE(configuration);
   EXPECT_EQ(configuration->region, AWSRegionType{25});
+  EXPECT_EQ(configuration->regionName, "eu-north-1");
   EXPECT_EQ(configuration->endpoint.urlString, "https://store.example");
   EXPECT_EQ(configuration->credentials.sessionToken, "t");
 }
 
 TYPED_TEST(ObjectStoreContract, UnknownRegionOrEndpointThatIsNoUrlYieldsNoConfiguration) {
+  EXPECT_FALSE(this->store().makeServiceConfiguration(AWSRegionType::unknown, "",
+                                                      {"https://s.example"}, {}));
+  EXPECT_FALSE(this->store().makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {""}, {}));
   EXPECT_FALSE(
-      this->store().makeServiceConfiguration(AWSRegionType::unknown, {"https://s.example"}, {}));
-  EXPECT_FALSE(this->store().makeServiceConfiguration(AWSRegionType{1}, {""}, {}));
-  EXPECT_FALSE(this->store().makeServiceConfiguration(AWSRegionType{1}, {"no url"}, {}));
+      this->store().makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {"no url"}, {}));
+}
+
+TYPED_TEST(ObjectStoreContract, UnknownRegionNeedsANameThatCanBeSigned) {
+  const auto made = [this](const std::string& name) {
+    return this->store().makeServiceConfiguration(AWSRegionType::unknown, name,
+                                                  {"https://store.example"}, {});
+  };
+  for (const char* name : {"auto", "garage", "me-south-1"}) {
+    const auto configuration = made(name);
+    ASSERT_TRUE(configuration) << name;
+    EXPECT_EQ(configuration->region, AWSRegionType::unknown);
+    EXPECT_EQ(configuration->regionName, name);
+  }
+  for (const char* name : {"", " ", "a b", "a/b", "eu-west-1\r\n"})
+    EXPECT_FALSE(made(name)) << name;
 }
 
 TYPED_TEST(ObjectStoreContract, RegistryFindsByKeyAndTheLaterReplacesTheEarlier) {

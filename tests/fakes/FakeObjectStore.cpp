@@ -44,11 +44,6 @@ void FakeObjectStore::refuseConfigurations(bool refuse) {
   refuseConfigurations_ = refuse;
 }
 
-void FakeObjectStore::acceptUnknownRegion(bool accept) {
-  MutexLock lock(mutex_);
-  acceptUnknownRegion_ = accept;
-}
-
 void FakeObjectStore::failAtOnce(Error error) {
   MutexLock lock(mutex_);
   atOnce_.push_back(std::move(error));
@@ -137,14 +132,16 @@ std::string FakeObjectStore::globalEndpoint() {
 }
 
 std::optional<AWSServiceConfiguration> FakeObjectStore::makeServiceConfiguration(
-    AWSRegionType region, AWSEndpoint endpoint, AWSBasicSessionCredentialsProvider credentials) {
+    AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
+    AWSBasicSessionCredentialsProvider credentials) {
   MutexLock lock(mutex_);
   askedRegions_.push_back(region);
   if (refuseConfigurations_) return std::nullopt;
-  if (region == AWSRegionType::unknown && !acceptUnknownRegion_) return std::nullopt;
+  if (region == AWSRegionType::unknown && !canSignRegion(regionName)) return std::nullopt;
   if (!endpoint.urlString.starts_with("http")) return std::nullopt;
   AWSServiceConfiguration configuration;
   configuration.region = region;
+  configuration.regionName = regionName;
   configuration.endpoint = std::move(endpoint);
   configuration.credentials = std::move(credentials);
   return configuration;

@@ -45,14 +45,12 @@ class FakeObjectStore : public ObjectStore {
   /// written, and the download fails with code 0.
   using FileWriter = std::function<bool(const std::string& path, const Data& bytes)>;
 
-  // ---- The script; without one every region but 0 yields a configuration
-  // (if the endpoint is a URL), uploads succeed, and
-  // downloads give what was put and fail with code 2 otherwise.
+  // ---- The script; without one every region that has a type or a name fit for a signature yields
+  // a configuration (if the endpoint is a URL), uploads succeed, and downloads give what was put
+  // and fail with code 2 otherwise.
 
   /// No configuration from now on, whatever the region.
   void refuseConfigurations(bool refuse = true);
-  /// Even region 0 yields a configuration.
-  void acceptUnknownRegion(bool accept = true);
   /// The next transfers, one each, never start: the task carries the error, no completion runs.
   void failAtOnce(Error error);
   /// The next transfers, one each, end with this error in their completion.
@@ -85,7 +83,7 @@ class FakeObjectStore : public ObjectStore {
   /// "https://store.example".
   std::string globalEndpoint() override;
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(
-      AWSRegionType region, AWSEndpoint endpoint,
+      AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) override;
   void registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                  const std::string& key) override;
@@ -106,7 +104,6 @@ class FakeObjectStore : public ObjectStore {
 
   mutable Mutex mutex_;
   bool refuseConfigurations_ QX_GUARDED_BY(mutex_) = false;
-  bool acceptUnknownRegion_ QX_GUARDED_BY(mutex_) = false;
   bool holding_ QX_GUARDED_BY(mutex_) = false;
   std::deque<Error> atOnce_ QX_GUARDED_BY(mutex_);
   std::deque<Error> once_ QX_GUARDED_BY(mutex_);

@@ -57,9 +57,9 @@ class TestHost::Tampering : public MessageClients, public ObjectStore, public Di
 
   std::string globalEndpoint() override { return real_.objectStore.globalEndpoint(); }
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(
-      AWSRegionType region, AWSEndpoint endpoint,
+      AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) override {
-    return real_.objectStore.makeServiceConfiguration(region, std::move(endpoint),
+    return real_.objectStore.makeServiceConfiguration(region, regionName, std::move(endpoint),
                                                       std::move(credentials));
   }
   void registerS3TransferUtility(const AWSServiceConfiguration& configuration,

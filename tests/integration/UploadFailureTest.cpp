@@ -74,10 +74,10 @@ TEST(UploadFailure, BucketThatIsNotThereIsAClientError) {
   EXPECT_EQ(failedUpload(devstack, host).code, 2);
 }
 
-TEST(UploadFailure, RegionThatIsUnknownLeavesTheScopeUnconfigured) {
+TEST(UploadFailure, RegionThatCannotBeSignedLeavesTheScopeUnconfigured) {
   Devstack devstack;
   TestHost& host = TestHost::start(
-      devstack, {.tamper = [](UploadTokenModel& model) { model.region = "mars-north-1"; }});
+      devstack, {.tamper = [](UploadTokenModel& model) { model.region = "mars north 1"; }});
   const Error error = failedUpload(devstack, host);
   EXPECT_EQ(error.code, 100);
   EXPECT_EQ(error.description, "[Error] not found config");

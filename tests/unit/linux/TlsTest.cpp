@@ -54,8 +54,8 @@ class TlsTest : public ::testing::Test {
     LinuxDispatch dispatch;
     HttpEngine engine(trusting());
     LinuxObjectStore store(engine, dispatch.globalQueue(), clock, "https://store.example");
-    auto configuration =
-        store.makeServiceConfiguration(AWSRegionType{1}, {endpoint}, {"AKID", "secret", "token"});
+    auto configuration = store.makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {endpoint},
+                                                        {"AKID", "secret", "token"});
     configuration->maxRetryCount = 1;
     store.registerS3TransferUtility(*configuration, "key");
     std::promise<std::optional<Error>> promise;

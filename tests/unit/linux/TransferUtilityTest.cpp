@@ -435,10 +435,10 @@ TEST_F(TransferUtilityTest, FullDiskIsOneErrorAndLeavesTheEarlierFile) {
 // ---- The registry and the configuration
 
 TEST_F(TransferUtilityTest, UnknownRegionOrEndpointYieldsNoConfiguration) {
-  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType::unknown, {"https://s"}, {}));
-  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType{8}, {"https://s"}, {}));
-  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType{1}, {"no url"}, {}));
-  EXPECT_TRUE(store_.makeServiceConfiguration(AWSRegionType{1}, {"https://s"}, {}));
+  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType::unknown, "", {"https://s"}, {}));
+  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType{8}, "", {"https://s"}, {}));
+  EXPECT_FALSE(store_.makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {"no url"}, {}));
+  EXPECT_TRUE(store_.makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {"https://s"}, {}));
   EXPECT_EQ(store_.globalEndpoint(), "https://store.example");
 }
 
