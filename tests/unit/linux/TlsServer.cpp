@@ -60,13 +60,20 @@ TestAuthority::Identity TestAuthority::issue(const std::string& names, long vali
   return made;
 }
 
-TlsServer::TlsServer(const TestAuthority::Identity& identity)
+TlsServer::TlsServer(const TestAuthority::Identity& identity, int newestVersion)
     : context_(SSL_CTX_new(TLS_server_method()), SSL_CTX_free) {
   // OpenSSL writes without MSG_NOSIGNAL.
   std::signal(SIGPIPE, SIG_IGN);
   if (SSL_CTX_use_certificate(context_.get(), identity.certificate.get()) != 1 ||
       SSL_CTX_use_PrivateKey(context_.get(), identity.key.get()) != 1) {
     fatal("the TLS server has no certificate");
+  }
+  if (newestVersion != 0 &&
+      // Level 0 lets OpenSSL speak the versions that its default level has done away with.
+      (SSL_CTX_set_cipher_list(context_.get(), "ALL:@SECLEVEL=0") != 1 ||
+       SSL_CTX_set_min_proto_version(context_.get(), TLS1_VERSION) != 1 ||
+       SSL_CTX_set_max_proto_version(context_.get(), newestVersion) != 1)) {
+    fatal("the TLS server does not know the TLS version");
   }
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
@@ -95,6 +102,11 @@ TlsServer::~TlsServer() {
 
 std::string TlsServer::url() const {
   return "https://localhost:" + std::to_string(port_);
+}
+
+void TlsServer::setFirstAnswer(std::string answer) {
+  MutexLock lock(mutex_);
+  firstAnswer_ = std::move(answer);
 }
 
 std::vector<std::string> TlsServer::requests() const {
@@ -147,11 +159,13 @@ void TlsServer::talk(SSL* tls) {
     const std::size_t body =
         length == std::string::npos ? 0 : std::stoul(lower.substr(length + kLength.size()));
     if (buffer.size() < head + 4 + body) continue;
+    std::string answer(kAnswer);
     {
       MutexLock lock(mutex_);
       requests_.push_back(std::exchange(buffer, {}));
+      if (!firstAnswer_.empty()) answer = std::exchange(firstAnswer_, {});
     }
-    SSL_write(tls, kAnswer.data(), static_cast<int>(kAnswer.size()));
+    SSL_write(tls, answer.data(), static_cast<int>(answer.size()));
   }
 }
 

@@ -1,4 +1,5 @@
-// An HTTPS server on loopback whose certificate the test chooses; answers everything with 200.
+// An HTTPS server on loopback whose certificate the test chooses; answers with 200 unless told
+// otherwise.
 //
 // Threads: the record may be read from any thread. One thread serves one connection at a time.
 #pragma once
@@ -35,13 +36,16 @@ class TestAuthority {
 
 class TlsServer {
  public:
-  explicit TlsServer(const TestAuthority::Identity& identity);
+  /// `newestVersion` as OpenSSL counts versions (TLS1_1_VERSION); 0: the newest that there is.
+  explicit TlsServer(const TestAuthority::Identity& identity, int newestVersion = 0);
   ~TlsServer();
   TlsServer(const TlsServer&) = delete;
   TlsServer& operator=(const TlsServer&) = delete;
 
   /// "https://localhost:port".
   std::string url() const;
+  /// The whole answer to the first request. Set before that comes.
+  void setFirstAnswer(std::string answer);
   /// The requests' heads and bodies as they came. Empty when no handshake was completed.
   std::vector<std::string> requests() const;
   /// How many handshakes were begun.
@@ -55,6 +59,7 @@ class TlsServer {
   int listener_ = -1;
   int port_ = 0;
   mutable Mutex mutex_;
+  std::string firstAnswer_ QX_GUARDED_BY(mutex_);
   std::vector<std::string> requests_ QX_GUARDED_BY(mutex_);
   int handshakes_ QX_GUARDED_BY(mutex_) = 0;
   int socket_ QX_GUARDED_BY(mutex_) = -1;
