@@ -166,6 +166,10 @@ TEST_F(TaskQueueTest, LostNetworkStartsNothing) {
   addRunning(*queue, 2);
   platform.reachability.setReachable(false);
   EXPECT_TRUE(started.empty());
+  EXPECT_EQ(queue->waitingCount(), 2U);
+  EXPECT_EQ(queue->concurrentCount(), 0);
+  platform.reachability.setReachable(true);
+  EXPECT_EQ(started, (Names{"0", "1"}));
 }
 
 TEST_F(TaskQueueTest, NetworkLostWhileFillingSlotsLeavesTheRestWaiting) {

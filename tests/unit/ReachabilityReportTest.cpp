@@ -1,0 +1,43 @@
+// What the queue makes of a report that lags behind what the network is like by now.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "Classes/TaskQueue.h"
+#include "fakes/FakePlatform.h"
+#include "fakes/PlatformWith.h"
+
+namespace qx {
+namespace {
+
+/// Always reachable; says to its listeners what the test says.
+class LaggingReachability : public QXNetworkingReachabilityTool {
+ public:
+  bool isReachable() override { return true; }
+  void startListening(Listener listener) override { listeners_.push_back(std::move(listener)); }
+  void report(bool reachable) {
+    for (const Listener& listener : listeners_) listener(reachable, false);
+  }
+
+ private:
+  std::vector<Listener> listeners_;
+};
+
+TEST(ReachabilityReportTest, OnlyTheReportOfAReachableNetworkStartsTheQueue) {
+  auto& platform = *new FakePlatform;  // Installed for the life of the process.
+  auto& reachability = *new LaggingReachability;
+  Platform::install(platformWith(platform.seams(), reachability));
+  const auto queue = TaskQueue::make(1);
+  queue->add(std::make_shared<TaskExecutor>(
+      std::make_shared<DataTask>("a.jpg", "images", Data("bytes"), AWSParameterMap())));
+  reachability.report(false);
+  EXPECT_EQ(queue->waitingCount(), 1U);
+  EXPECT_EQ(queue->concurrentCount(), 0);
+  reachability.report(true);
+  EXPECT_EQ(queue->waitingCount(), 0U);
+}
+
+}  // namespace
+}  // namespace qx
