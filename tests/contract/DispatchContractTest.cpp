@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,6 +27,7 @@ struct OnOneThread {
   }
   void runMainQueue() { dispatch.runUntilIdle(); }
   void settle() { dispatch.runUntilIdle(); }
+  double now() { return clock.now(); }
 
   FakeClock clock;
   FakeDispatch dispatch{clock};
@@ -37,6 +39,10 @@ struct OnManyThreads {
     dispatch.runMainQueue();
   }
   void settle() { dispatch.shutDown(); }
+  static double now() {
+    const auto since = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration<double>(since).count();
+  }
 
   LinuxDispatch dispatch;
 };
@@ -201,8 +207,22 @@ TYPED_TEST(DispatchContract, ATimerTicksAtOnceAndThenEveryInterval) {
   const auto timer = this->dispatch().makeTimer(this->dispatch().globalQueue());
   timer->setEventHandler([ticked] { ticked->signal(); });
   timer->scheduleNow(kInterval, 2e-9);
+  const double begin = this->underTest_.now();
   timer->resume();
-  for (int tick = 0; tick < 4; ++tick) ticked->wait();
+  for (int tick = 0; tick < 4; ++tick) {
+    ticked->wait();
+    // However late a tick may be, none is early: the difference is for rounding.
+    EXPECT_GE(this->underTest_.now() - begin, tick * kInterval - 1e-6);
+  }
+}
+
+TYPED_TEST(DispatchContract, TheFirstTickDoesNotWaitForTheInterval) {
+  const auto ticked = this->dispatch().makeSemaphore(0);
+  const auto timer = this->dispatch().makeTimer(this->dispatch().globalQueue());
+  timer->setEventHandler([ticked] { ticked->signal(); });
+  timer->scheduleNow(3600, 2e-9);
+  timer->resume();
+  ticked->wait();
 }
 
 TYPED_TEST(DispatchContract, ATimerThatIsNotResumedDoesNotTick) {
