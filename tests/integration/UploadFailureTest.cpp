@@ -229,8 +229,10 @@ TEST(UploadFailure, BackendThatRefusesTheTokenIsNamedByItsOwnMessage) {
   host.signIn({devstack.user(0).userId, "not-the-token"});
   const Error error = failedUpload(devstack, host);
   EXPECT_EQ(error.code, 3);
+  EXPECT_EQ(error.description, "wrong access token") << "the message of devstack/lib/Backend.mjs";
   EXPECT_THAT(error.description, Not(HasSubstr("HTTP")));
   EXPECT_THAT(error.description, Not(HasSubstr("not-the-token")));
+  EXPECT_TRUE(devstack.stats().at("store").at("requests") == 0);
 }
 
 TEST(UploadFailure, BackendErrorWithoutARecordIsNamedByItsStatus) {
