@@ -31,7 +31,8 @@ bool isAddress4(const std::string& host) {
 
 bool isAddress6(const std::string& host) {
   in6_addr address{};
-  return inet_pton(AF_INET6, host.c_str(), &address) == 1;
+  // inet_pton takes a NUL for the end, and whatever follows it would be let through.
+  return host.find('\0') == std::string::npos && inet_pton(AF_INET6, host.c_str(), &address) == 1;
 }
 
 bool isHostName(std::string_view host) {

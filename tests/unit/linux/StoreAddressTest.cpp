@@ -27,6 +27,14 @@ TEST(StoreEndpoint, RefusesEverythingElse) {
   }
 }
 
+TEST(StoreEndpoint, RefusesANulInAnAddress) {
+  using namespace std::string_view_literals;
+  for (const std::string_view url : {"http://[::18\0]"sv, "http://[::1\0.example.com]:8000"sv,
+                                     "http://[\0]"sv, "http://127.0.0.1\0"sv, "http://store\0"sv}) {
+    EXPECT_FALSE(StoreEndpoint::parse(url)) << url;
+  }
+}
+
 TEST(StoreAddress, BucketBecomesPartOfADnsHost) {
   EXPECT_EQ(addressOf(endpoint("https://s3.example.com"), "bucket", "a/b").url(),
             "https://bucket.s3.example.com/a/b");
