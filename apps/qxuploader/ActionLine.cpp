@@ -6,7 +6,7 @@
 #include <optional>
 #include <utility>
 
-#include "Session.h"
+#include "WholeFile.h"
 
 namespace qx::app {
 namespace {

@@ -14,8 +14,7 @@
 #include "Output.h"
 #include "ScratchFolder.h"
 #include "Settings.h"
-#include "platform/Data.h"
-#include "platform/Error.h"
+#include "WholeFile.h"
 
 namespace qx::app {
 
@@ -68,10 +67,5 @@ class Session : public HostListener {
   Host host_;
   std::optional<int> status_;
 };
-
-/// The whole file in memory, or what went wrong.
-Result<Data> readWholeFile(const std::string& path);
-/// What the failure to read a file means to who named it: "could not be read: ...".
-std::string readFailure(const Error& error);
 
 }  // namespace qx::app
