@@ -1,7 +1,6 @@
 #include "Classes/AWSDownloader.h"
 
 #include <cstdint>
-#include <iostream>
 #include <memory>
 #include <utility>
 
@@ -79,7 +78,7 @@ Url AWSDownloader::cachePath(const std::string& filename) {
   Files& files = Platform::current().files;
   if (files.kind(directory) == PathKind::absent) {
     if (const auto error = files.createDirectory(directory)) {
-      std::cout << error->description << std::endl;
+      Platform::current().console.printLine(error->description);
     }
   }
   return Url::file(directory + "/" + filename);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <functional>
-#include <iostream>
 #include <iterator>
 #include <limits>
 #include <set>
@@ -328,11 +327,11 @@ bool UserTaskStorage::isDataFilePath(const std::string& path) const {
 void UserTaskStorage::createUserRootDir() {
   if (userDirPathExist()) return;
   if (!isPlainPathComponent(userId_)) {
-    std::cout << "the user id cannot name a directory" << std::endl;
+    Platform::current().console.printLine("the user id cannot name a directory");
     return;
   }
   if (const auto error = Platform::current().files.createDirectory(userDirPath())) {
-    std::cout << error->description << std::endl;
+    Platform::current().console.printLine(error->description);
   }
 }
 

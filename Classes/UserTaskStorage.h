@@ -51,7 +51,7 @@ class UserTaskStorage {
   UserTaskStorage(const UserTaskStorage&) = delete;
   UserTaskStorage& operator=(const UserTaskStorage&) = delete;
 
-  /// Creates the user directory when it is missing; a failure is printed on standard output.
+  /// Creates the user directory when it is missing; a failure is printed on the console.
   void createUserRootDir();
   bool userDirPathExist() const;
   /// Writes a task's bytes into the user directory and yields its stored counterpart. A FileTask is

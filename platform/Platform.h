@@ -6,6 +6,7 @@
 #pragma once
 
 #include "platform/Clock.h"
+#include "platform/Console.h"
 #include "platform/Dispatch.h"
 #include "platform/Files.h"
 #include "platform/Formats.h"
@@ -33,6 +34,7 @@ struct Platform {
   Random& random;
   Uuid& uuid;
   Clock& clock;
+  Console& console = Console::standardOutput();
 
   /// Makes `platform` the one that the library uses. Installing a second time is fatal: shared
   /// instances may already hold on to the first.

@@ -49,6 +49,7 @@ struct LinuxPlatform::Parts {
       : logger(settings.logger != nullptr ? *settings.logger : noLogger),
         trackingEvents(settings.trackingEvents != nullptr ? *settings.trackingEvents
                                                           : defaultTrackingEvents),
+        console(settings.console != nullptr ? *settings.console : Console::standardOutput()),
         mediator(settings.logger),
         files(documentDirectories(settings)),
         dispatch(std::move(settings.mainQueuePoster)),
@@ -66,6 +67,7 @@ struct LinuxPlatform::Parts {
   DefaultTrackingEvents defaultTrackingEvents;
   QXLogger& logger;
   QXTrackingEvents& trackingEvents;
+  Console& console;
   LinuxClock clock;
   LinuxRandom random;
   LinuxUuid uuid;
@@ -123,7 +125,8 @@ Platform LinuxPlatform::seams() {
           .dispatch = parts.dispatch,
           .random = parts.random,
           .uuid = parts.uuid,
-          .clock = parts.clock};
+          .clock = parts.clock,
+          .console = parts.console};
 }
 
 void LinuxPlatform::runMainQueue() {

@@ -55,6 +55,8 @@ struct LinuxSettings {
   MessageSigner messageSigner = {};
   /// Texts for "SUCCESS" and "INTERNAL_ERROR" in the host's language; absent: English.
   std::function<std::string(std::string_view)> localisedText = {};
+  /// Takes the lines that the library prints; none: they go to standard output.
+  Console* console = nullptr;
 };
 
 /// A setting that the platform cannot use.

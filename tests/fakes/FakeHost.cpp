@@ -30,6 +30,16 @@ std::vector<std::string> FakeLogger::messages() {
   return messages;
 }
 
+void FakeConsole::printLine(std::string_view line) {
+  MutexLock lock(mutex_);
+  lines_.emplace_back(line);
+}
+
+std::vector<std::string> FakeConsole::lines() {
+  MutexLock lock(mutex_);
+  return lines_;
+}
+
 void FakeNotificationCentre::addObserver(std::string name, std::function<void()> handler) {
   MutexLock lock(mutex_);
   observers_[std::move(name)].push_back(std::move(handler));

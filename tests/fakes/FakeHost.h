@@ -1,4 +1,4 @@
-// The host's smaller services as a test sees them: logger, notification centre, item tags,
+// The host's smaller services as a test sees them: logger, console, notification centre, item tags,
 // reachability. Each remembers what it was told.
 //
 // Threads: every operation may be called from any thread; handlers run on the calling thread.
@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Console.h"
 #include "platform/Host.h"
 #include "platform/Mutex.h"
 #include "platform/Networking.h"
@@ -34,6 +35,17 @@ class FakeLogger : public QXLogger {
   Mutex mutex_;
   int threshold_ QX_GUARDED_BY(mutex_) = 0;
   std::vector<LogRecord> records_ QX_GUARDED_BY(mutex_);
+};
+
+class FakeConsole : public Console {
+ public:
+  void printLine(std::string_view line) override;
+
+  std::vector<std::string> lines();
+
+ private:
+  Mutex mutex_;
+  std::vector<std::string> lines_ QX_GUARDED_BY(mutex_);
 };
 
 class FakeNotificationCentre : public NotificationCentre {

@@ -46,7 +46,8 @@ Platform platformWith(const Platform& original, Replacements&... replacements) {
           .dispatch = pick(original.dispatch),
           .random = pick(original.random),
           .uuid = pick(original.uuid),
-          .clock = pick(original.clock)};
+          .clock = pick(original.clock),
+          .console = pick(original.console)};
 }
 
 }  // namespace qx
