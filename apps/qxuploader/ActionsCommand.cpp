@@ -1,12 +1,14 @@
 #include "ActionsCommand.h"
 
-#include <cstdio>
-#include <iostream>
+#include <unistd.h>
+
+#include <algorithm>
 #include <thread>
 #include <utility>
 
 #include "Advice.h"
 #include "Classes/Target_Uploader.h"
+#include "InputLines.h"
 #include "Interrupts.h"
 #include "QueueName.h"
 #include "platform/Formats.h"
@@ -77,14 +79,21 @@ void ActionsCommand::begin() {
 }
 
 void ActionsCommand::readLines() {
-  std::uint64_t number = 0;
-  for (std::string line; std::getline(std::cin, line);) {
-    ++number;
+  InputLines lines(STDIN_FILENO);
+  std::string line;
+  for (std::uint64_t number = 1;; ++number) {
+    const InputLines::Next next = lines.next(line);
+    if (next == InputLines::Next::end) break;
+    if (next == InputLines::Next::tooLong) {
+      host().post([this, number] { wrongLine(number, "longer than 64 MiB"); });
+      continue;
+    }
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-    room_.acquire();
-    host().post([this, line, number] {
+    const std::size_t room = std::min(line.size() / kRoomBytes + 1, kRoom);
+    for (std::size_t taken = 0; taken < room; ++taken) room_.acquire();
+    host().post([this, line, number, room] {
       take(line, number);
-      room_.release();
+      room_.release(static_cast<std::ptrdiff_t>(room));
     });
   }
   host().post([this] { inputEnded(); });

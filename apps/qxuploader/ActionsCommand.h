@@ -7,6 +7,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <semaphore>
@@ -49,8 +50,11 @@ class ActionsCommand : public Session {
   bool inputEnded_ = false;
   bool refused_ = false;
   std::atomic<std::int64_t> expected_ = 0;
-  /// Lines read ahead: a writer that is faster than the actions must not fill the memory.
-  std::counting_semaphore<> room_{1000};
+  /// Lines read ahead, a long one in pieces: a writer that is faster than the actions must not fill
+  /// the memory.
+  static constexpr std::size_t kRoom = 1000;
+  static constexpr std::size_t kRoomBytes = std::size_t{64} << 10;
+  std::counting_semaphore<> room_{kRoom};
 };
 
 }  // namespace qx::app

@@ -1,16 +1,11 @@
 #include "Settings.h"
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <toml++/toml.h>
-#include <array>
 #include <cctype>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
-#include "Text.h"
+#include "ConfigFile.h"
+#include "TokenCommand.h"
 #include "platform/linux/LinuxFiles.h"
 
 namespace qx::app {
@@ -30,35 +25,16 @@ const SettingKey* find(std::string_view key) {
 
 std::optional<SettingsFault> readFile(
     const std::string& path, std::map<std::string, Settings::Entry, std::less<>>& entries) {
-  toml::table table;
-  try {
-    table = toml::parse_file(path);
-  } catch (const toml::parse_error& error) {
-    const auto at = error.source().begin;
-    return SettingsFault{path + ":" + std::to_string(at.line) + ": " +
-                         std::string(error.description())};
-  }
-  for (const auto& [name, node] : table) {
-    const std::string key(name.str());
-    const SettingKey* setting = find(key);
-    if (!setting) {
+  std::map<std::string, std::string> texts;
+  if (auto why = readConfigFile(path, texts)) return SettingsFault{*std::move(why)};
+  for (auto& [key, text] : texts) {
+    if (find(key) == nullptr) {
       return SettingsFault{path + ": no setting is named \"" + key +
                            "\"; \"qxuploader config\" lists them"};
     }
-    const auto* text = node.as_string();
-    if (!text) return SettingsFault{path + ": \"" + key + "\" is not a text in quotes"};
-    entries[key] = {text->get(), Source::file, path};
+    entries[key] = {std::move(text), Source::file, path};
   }
   return std::nullopt;
-}
-
-/// Somebody else's eyes on a token deserve a word; the settings stay in force.
-void warnAboutReadableSecrets(const std::string& path) {
-  struct stat info {};
-  if (::stat(path.c_str(), &info) == 0 && (info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
-    std::fprintf(stderr, "qxuploader: %s holds a token and others can read it; chmod 600 it\n",
-                 printable(path).c_str());
-  }
 }
 
 std::optional<SettingsFault> check(const Settings& settings) {
@@ -111,13 +87,9 @@ std::optional<SettingsFault> Settings::load(const std::map<std::string, std::str
   if (configFile && !std::filesystem::exists(path, ignored)) {
     return SettingsFault{path + ": no such configuration file"};
   }
-  if (std::filesystem::is_directory(path, ignored)) {
-    return SettingsFault{path + " is a directory, not a configuration file"};
-  }
   if (!path.empty() && std::filesystem::exists(path, ignored)) {
     if (auto fault = readFile(path, entries)) return fault;
     settings.file_ = path;
-    if (settings.entry("token").source == Source::file) warnAboutReadableSecrets(path);
   }
 
   for (const SettingKey& setting : kSettings) {
@@ -159,30 +131,10 @@ std::optional<std::string> Settings::token(SettingsFault& fault) const {
   if (command.value.empty() || (!text.value.empty() && text.source >= command.source)) {
     return get("token");
   }
-  FILE* pipe = ::popen(command.value.c_str(), "re");
-  if (pipe == nullptr) {
-    fault.message = "the token command of " + command.origin + " could not be started";
-    return std::nullopt;
-  }
-  std::string printed;
-  std::array<char, 4096> buffer;
-  while (const std::size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    printed.append(buffer.data(), n);
-  }
-  const int status = ::pclose(pipe);
-  while (!printed.empty() && (printed.back() == '\n' || printed.back() == '\r')) printed.pop_back();
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    fault.message = "the token command of " + command.origin + " failed" +
-                    (WIFEXITED(status) ? " with exit status " + std::to_string(WEXITSTATUS(status))
-                                       : std::string(" on a signal")) +
-                    "; run it by hand to see why";
-    return std::nullopt;
-  }
-  if (printed.empty()) {
-    fault.message = "the token command of " + command.origin + " printed nothing";
-    return std::nullopt;
-  }
-  return printed;
+  auto printed = outputOfTokenCommand(command.value);
+  if (printed) return *std::move(printed);
+  fault.message = "the token command of " + command.origin + " " + printed.error().description;
+  return std::nullopt;
 }
 
 std::string masked(std::string_view secret) {

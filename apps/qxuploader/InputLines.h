@@ -1,0 +1,34 @@
+// Lines of a file descriptor, of bounded length.
+//
+// Threads: one at a time.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace qx::app {
+
+class InputLines {
+ public:
+  enum class Next { line, tooLong, end };
+
+  explicit InputLines(int fd);
+
+  /// Waits for the next line and gives it without its line break; what stands behind the last line
+  /// break is a line, too. `tooLong`: the line was longer than kMostBytes and is passed over.
+  Next next(std::string& line);
+
+  static constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+
+ private:
+  /// Reads more; false at the end and after an error.
+  bool fill();
+
+  const int fd_;
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+};
+
+}  // namespace qx::app
