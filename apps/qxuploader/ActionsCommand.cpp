@@ -241,10 +241,8 @@ void ActionsCommand::emit(Event event) {
     numbered["n"] = ++number_;
     numbered["time"] = time;
     numbered.update(event);
-    const std::string text = numbered.dump(-1, ' ', false, Event::error_handler_t::replace) + "\n";
-    std::fwrite(text.data(), 1, text.size(), stdout);
     // Nobody reads any more, so nobody waits for what the actions do.
-    if (std::fflush(stdout) != 0) finish(kSomeFailed);
+    if (!out().writeEvent(numbered)) finish(kSomeFailed);
   });
 }
 

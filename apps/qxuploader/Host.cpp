@@ -94,12 +94,15 @@ Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachabil
           .dispatch = platform.dispatch,
           .random = platform.random,
           .uuid = platform.uuid,
-          .clock = platform.clock};
+          .clock = platform.clock,
+          .console = platform.console};
 }
 
-LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingEvents& tracking) {
+LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingEvents& tracking,
+                           Console& console) {
   settings.logger = &logger;
   settings.trackingEvents = &tracking;
+  settings.console = &console;
   return settings;
 }
 
@@ -218,6 +221,10 @@ void Host::tagItem(const std::string& itemType, std::int64_t itemId, const std::
                               {"tags", tagsValue(tags)},
                               {"imageSource", imageSource},
                               {"fields", fieldsValue(fields)}});
+}
+
+void Host::printLine(std::string_view line) {
+  listener_.onPrint(std::string(line));
 }
 
 void Host::updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,

@@ -27,6 +27,8 @@ class HostListener {
   virtual ~HostListener() = default;
   virtual void onLog(const LogRecord&) {}
   virtual void onTracking(const Dictionary& /*parameters*/, const std::string& /*name*/) {}
+  /// A line that the library prints.
+  virtual void onPrint(const std::string& /*line*/) {}
   /// `call` is "tagItem" or "updateItem".
   virtual void onTag(std::string_view /*call*/, const Dictionary& /*arguments*/) {}
   virtual void onUnknownAction(std::string_view /*action*/) {}
@@ -36,7 +38,7 @@ class HostListener {
   virtual void onMessageEnded(const APIRequest&, const std::optional<Error>& /*error*/) {}
 };
 
-class Host : private QXLogger, private QXTrackingEvents {
+class Host : private QXLogger, private QXTrackingEvents, private Console {
  public:
   /// Installs the platform; only one host can be made in a process. `listener` must live as long as
   /// the host.
@@ -70,6 +72,7 @@ class Host : private QXLogger, private QXTrackingEvents {
                const std::optional<std::vector<std::string>>& tags, std::int64_t imageSource,
                const std::optional<Dictionary>& fields) override;
   void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
+  void printLine(std::string_view line) override;
                   const std::optional<std::vector<std::string>>& tags,
                   const std::optional<Dictionary>& fields) override;
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;

@@ -5,9 +5,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
 #include "Text.h"
 
@@ -33,6 +35,13 @@ spdlog::level::level_enum levelOf(const LogRecord& record) {
   return record.level >= 5 ? spdlog::level::err : spdlog::level::info;
 }
 
+/// The error of the first write to standard output that failed; 0 while none has.
+int firstWriteError = 0;
+
+void flushStandardOutput() {
+  if (std::fflush(stdout) != 0 && firstWriteError == 0) firstWriteError = errno;
+}
+
 double now() {
   const auto time = std::chrono::system_clock::now().time_since_epoch();
   return std::chrono::duration<double>(time).count();
@@ -53,11 +62,25 @@ Output::Output(bool json)
 
 Output::~Output() {
   eraseLive();
-  std::fflush(stdout);
+  flushStandardOutput();
 }
 
 void Output::write(std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  const bool whole = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (!whole && firstWriteError == 0) firstWriteError = errno;
+}
+
+bool Output::writeEvent(const Event& whole) {
+  // Names from the file system may be no UTF-8; a reader of JSON must not stumble over them.
+  write(printableJson(whole.dump(-1, ' ', false, Event::error_handler_t::replace)) + "\n");
+  flushStandardOutput();
+  return firstWriteError == 0;
+}
+
+std::optional<std::string> Output::writeFailure() {
+  flushStandardOutput();
+  if (firstWriteError != 0) return std::generic_category().message(firstWriteError);
+  return std::nullopt;
 }
 
 void Output::event(const Event& fields, std::string_view line, Tone tone) {
@@ -66,8 +89,7 @@ void Output::event(const Event& fields, std::string_view line, Tone tone) {
     numbered["n"] = ++number_;
     numbered["time"] = now();
     numbered.update(fields);
-    // Names from the file system may be no UTF-8; a reader of JSON must not stumble over them.
-    write(numbered.dump(-1, ' ', false, Event::error_handler_t::replace) + "\n");
+    writeEvent(numbered);
   } else {
     eraseLive();
     const std::string text = printable(line);
@@ -78,7 +100,7 @@ void Output::event(const Event& fields, std::string_view line, Tone tone) {
     }
     drawLive();
   }
-  std::fflush(stdout);
+  flushStandardOutput();
 }
 
 void Output::failure(const Event& fields, std::string_view line) {
@@ -87,7 +109,7 @@ void Output::failure(const Event& fields, std::string_view line) {
     return;
   }
   eraseLive();
-  std::fflush(stdout);
+  flushStandardOutput();
   const std::string text = "qxuploader: " + printable(line);
   const std::string shown = errorColours_ ? std::string(kRed) + text + std::string(kReset) : text;
   std::fprintf(stderr, "%s\n", shown.c_str());
@@ -96,14 +118,14 @@ void Output::failure(const Event& fields, std::string_view line) {
 
 void Output::note(std::string_view line) {
   eraseLive();
-  std::fflush(stdout);
+  flushStandardOutput();
   std::fprintf(stderr, "qxuploader: %s\n", printable(line).c_str());
   drawLive();
 }
 
 void Output::logRecord(const LogRecord& record) {
   eraseLive();
-  std::fflush(stdout);
+  flushStandardOutput();
   log_->log(levelOf(record), "{}:{} {} {}", record.source, record.line, record.function,
             printable(record.message));
   log_->flush();
@@ -123,7 +145,7 @@ void Output::eraseLive() {
 
 void Output::drawLive() {
   if (!live_.empty()) write(live_);
-  if (terminal_) std::fflush(stdout);
+  if (terminal_) flushStandardOutput();
 }
 
 std::size_t Output::columns() const {

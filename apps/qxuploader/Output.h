@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -48,6 +49,13 @@ class Output {
   void endLive() { live({}); }
   /// Characters that fit beside each other.
   std::size_t columns() const;
+
+  /// Writes an event as it stands, numbered by the caller. False when standard output takes nothing
+  /// any more.
+  bool writeEvent(const Event& whole);
+  /// Writes out what standard output still holds. Why something could not be written to it, now or
+  /// earlier in this process, or nothing.
+  static std::optional<std::string> writeFailure();
 
  private:
   void eraseLive();

@@ -37,6 +37,10 @@ void Session::onLog(const LogRecord& record) {
   host_.post([this, record] { out().logRecord(record); });
 }
 
+void Session::onPrint(const std::string& line) {
+  host_.post([this, line] { out().note(line); });
+}
+
 std::string Session::documents() {
   const auto directories = host_.seams().files.documentDirectories();
   return directories.empty() ? std::string() : directories.front();

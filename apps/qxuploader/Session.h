@@ -43,6 +43,8 @@ class Session : public HostListener {
   int run();
 
   void onLog(const LogRecord& record) override;
+  /// To standard error: scripts read standard output.
+  void onPrint(const std::string& line) override;
 
  protected:
   /// The first work on the main queue.

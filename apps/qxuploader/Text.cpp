@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <optional>
 
 namespace qx::app {
 namespace {
@@ -19,6 +20,33 @@ std::string format(const char* pattern, Arguments... arguments) {
 /// 0 behind the end.
 unsigned byteAt(std::string_view text, std::size_t i) {
   return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+}
+
+/// A character that steers a terminal or the direction of writing, and its bytes in UTF-8.
+struct Steering {
+  unsigned character = 0;
+  std::size_t bytes = 0;
+};
+
+/// The one of two or three bytes that begins at `i`; nothing when another character does.
+std::optional<Steering> steeringAt(std::string_view text, std::size_t i) {
+  const unsigned first = byteAt(text, i);
+  const unsigned second = byteAt(text, i + 1) & 0x3f;
+  const unsigned third = byteAt(text, i + 2) & 0x3f;
+  if ((byteAt(text, i + 1) & 0xc0) != 0x80) return std::nullopt;
+  if (first == 0xc2 || first == 0xd8) {
+    const unsigned character = (first & 0x1f) << 6 | second;
+    const bool steers = (character >= 0x80 && character <= 0x9f) || character == 0x61c;
+    if (steers) return Steering{character, 2};
+  }
+  if (first == 0xe2 && (byteAt(text, i + 2) & 0xc0) == 0x80) {
+    const unsigned character = 0x2000 | second << 6 | third;
+    const bool steers = character == 0x200e || character == 0x200f ||
+                        (character >= 0x202a && character <= 0x202e) ||
+                        (character >= 0x2066 && character <= 0x2069);
+    if (steers) return Steering{character, 3};
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -51,8 +79,13 @@ std::string printable(std::string_view text) {
   std::string safe;
   int following = 0;  // bytes of the character under way that are still to come
   for (std::size_t i = 0; i < text.size(); ++i) {
+    if (const auto steering = steeringAt(text, i)) {
+      safe += format("\\u%04x", steering->character);
+      i += steering->bytes - 1;
+      following = 0;
+      continue;
+    }
     const unsigned byte = byteAt(text, i);
-    const unsigned next = byteAt(text, i + 1);
     const bool continues = (byte & 0xc0) == 0x80;
     // Alone, such a byte is a control character to a terminal that takes no UTF-8.
     const bool stray = continues && following == 0;
@@ -63,13 +96,24 @@ std::string printable(std::string_view text) {
                                : 0;
     if (byte < 0x20 || byte == 0x7f || stray) {
       safe += format("\\x%02x", byte);
-    } else if (byte == 0xc2 && next >= 0x80 && next <= 0x9f) {
-      // U+0080 to U+009F: the second half of the control characters, as UTF-8 has them.
-      safe += format("\\u%04x", next);
-      ++i;
-      following = 0;
     } else {
       safe += text[i];
+    }
+  }
+  return safe;
+}
+
+std::string printableJson(std::string_view json) {
+  std::string safe;
+  safe.reserve(json.size());
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (const auto steering = steeringAt(json, i)) {
+      safe += format("\\u%04x", steering->character);
+      i += steering->bytes - 1;
+    } else if (json[i] == '\x7f') {
+      safe += "\\u007f";
+    } else {
+      safe += json[i];
     }
   }
   return safe;

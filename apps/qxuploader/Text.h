@@ -15,9 +15,11 @@ std::string bytesText(std::uint64_t bytes);
 std::string durationText(double seconds);
 /// "1 file", "3 files".
 std::string countText(std::uint64_t count, std::string_view singular, std::string_view plural);
-/// The text with control characters written as "\x1b" or "\u009b": a file name must not steer the
-/// terminal.
+/// The text with control characters, and those that change the direction of writing, written as
+/// "\x1b" or "\u202e": a file name must not steer the terminal or show as another name.
 std::string printable(std::string_view text);
+/// JSON text with the same characters written as "\u202e", which means the same to a JSON reader.
+std::string printableJson(std::string_view json);
 /// At most `columns` characters (not bytes), cut with "…".
 std::string cut(std::string_view text, std::size_t columns);
 /// "2026-11-21T00:30:00Z".
