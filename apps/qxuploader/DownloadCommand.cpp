@@ -1,12 +1,12 @@
 #include "DownloadCommand.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
+#include <system_error>
 
 #include "Advice.h"
 #include "Classes/Target_Uploader.h"
+#include "CopyFile.h"
 #include "Interrupts.h"
 #include "Text.h"
 #include "platform/Files.h"
@@ -111,11 +111,11 @@ void DownloadCommand::ended(std::size_t index, const std::optional<Url>& locatio
   const std::string& url = options_.urls[current_];
   if (error || !location) {
     const Error why = error.value_or(Error{"qxuploader", 0, "no file came back"});
-    failed(withAdvice(why), errorFields(why));
+    failed(withAdvice(why, host().backendStatus(why)), errorFields(why));
   } else {
     const auto file = moveOut(location->decodedPath());
     if (!file) {
-      failed(file.error().description, errorFields(file.error()));
+      failed(withAdvice(file.error()), errorFields(file.error()));
     } else {
       std::error_code ignored;
       const auto size = std::filesystem::file_size(*file, ignored);
@@ -160,16 +160,11 @@ Result<std::string> DownloadCommand::moveOut(const std::string& fetched) {
   std::error_code code;
   fs::rename(fetched, target, code);
   if (!code) return target.string();
-  // Another file system: copied aside, then renamed, so that nobody sees half a file.
-  const fs::path aside = folder / (".qxuploader-" + std::to_string(::getpid()) + ".part");
-  fs::copy_file(fetched, aside, fs::copy_options::overwrite_existing, code);
-  if (!code) fs::rename(aside, target, code);
-  if (code) {
-    std::error_code ignored;
-    fs::remove(aside, ignored);
-    return Error{"Files", code.value(), target.string() + ": " + code.message()};
+  if (code == std::errc::cross_device_link) {
+    if (auto error = moveByCopy(fetched, target.string())) return *std::move(error);
+    return target.string();
   }
-  return target.string();
+  return Error{"Files", code.value(), target.string() + ": " + code.message()};
 }
 
 void DownloadCommand::interrupted() {

@@ -145,6 +145,10 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
              [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
       messages_(platform_.seams().messageClients,
                 [this](const APIRequest& message, const std::optional<Error>& error) {
+                  if (error) {
+                    MutexLock lock(mutex_);
+                    lastBackendError_ = error;
+                  }
                   listener_.onMessageEnded(message, error);
                 }),
       files_(platform_.seams().files),
@@ -169,6 +173,13 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
   });
   mediator.registerTarget(kTarget, [this] { return std::make_unique<ReportingTarget>(listener_); });
   Platform::install(seams_);
+}
+
+int Host::backendStatus(const Error& error) {
+  MutexLock lock(mutex_);
+  const bool same = lastBackendError_ && lastBackendError_->domain == "QXNetworking" &&
+                    lastBackendError_->description == error.description;
+  return same ? static_cast<int>(lastBackendError_->code) : 0;
 }
 
 void Host::postUserChanged() {

@@ -16,6 +16,7 @@
 #include "HostAnswers.h"
 #include "HostSeams.h"
 #include "Settings.h"
+#include "platform/Mutex.h"
 #include "platform/Platform.h"
 #include "platform/linux/LinuxPlatform.h"
 
@@ -48,6 +49,9 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   SwitchableReachability& reachability() { return reachability_; }
   /// Messages to the backend under way.
   std::int64_t messagesUnderWay() const { return messages_.underWay(); }
+  /// The HTTP status behind an error of the library when the backend's answer was the reason: the
+  /// library passes on the backend's text alone. 0 when it was not.
+  int backendStatus(const Error& error);
   const Platform& seams() const { return seams_; }
   /// Announces that the signed-in user changed.
   void postUserChanged();
@@ -78,6 +82,8 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;
 
   HostListener& listener_;
+  Mutex mutex_;
+  std::optional<Error> lastBackendError_ QX_GUARDED_BY(mutex_);
   HostAnswers answers_;
   LinuxPlatform platform_;
   SwitchableReachability reachability_;

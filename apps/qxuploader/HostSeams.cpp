@@ -46,9 +46,10 @@ class CountedClient : public QXMessageAPINetworkingManager {
     inner_->request(message, headers, timeoutSeconds, std::move(progress),
                     [shared = shared_, message,
                      completion = std::move(completion)](const QXNetworkingResponse& response) {
-                      if (completion) completion(response);
-                      // Told first: whoever waits for the count to fall must have heard.
+                      // Told first: whoever hears of it from the library, or waits for the count
+                      // to fall, must have heard.
                       shared->observer(*message, response.error);
+                      if (completion) completion(response);
                       --shared->underWay;
                     });
   }

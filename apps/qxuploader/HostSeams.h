@@ -90,8 +90,8 @@ class CountedFiles : public Files {
 /// calls back for, and ending the process would cut them off.
 class CountedMessages : public MessageClients {
  public:
-  /// A message that ended, and its error if it failed; on the messages' threads, after the library
-  /// has been told.
+  /// A message that ended, and its error if it failed; on the messages' threads, before the library
+  /// is told.
   using Observer =
       std::function<void(const APIRequest& message, const std::optional<Error>& error)>;
 

@@ -85,7 +85,7 @@ void UploadCommand::ended(const std::string& file, const std::optional<std::stri
     ++failed_;
     const Error why = error.value_or(Error{"qxuploader", 0, "no address came back"});
     out().failure({{"event", "failed"}, {"file", file}, {"error", errorFields(why)}},
-                  "upload of " + file + " failed: " + withAdvice(why));
+                  "upload of " + file + " failed: " + withAdvice(why, host().backendStatus(why)));
   } else {
     ++done_;
     out().event({{"event", "uploaded"}, {"file", file}, {"url", *url}, {"itemId", itemId}},

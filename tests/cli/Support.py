@@ -71,6 +71,23 @@ class ProgramTest(unittest.TestCase):
         self.assertGreaterEqual(process.returncode, 0, f"ended by a signal: {err}")
         return Finished(process.returncode, out, err)
 
+    def run_on_small_disk(self, folder, size, *arguments, program=(PROGRAM,), **environment):
+        """The program with `folder` on a disk of its own that holds `size` bytes. What the run leaves
+        there is copied to the folder `left` of the outcome."""
+        folder.mkdir(parents=True, exist_ok=True)
+        left = pathlib.Path(tempfile.mkdtemp(dir=self.home))
+        script = ('mount -t tmpfs -o "size=$1" none "$2" || exit 99; disk=$2; left=$3; shift 3; "$@"; '
+                  'status=$?; cp -a "$disk/." "$left"; exit $status')
+        done = subprocess.run(
+            ["unshare", "--mount", *([] if os.geteuid() == 0 else ["--map-root-user"]), "sh", "-c", script,
+             "sh", str(size), folder, left, *program, *map(str, arguments)],
+            env={**self.environment, **environment}, cwd=self.home, text=True, capture_output=True,
+            stdin=subprocess.DEVNULL, timeout=PATIENCE)
+        self.assertNotEqual(done.returncode, 99, done.stderr)
+        finished = Finished(done.returncode, done.stdout, done.stderr)
+        finished.left = left
+        return finished
+
     def run_on_terminal(self, *arguments, columns=100, interrupt_at=None, **environment):
         """The program on a pseudo-terminal; Ctrl-C is typed when `interrupt_at` shows up."""
         pid, terminal = pty.fork()
