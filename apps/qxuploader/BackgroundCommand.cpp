@@ -12,7 +12,8 @@ BackgroundCommand::BackgroundCommand(const Context& context, BackgroundOptions o
     : BackgroundRun(context, options.concurrent), options_(std::move(options)) {}
 
 void BackgroundCommand::begin() {
-  open();
+  const bool onlyStored = options_.paths.empty() && options_.retried.empty();
+  if (!open({.allOfThisRun = onlyStored, .retried = options_.retried})) return;
   collectFiles();
   handOverNext();
 }

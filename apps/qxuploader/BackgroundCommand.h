@@ -1,4 +1,4 @@
-// "background" and "background-image": files through the stored, retried queue.
+// "background", "background-image" and "tasks retry": files through the stored, retried queue.
 //
 // Threads: see Session.
 #pragma once
@@ -15,6 +15,8 @@ namespace qx::app {
 struct BackgroundOptions {
   /// Files, and directories whose files count, however deep.
   std::vector<std::string> paths;
+  /// "tasks retry": the names of stored tasks.
+  std::vector<std::string> retried;
   std::string scope;
   std::optional<std::int64_t> concurrent;
   /// Until nothing is stored any more, instead of until every file was tried once.

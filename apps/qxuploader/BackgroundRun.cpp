@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Advice.h"
+#include "Classes/AWSCallbackStatus.h"
 #include "Classes/Target_Uploader.h"
 #include "Interrupts.h"
 #include "Text.h"
@@ -41,19 +42,31 @@ std::string textIn(const Map& map, std::string_view key) {
   return found == map.end() ? std::string() : found->second;
 }
 
-/// The text by which the outcome of a task is recognised.
-std::string idOf(const std::map<std::string, std::string>& extra) {
+/// The text by which the task of a file or image is recognised, whatever its content.
+std::string sourceOf(const std::map<std::string, std::string>& extra) {
   const std::string file = textIn(extra, kFileExtra);
   if (!file.empty()) return "file " + file;
   return imageId(textIn(extra, "uuid"), textIn(extra, "OriginalImageSha1Key"));
 }
 
-std::string idOf(const StoredTask& task) {
+/// The text by which the outcome of a task is recognised.
+std::string idOf(const std::map<std::string, std::string>& extra) {
+  const std::string task = textIn(extra, kTaskExtra);
+  return task.empty() ? sourceOf(extra) : "task " + task;
+}
+
+std::map<std::string, std::string> textsOf(const StoredTask& task) {
   std::map<std::string, std::string> texts;
   for (const auto& [key, value] : task.extra) {
     if (const std::string* text = value.asText()) texts[key] = *text;
   }
-  return idOf(texts);
+  return texts;
+}
+
+/// True when an error tells whether the backend knows the task's scope: it did, unless it said so.
+bool tellsOfScope(const Error& error) {
+  return error.code != static_cast<std::int64_t>(AWSErrorCode::missParamters) &&
+         error.code != static_cast<std::int64_t>(AWSErrorCode::serverError);
 }
 
 /// The path as an extra value: an XML log cannot hold every byte that a file name can.
@@ -84,17 +97,13 @@ std::string reportedImage(const APIRequest& message) {
 BackgroundRun::BackgroundRun(const Context& context, std::optional<std::int64_t> concurrent)
     : Session(context), limit_(concurrent.value_or(kDefaultLimit)) {}
 
-void BackgroundRun::open() {
-  if (!context().forget) {
-    StoredTasks before = stored();
+bool BackgroundRun::open(const OpenOptions& options) {
+  const StoredTasks before = stored();
+  if (context().forget) {
+    if (!forget(before)) return false;
+  } else {
     if (before.fault) out().note(*before.fault);
-    // The library drops a task whose data is gone: most likely it was just done.
-    std::erase_if(before.tasks, [](const StoredTask& task) { return !task.bytes; });
-    for (StoredTask& task : before.tasks) adopt(std::move(task));
-    if (!adopted_.empty()) {
-      out().note("going on with " + countText(adopted_.size(), "stored task", "stored tasks") +
-                 " of an earlier run");
-    }
+    adoptAll(before, options);
   }
   host().perform(
       "Action_RegisterBackground:",
@@ -105,15 +114,64 @@ void BackgroundRun::open() {
                           host().post([=, this] { ended(scope, url, extra, error); });
                         })}});
   host().perform("Action_SetMaxBackgroundConcurrent:", {{"count", limit_}});
-  host().setUp(false, !context().forget);
+  host().setUp(false, true);
   lastOutcome_ = now();
   timer_ = host().every(1, [this] { tick(); });
+  return true;
 }
 
-void BackgroundRun::adopt(StoredTask task) {
-  const std::string id = idOf(task);
-  add(id, {.label = task.label(), .attempts = task.attempts, .adopted = true, .ofThisRun = false});
-  adopted_.emplace(id, std::move(task));
+bool BackgroundRun::forget(const StoredTasks& before) {
+  std::optional<std::string> why = before.fault;
+  if (!why && !before.tasks.empty()) {
+    if (const auto error = log().drop(before.tasks)) why = error->description;
+  }
+  if (why) {
+    out().failure({{"event", "failed"}, {"error", *why}},
+                  "what earlier runs stored could not be dropped: " + *why +
+                      "; nothing was uploaded, run the command without --forget");
+    finish(kSomeFailed);
+    return false;
+  }
+  if (!before.tasks.empty()) {
+    out().note("dropped " + countText(before.tasks.size(), "stored task", "stored tasks") +
+               " of earlier runs");
+  }
+  return true;
+}
+
+void BackgroundRun::adoptAll(const StoredTasks& before, const OpenOptions& options) {
+  std::vector<StoredTask> again;
+  for (const std::string& name : options.retried) {
+    const auto found = std::ranges::find(before.tasks, name, &StoredTask::filename);
+    if (found != before.tasks.end() && found->bytes) {
+      again.push_back(*found);
+    } else {
+      failedBeforeStart(name, "is not stored; \"qxuploader tasks list\" tells the names",
+                        {{"domain", "qxuploader"}, {"code", 0}, {"description", "not stored"}});
+    }
+  }
+  const auto unreset = again.empty() ? std::nullopt : log().resetAttempts(again);
+  if (unreset) out().note(unreset->description + "; the attempts made before still count");
+  std::size_t others = 0;
+  for (const StoredTask& task : before.tasks) {
+    // The library drops a task whose data is gone: most likely it was just done.
+    if (!task.bytes) continue;
+    const bool named =
+        std::ranges::find(again, task.filename, &StoredTask::filename) != again.end();
+    adopt(task, named && !unreset ? 0 : task.attempts, named || options.allOfThisRun);
+    if (!named) ++others;
+  }
+  if (others > 0) {
+    out().note("going on with " + countText(others, "stored task", "stored tasks") +
+               " of an earlier run");
+  }
+}
+
+void BackgroundRun::adopt(const StoredTask& task, std::int64_t attempts, bool ofThisRun) {
+  const auto texts = textsOf(task);
+  add(idOf(texts),
+      {.label = task.label(), .attempts = attempts, .adopted = true, .ofThisRun = ofThisRun});
+  adopted_.emplace(sourceOf(texts), task);
 }
 
 BackgroundRun::Item& BackgroundRun::add(const std::string& id, Item item) {
@@ -125,9 +183,18 @@ BackgroundRun::Item& BackgroundRun::add(const std::string& id, Item item) {
 }
 
 void BackgroundRun::store(Item& item, const std::string& action, const Dictionary& parameters) {
-  const std::uint64_t before = CountedFiles::failuresOfThisThread();
+  WatchedFiles::takeFailureOfThisThread();
   host().perform(action, parameters);
-  item.stored = CountedFiles::failuresOfThisThread() == before;
+  const auto failure = WatchedFiles::takeFailureOfThisThread();
+  item.stored = !failure;
+  if (failure) {
+    ++unstored_;
+    out().failure({{"event", "notStored"}, {"file", item.label}, {"error", errorFields(*failure)}},
+                  item.label + " could not be stored: " + withAdvice(*failure) +
+                      "; it is uploaded from memory, once");
+  } else if (out().json()) {
+    out().event({{"event", "queued"}, {"file", item.label}}, {});
+  }
   changed();
 }
 
@@ -141,6 +208,7 @@ std::optional<Data> BackgroundRun::bytesOf(const std::string& file) {
 void BackgroundRun::failedBeforeStart(const std::string& file, const std::string& what,
                                       const Event& error) {
   ++failed_;
+  ++refused_;
   out().failure({{"event", "failed"}, {"file", file}, {"error", error}}, file + " " + what);
   changed();
 }
@@ -149,15 +217,14 @@ void BackgroundRun::submit(const std::string& file, const std::string& scope) {
   const auto data = bytesOf(file);
   if (!data) return;
   const std::string note = noteOf(file);
-  const std::string id = "file " + note;
-  if (alreadyStored(id, file, scope, *data, {})) return;
-  Item& item = add(id, {.label = file});
-  if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
-  store(item, "Action_BackgroundUpload:",
+  std::map<std::string, std::string> extra = {{std::string(kFileExtra), note}};
+  if (alreadyStored(sourceOf(extra), file, scope, *data, {})) return;
+  extra[std::string(kTaskExtra)] = host().seams().uuid.random();
+  store(add(idOf(extra), {.label = file}), "Action_BackgroundUpload:",
         {{"scope", scope},
          {"data", *data},
          {"suffix", suffixOf(file)},
-         {"extra", Dictionary{{std::string(kFileExtra), note}}}});
+         {"extra", Dictionary(extra.begin(), extra.end())}});
 }
 
 void BackgroundRun::submitImage(const std::string& file, const ImageOptions& options) {
@@ -179,8 +246,6 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
           {{"OriginalImageUseDetUploadKey", options.det ? "true" : "false"}, {"tags", tagsText}})) {
     return;
   }
-  Item& item = add(id, {.label = file});
-  if (out().json()) out().event({{"event", "queued"}, {"file", file}}, {});
   Dictionary parameters = {
       {"scope", options.scope}, {"data", *data}, {"itemId", itemId}, {"suffix", suffixOf(file)}};
   if (options.det) parameters["useDetUpload"] = "true";
@@ -188,13 +253,13 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     parameters["tags"] = tags;
     parameters["updatePQS"] = true;
   }
-  store(item, "Action_BackgroundUploadImage:", parameters);
+  store(add(id, {.label = file}), "Action_BackgroundUploadImage:", parameters);
 }
 
-bool BackgroundRun::alreadyStored(const std::string& id, const std::string& file,
+bool BackgroundRun::alreadyStored(const std::string& source, const std::string& file,
                                   const std::string& scope, const Data& bytes,
                                   const std::map<std::string, std::string>& extra) {
-  const auto [first, last] = adopted_.equal_range(id);
+  const auto [first, last] = adopted_.equal_range(source);
   const auto same = std::find_if(first, last, [&](const auto& entry) {
     const StoredTask& task = entry.second;
     if (task.scope != scope || task.bytes != bytes.size()) return false;
@@ -206,7 +271,8 @@ bool BackgroundRun::alreadyStored(const std::string& id, const std::string& file
   });
   if (same == last) return false;
   // Named now, so this run has to try it.
-  if (Item* item = find(id); item != nullptr && !item->ofThisRun && !item->tried) {
+  if (Item* item = find(idOf(textsOf(same->second)));
+      item != nullptr && !item->ofThisRun && !item->tried) {
     item->ofThisRun = true;
     ++untried_;
   }
@@ -263,12 +329,16 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
     return;
   }
   if (item == nullptr) {
-    // Stored by an earlier run and left out of account by --forget.
+    // Of an entry that the log did not show when this run began.
     add(idOf(extra), {.label = textIn(extra, kFileExtra), .ofThisRun = false});
     item = &items_.back();
   }
   if (item->ofThisRun && !item->tried) --untried_;
   item->tried = true;
+  if (!error || tellsOfScope(*error)) {
+    unknownScopes().note(
+        scope, error && error->code == static_cast<std::int64_t>(AWSErrorCode::keyNotMatch));
+  }
   if (!error) {
     setState(*item, State::done);
     const std::string shown = url.value_or("");
@@ -291,7 +361,8 @@ void BackgroundRun::ended(const std::string& scope, const std::optional<std::str
                    {"file", item->label},
                    {"attempts", item->attempts},
                    {"error", errorFields(*error)}},
-                  "upload of " + item->label + " failed: " + withAdvice(*error) + tail);
+                  "upload of " + item->label +
+                      " failed: " + withAdvice(*error, host().backendStatus(*error)) + tail);
   }
   showLive();
   changed();
@@ -302,8 +373,8 @@ void BackgroundRun::onMessageEnded(const APIRequest& message, const std::optiona
   host().post([this, id = failedReport ? reportedImage(message) : "", error] {
     if (finished()) return;
     if (!id.empty()) {
-      ++unreported_;
       const auto item = byId_.find(id);
+      if (item == byId_.end() || item->second->ofThisRun) ++unreported_;
       const std::string file = item == byId_.end() ? "an image" : item->second->label;
       out().failure({{"event", "reportFailed"}, {"file", file}, {"error", errorFields(*error)}},
                     "the backend was not told of " + file +
@@ -313,9 +384,20 @@ void BackgroundRun::onMessageEnded(const APIRequest& message, const std::optiona
   });
 }
 
-StoredTasks BackgroundRun::stored() {
-  return readStoredTasks(host().seams().files, host().seams().propertyLists, documents(),
-                         context().settings.get("user_id").value_or(""));
+StoredLog BackgroundRun::log() {
+  return {host().seams().files, host().seams().propertyLists, documents(), userId()};
+}
+
+std::string BackgroundRun::userId() {
+  return context().settings.get("user_id").value_or("");
+}
+
+UnknownScopes& BackgroundRun::unknownScopes() {
+  if (!unknownScopes_) {
+    const Platform& seams = host().seams();
+    unknownScopes_.emplace(seams.files, seams.json, documents(), userId());
+  }
+  return *unknownScopes_;
 }
 
 void BackgroundRun::tick() {
@@ -337,7 +419,7 @@ void BackgroundRun::dropForgotten() {
   const StoredTasks left = stored();
   if (left.fault) return;
   for (const StoredTask& task : left.tasks) {
-    if (const auto found = waiting.find(idOf(task)); found != waiting.end()) {
+    if (const auto found = waiting.find(idOf(textsOf(task))); found != waiting.end()) {
       found->second->missed = false;
       waiting.erase(found);
     }
@@ -373,7 +455,12 @@ void BackgroundRun::finishWithSummary() {
   std::string line = countText(done_, "file", "files") + " uploaded, " + std::to_string(failed_) +
                      " failed, " + std::to_string(left.tasks.size()) + " stored";
   if (!left.tasks.empty()) line += "; \"qxuploader background --wait\" goes on with them";
-  const bool good = failed_ == 0 && retrying_ == 0 && unreported_ == 0;
+  // What earlier runs stored may never succeed: it must not turn every later run into a failure.
+  const bool good =
+      refused_ == 0 && unstored_ == 0 && unreported_ == 0 &&
+      std::ranges::none_of(items_, [](const Item& item) {
+        return item.ofThisRun && (item.state == State::failed || item.state == State::retrying);
+      });
   out().event(
       {{"event", "summary"}, {"done", done_}, {"failed", failed_}, {"stored", left.tasks.size()}},
       line, good ? Tone::good : Tone::plain);

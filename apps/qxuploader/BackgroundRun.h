@@ -1,8 +1,8 @@
 // Background uploads under way: hands files over, keeps the count, says what happened.
 //
 // The library tells the outcome of each attempt through one callback that knows the task's extra
-// values only. A file is found again by the extra value that this program adds to it, an image by
-// its digest and item.
+// values only. A file's task is found again by the extra values that this program adds to it, an
+// image by its digest and item.
 // Threads: see Session.
 #pragma once
 
@@ -16,6 +16,7 @@
 
 #include "Session.h"
 #include "StoredTasks.h"
+#include "UnknownScopes.h"
 
 namespace qx::app {
 
@@ -23,8 +24,15 @@ class BackgroundRun : public Session {
  protected:
   BackgroundRun(const Context& context, std::optional<std::int64_t> concurrent);
 
-  /// Makes the library ready and takes up what earlier runs stored.
-  void open();
+  struct OpenOptions {
+    /// What earlier runs stored is what this run is about: its exit status tells of it.
+    bool allOfThisRun = false;
+    /// Names of stored tasks that get all their attempts back and are of this run.
+    std::vector<std::string> retried;
+  };
+  /// Makes the library ready and takes up what earlier runs stored, or drops it with --forget.
+  /// False when that failed, and then the run has ended.
+  bool open(const OpenOptions& options);
   /// Hands a file over; what cannot be read is reported and counted as failed.
   void submit(const std::string& file, const std::string& scope);
   /// The same for an item's original image.
@@ -42,7 +50,6 @@ class BackgroundRun : public Session {
   bool nothingLeft() const { return active_ == 0 && retrying_ == 0; }
   /// True while the backend is being told of an image.
   bool reporting() { return host().messagesUnderWay() > 0; }
-  std::size_t failedCount() const { return failed_; }
   /// Called after each change of the counts, and about once a second.
   virtual void changed() = 0;
 
@@ -75,7 +82,9 @@ class BackgroundRun : public Session {
 
   /// The bytes of a file that may be handed over, or nothing when that was refused and reported.
   std::optional<Data> bytesOf(const std::string& file);
-  void adopt(StoredTask task);
+  bool forget(const StoredTasks& before);
+  void adoptAll(const StoredTasks& before, const OpenOptions& options);
+  void adopt(const StoredTask& task, std::int64_t attempts, bool ofThisRun);
   Item& add(const std::string& id, Item item);
   /// Sends the action that stores the item's task, and notes whether that went well.
   void store(Item& item, const std::string& action, const Dictionary& parameters);
@@ -85,9 +94,12 @@ class BackgroundRun : public Session {
   Item* find(const std::string& id);
   /// True when an earlier run stored this, with the same content and these extra values; that is
   /// told then.
-  bool alreadyStored(const std::string& id, const std::string& file, const std::string& scope,
+  bool alreadyStored(const std::string& source, const std::string& file, const std::string& scope,
                      const Data& bytes, const std::map<std::string, std::string>& extra);
-  StoredTasks stored();
+  StoredLog log();
+  StoredTasks stored() { return log().read(); }
+  std::string userId();
+  UnknownScopes& unknownScopes();
   void tick();
   /// Finds the tasks that will not be tried again: the log no longer has them.
   void dropForgotten();
@@ -96,12 +108,18 @@ class BackgroundRun : public Session {
   const std::int64_t limit_;
   std::deque<Item> items_;
   std::multimap<std::string, Item*> byId_;
+  /// By file or image, whatever the content.
   std::multimap<std::string, StoredTask> adopted_;
+  std::optional<UnknownScopes> unknownScopes_;
   std::size_t untried_ = 0;
   std::size_t active_ = 0;
   std::size_t retrying_ = 0;
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
+  /// Of `failed_`: named by the user and never handed over.
+  std::size_t refused_ = 0;
+  /// Uploaded from memory because they could not be stored.
+  std::size_t unstored_ = 0;
   std::size_t unreported_ = 0;
   double lastOutcome_ = 0;
   std::unique_ptr<Timer> timer_;

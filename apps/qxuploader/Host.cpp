@@ -139,7 +139,7 @@ std::string faultOfPlatform(const Settings& settings) {
 
 Host::Host(const Settings& settings, const std::string& token, HostListener& listener)
     : listener_(listener),
-      platform_(withServices(linuxSettings(settings), *this, *this)),
+      platform_(withServices(linuxSettings(settings), *this, *this, *this)),
       reachability_(platform_.seams().reachability),
       store_(platform_.seams().objectStore,
              [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
@@ -223,6 +223,10 @@ void Host::write(const LogRecord& record) {
   listener_.onLog(record);
 }
 
+void Host::printLine(std::string_view line) {
+  listener_.onPrint(std::string(line));
+}
+
 void Host::tagItem(const std::string& itemType, std::int64_t itemId, const std::string& imageUrl,
                    const std::optional<std::vector<std::string>>& tags, std::int64_t imageSource,
                    const std::optional<Dictionary>& fields) {
@@ -232,10 +236,6 @@ void Host::tagItem(const std::string& itemType, std::int64_t itemId, const std::
                               {"tags", tagsValue(tags)},
                               {"imageSource", imageSource},
                               {"fields", fieldsValue(fields)}});
-}
-
-void Host::printLine(std::string_view line) {
-  listener_.onPrint(std::string(line));
 }
 
 void Host::updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,

@@ -27,9 +27,9 @@ class HostListener {
  public:
   virtual ~HostListener() = default;
   virtual void onLog(const LogRecord&) {}
-  virtual void onTracking(const Dictionary& /*parameters*/, const std::string& /*name*/) {}
   /// A line that the library prints.
   virtual void onPrint(const std::string& /*line*/) {}
+  virtual void onTracking(const Dictionary& /*parameters*/, const std::string& /*name*/) {}
   /// `call` is "tagItem" or "updateItem".
   virtual void onTag(std::string_view /*call*/, const Dictionary& /*arguments*/) {}
   virtual void onUnknownAction(std::string_view /*action*/) {}
@@ -72,11 +72,11 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
  private:
   int threshold() override;
   void write(const LogRecord& record) override;
+  void printLine(std::string_view line) override;
   void tagItem(const std::string& itemType, std::int64_t itemId, const std::string& imageUrl,
                const std::optional<std::vector<std::string>>& tags, std::int64_t imageSource,
                const std::optional<Dictionary>& fields) override;
   void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
-  void printLine(std::string_view line) override;
                   const std::optional<std::vector<std::string>>& tags,
                   const std::optional<Dictionary>& fields) override;
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;
@@ -89,7 +89,7 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   SwitchableReachability reachability_;
   ObservedStore store_;
   CountedMessages messages_;
-  CountedFiles files_;
+  WatchedFiles files_;
   Platform seams_;
 };
 

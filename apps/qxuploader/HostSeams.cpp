@@ -59,49 +59,51 @@ class CountedClient : public QXMessageAPINetworkingManager {
   const std::shared_ptr<CountedMessages::Shared> shared_;
 };
 
-thread_local std::uint64_t failuresHere = 0;
+thread_local std::optional<Error> failureHere;
 
 }  // namespace
 
-std::uint64_t CountedFiles::failuresOfThisThread() {
-  return failuresHere;
+std::optional<Error> WatchedFiles::takeFailureOfThisThread() {
+  return std::exchange(failureHere, std::nullopt);
 }
 
-std::vector<std::string> CountedFiles::documentDirectories() {
+std::vector<std::string> WatchedFiles::documentDirectories() {
   return platform_.documentDirectories();
 }
 
-PathKind CountedFiles::kind(const std::string& path) {
+PathKind WatchedFiles::kind(const std::string& path) {
   return platform_.kind(path);
 }
 
-std::optional<Error> CountedFiles::createDirectory(const std::string& path) {
+std::optional<Error> WatchedFiles::createDirectory(const std::string& path) {
   return platform_.createDirectory(path);
 }
 
-Result<std::vector<std::string>> CountedFiles::list(const std::string& path) {
+Result<std::vector<std::string>> WatchedFiles::list(const std::string& path) {
   return platform_.list(path);
 }
 
-Result<Data> CountedFiles::read(const std::string& path) {
+Result<Data> WatchedFiles::read(const std::string& path) {
   auto data = platform_.read(path);
-  if (!data && data.error().code != ENOENT && path.ends_with("/logs.plist")) ++failuresHere;
+  if (!data && data.error().code != ENOENT && path.ends_with("/logs.plist")) {
+    failureHere = data.error();
+  }
   return data;
 }
 
-std::optional<Error> CountedFiles::write(const std::string& path,
+std::optional<Error> WatchedFiles::write(const std::string& path,
                                          std::span<const std::string_view> pieces, WriteMode mode,
                                          Durability durability) {
   auto error = platform_.write(path, pieces, mode, durability);
-  if (error) ++failuresHere;
+  if (error) failureHere = error;
   return error;
 }
 
-std::optional<Error> CountedFiles::rename(const std::string& from, const std::string& to) {
+std::optional<Error> WatchedFiles::rename(const std::string& from, const std::string& to) {
   return platform_.rename(from, to);
 }
 
-std::optional<Error> CountedFiles::remove(const std::string& path) {
+std::optional<Error> WatchedFiles::remove(const std::string& path) {
   return platform_.remove(path);
 }
 

@@ -64,13 +64,14 @@ class ObservedStore : public ObjectStore {
   const Observer observer_;
 };
 
-/// Counts what goes wrong when the library stores a task: it tells nobody, and uploads from memory.
-class CountedFiles : public Files {
+/// Notes what goes wrong when the library stores a task: it tells nobody, and uploads from memory.
+class WatchedFiles : public Files {
  public:
-  explicit CountedFiles(Files& platform) : platform_(platform) {}
+  explicit WatchedFiles(Files& platform) : platform_(platform) {}
 
-  /// Failures to write, or to read the log that is there, on the calling thread.
-  static std::uint64_t failuresOfThisThread();
+  /// The last failure to write, or to read the log that is there, on the calling thread since the
+  /// last call.
+  static std::optional<Error> takeFailureOfThisThread();
 
   std::vector<std::string> documentDirectories() override;
   PathKind kind(const std::string& path) override;

@@ -29,7 +29,7 @@ struct Context {
   std::string token;
   /// Show the library's log records.
   bool verbose = false;
-  /// Leave the tasks stored by earlier runs alone, as the library does unless told otherwise.
+  /// Drop the tasks that earlier runs stored.
   bool forget = false;
   /// The documents directory of a command that leaves the stored tasks alone; removed at the end.
   const ScratchFolder* scratch = nullptr;

@@ -25,7 +25,7 @@ void WatchCommand::begin() {
     stopped(std::string("cannot be watched: ") + std::strerror(errno));
     return;
   }
-  open();
+  if (!open({})) return;
   out().event({{"event", "watching"}, {"directory", options_.directory}},
               "watching " + options_.directory + "; Ctrl-C stops");
   std::thread([this, inotify] { waitForFiles(inotify); }).detach();

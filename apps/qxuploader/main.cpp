@@ -21,6 +21,7 @@
 #include "ScratchFolder.h"
 #include "Settings.h"
 #include "StatusCommand.h"
+#include "TasksCommand.h"
 #include "Text.h"
 #include "UploadCommand.h"
 #include "WatchCommand.h"
@@ -42,6 +43,8 @@ struct CommandLine {
   BackgroundOptions::Image imageItem;
   DownloadOptions download;
   WatchOptions watch;
+  /// Of "tasks drop" and "tasks retry".
+  std::vector<std::string> taskNames;
 };
 
 std::string example(const std::string& text) {
@@ -87,7 +90,7 @@ void addConcurrent(CLI::App& command, std::optional<std::int64_t>& concurrent) {
 }
 
 CLI::Option* addForget(CLI::App& command, CommandLine& line) {
-  return command.add_flag("--forget", line.forget, "forget tasks that earlier runs stored");
+  return command.add_flag("--forget", line.forget, "drop the tasks that earlier runs stored");
 }
 
 const CLI::Range kItemId(std::int64_t{1}, std::numeric_limits<std::int64_t>::max());
@@ -173,6 +176,23 @@ void addDownload(CLI::App& app, CommandLine& line) {
   addForget(*command, line)->group("");
 }
 
+void addTasks(CLI::App& app, CommandLine& line) {
+  CLI::App* tasks = app.add_subcommand("tasks", "list stored tasks, try them again, drop them");
+  tasks->require_subcommand(1);
+  tasks->footer(example("qxuploader tasks list") + "\n  qxuploader tasks drop 1700000000-41.jpg");
+  tasks->add_subcommand("list", "tell the stored tasks, each with its name first")
+      ->footer(example("qxuploader tasks list --json"));
+  const auto addNamed = [&](const char* name, const char* help) {
+    CLI::App* command = tasks->add_subcommand(name, help);
+    command->footer(example("qxuploader tasks " + std::string(name) + " 1700000000-41.jpg"));
+    command->add_option("NAME", line.taskNames, "names as \"tasks list\" tells them")
+        ->type_name("")
+        ->required();
+  };
+  addNamed("retry", "give stored tasks all their attempts back and try them now");
+  addNamed("drop", "remove stored tasks with their data");
+}
+
 void addOthers(CLI::App& app, CommandLine& line) {
   app.add_subcommand("status", "tell what is stored and not yet uploaded")
       ->footer(example("qxuploader status --verbose"));
@@ -198,22 +218,27 @@ int wrongUsage(const std::string& message) {
   return kWrongUsage;
 }
 
+std::string missing(std::string_view key) {
+  for (const SettingKey& setting : kSettings) {
+    if (setting.key == key) {
+      return "the setting " + std::string(key) + " is missing; give " + setting.flag() + ", " +
+             setting.environmentVariable() + " or a line in " + Settings::userConfigFile();
+    }
+  }
+  return {};
+}
+
+/// What is wrong with the user id, which names a directory; empty when nothing is.
+std::string faultOfUserId(const Settings& settings) {
+  const auto userId = settings.get("user_id");
+  if (!userId) return missing("user_id");
+  if (isPlainPathComponent(*userId)) return {};
+  return settings.entry("user_id").origin + ": a user id cannot be \"" + *userId + "\"";
+}
+
 /// What is missing or malformed in the settings that every transfer needs; empty when nothing is.
 std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsUploadServer) {
-  const auto missing = [&](std::string_view key) {
-    for (const SettingKey& setting : kSettings) {
-      if (setting.key == key) {
-        return "the setting " + std::string(key) + " is missing; give " + setting.flag() + ", " +
-               setting.environmentVariable() + " or a line in " + Settings::userConfigFile();
-      }
-    }
-    return std::string();
-  };
-  if (!settings.get("user_id")) return missing("user_id");
-  if (!isPlainPathComponent(*settings.get("user_id"))) {
-    return settings.entry("user_id").origin + ": a user id cannot be \"" +
-           *settings.get("user_id") + "\"";
-  }
+  if (std::string wrong = faultOfUserId(settings); !wrong.empty()) return wrong;
   if (!hasToken) return missing("token") + " (or token_command)";
   if (!settings.get("backend")) return missing("backend");
   if (needsUploadServer && !settings.get("upload_server")) return missing("upload_server");
@@ -256,22 +281,30 @@ int runOnScratch(const Context& context, const Options& options) {
                       options);
 }
 
-/// The same with the documents directory to itself.
+/// Takes the documents directory for this process. False when another one has it, which is told.
+bool takeDocuments(const Settings& settings, Output& out) {
+  const std::string documents = settings.get("documents").value_or("");
+  if (documents.empty() || lockDocuments(documents) == DocumentsLock::taken) return true;
+  const std::string why = documents + " is in use by another qxuploader";
+  out.failure({{"event", "failed"}, {"file", documents}, {"error", why}},
+              why + "; wait for its end or name another directory with --documents");
+  return false;
+}
+
+/// Runs a session with the documents directory to itself.
 template <typename Command, typename... Arguments>
 int runLocked(const Context& context, Arguments&&... arguments) {
-  const std::string documents = context.settings.get("documents").value_or("");
-  if (!documents.empty() && lockDocuments(documents) == DocumentsLock::inUse) {
-    const std::string why = documents + " is in use by another qxuploader";
-    context.out.failure({{"event", "failed"}, {"file", documents}, {"error", why}},
-                        why + "; wait for its end or name another directory with --documents");
-    return kSomeFailed;
-  }
+  if (!takeDocuments(context.settings, context.out)) return kSomeFailed;
   return run<Command>(context, std::forward<Arguments>(arguments)...);
 }
 
 int runTransfer(const std::string& name, CommandLine& line, const Context& context) {
   if (name == "upload") return runOnScratch<UploadCommand>(context, line.upload);
   if (name == "background") return runLocked<BackgroundCommand>(context, line.background);
+  if (name == "tasks retry") {
+    line.background.retried = line.taskNames;
+    return runLocked<BackgroundCommand>(context, line.background);
+  }
   if (name == "background-image") {
     line.image.image = line.imageItem;
     return runLocked<BackgroundCommand>(context, line.image);
@@ -288,9 +321,12 @@ int runCommand(const std::string& name, CommandLine& line) {
   }
   auto& out = *new Output(line.json);
   if (name == "config") return runConfig(settings, out);
-  if (name == "status") {
-    if (!settings.get("user_id")) return wrongUsage(faultOfSettings(settings, true, false));
-    return runStatus(settings, out, line.verbose);
+  if (name == "status" || name == "tasks list" || name == "tasks drop") {
+    const std::string wrong = faultOfUserId(settings);
+    if (!wrong.empty()) return wrongUsage(wrong);
+    if (name == "status") return runStatus(settings, out, line.verbose);
+    if (name == "tasks list") return runTasksList(settings, out);
+    return takeDocuments(settings, out) ? runTasksDrop(settings, out, line.taskNames) : kSomeFailed;
   }
 
   SettingsFault fault;
@@ -347,6 +383,14 @@ void removeMarks(CLI::App& command) {
   }
 }
 
+void prepare(CLI::App& app) {
+  removeMarks(app);
+  for (CLI::App* command : app.get_subcommands({})) {
+    command->fallthrough();
+    prepare(*command);
+  }
+}
+
 int start(int argc, char** argv) {
   CommandLine line;
   CLI::App app(
@@ -364,15 +408,12 @@ int start(int argc, char** argv) {
   addBackground(app, line);
   addBackgroundImage(app, line);
   addDownload(app, line);
+  addTasks(app, line);
   addOthers(app, line);
   app.footer(
       "Exit status: 0 all done, 1 some failed, 2 wrong usage, 130 interrupted.\n"
       "The manual page qxuploader(1) tells more.");
-  for (CLI::App* command : app.get_subcommands({})) {
-    command->fallthrough();
-    removeMarks(*command);
-  }
-  removeMarks(app);
+  prepare(app);
   try {
     app.parse(markedArguments(argc, argv));
   } catch (const CLI::ParseError& error) {
@@ -383,7 +424,12 @@ int start(int argc, char** argv) {
     if (error.get_exit_code() == 0) return app.exit(error);
     return wrongUsage(error.what() + std::string("; \"--help\" tells more"));
   }
-  return runCommand(app.get_subcommands().front()->get_name(), line);
+  std::string name;
+  for (const CLI::App* command = &app; !command->get_subcommands().empty();) {
+    command = command->get_subcommands().front();
+    name += (name.empty() ? "" : " ") + command->get_name();
+  }
+  return runCommand(name, line);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ import unittest
 
 from Support import PATIENCE, PROGRAM, ProgramTest
 
-COMMANDS = ("upload", "background", "background-image", "download", "status", "watch", "actions",
+COMMANDS = ("upload", "background", "background-image", "download", "status", "tasks", "watch", "actions",
             "config")
 APP = pathlib.Path(__file__).resolve().parents[2] / "apps/qxuploader"
 IDENTITY = ("--user-id", "7", "--token", "t", "--backend", "http://127.0.0.1:9")
@@ -95,6 +95,7 @@ class Usage(ProgramTest):
         self.assertEqual(self.completed("upload", "--server"), ["--server-resize"])
         self.assertEqual(self.completed("download", "--server"), [])
         self.assertEqual(self.completed("config", "--environment", "t"), ["test"])
+        self.assertEqual(self.completed("tasks", "dr"), ["drop"])
         self.file("photo.jpg")
         self.assertEqual(self.completed("upload", "ph"), ["photo.jpg"])
         self.file("my photos/a b.jpg")

@@ -10,7 +10,7 @@ _qxuploader()
     path=${path#[\'\"]}
     local settings="--backend --upload-server --user-id --token --token-command --ca-file --store
         --documents --environment --proxy --no-proxy --config --json --verbose --help"
-    local commands="upload background background-image download status watch actions config"
+    local commands="upload background background-image download status tasks watch actions config"
 
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case " $commands " in *" $word "*) command=$word; break ;; esac
@@ -27,6 +27,11 @@ _qxuploader()
         --scope|--concurrent|--item-id|--item-type|--image-from|--tag|--field)
             return ;;
     esac
+
+    if [[ $previous == tasks && $current != -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "list retry drop" -- "$current")
+        return
+    fi
 
     local options=
     case $command in
