@@ -1,4 +1,5 @@
 // qxuploader: the command line. Reads flags and settings, starts one command, ends the process.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -391,6 +393,14 @@ void prepare(CLI::App& app) {
   }
 }
 
+/// A file that this program opens must not become its standard input or output.
+void openStandardDescriptors() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest free descriptor is the one that is missing.
+    if (::fcntl(fd, F_GETFD) == -1) (void)::open("/dev/null", O_RDWR);
+  }
+}
+
 int start(int argc, char** argv) {
   CommandLine line;
   CLI::App app(
@@ -421,7 +431,13 @@ int start(int argc, char** argv) {
       return wrongUsage("no command is named \"" + std::string(argv[1]) +
                         "\"; \"qxuploader --help\" lists them");
     }
-    if (error.get_exit_code() == 0) return app.exit(error);
+    if (error.get_exit_code() == 0) {
+      // Not straight to standard output: whether that takes the text is looked at in the end.
+      std::ostringstream text;
+      const int status = app.exit(error, text, text);
+      std::fputs(text.str().c_str(), stdout);
+      return status;
+    }
     return wrongUsage(error.what() + std::string("; \"--help\" tells more"));
   }
   std::string name;
@@ -436,9 +452,13 @@ int start(int argc, char** argv) {
 }  // namespace qx::app
 
 int main(int argc, char** argv) {
-  const int status = qx::app::start(argc, argv);
-  // Not every stream: "actions" may still be waiting in standard input, which holds its lock.
-  std::fflush(stdout);
+  qx::app::openStandardDescriptors();
+  int status = qx::app::start(argc, argv);
+  if (const auto failure = qx::app::Output::writeFailure()) {
+    std::fprintf(stderr, "qxuploader: standard output could not be written: %s\n",
+                 failure->c_str());
+    if (status == qx::app::kAllDone) status = qx::app::kSomeFailed;
+  }
   std::fflush(stderr);
   // Without destructors: threads of the library may still be at work on objects that would go.
   ::_exit(status);
