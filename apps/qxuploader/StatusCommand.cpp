@@ -23,8 +23,7 @@ int runStatus(const Settings& settings, Output& out, bool verbose) {
   UserStore store(settings);
   const StoredTasks stored = store.log().read();
   if (stored.fault) {
-    out.failure({{"event", "failed"}, {"error", *stored.fault}},
-                *stored.fault + "; the next background upload sets it aside");
+    out.failure({{"event", "failed"}, {"error", *stored.fault}}, *stored.fault);
     return kSomeFailed;
   }
   const UnknownScopes scopes = store.unknownScopes();

@@ -82,7 +82,10 @@ Result<Dictionary> StoredLog::entries() const {
   const auto root = propertyLists_.decode(*bytes);
   const Dictionary* entries = root ? root->asDictionary() : nullptr;
   if (entries != nullptr) return *entries;
-  return Error{"Files", 0, log_ + " is damaged: it is no property list with a dictionary"};
+  return Error{"Files", 0,
+               log_ +
+                   " is damaged: it is no property list with a dictionary; the next background "
+                   "upload sets it aside"};
 }
 
 StoredTasks StoredLog::read() const {

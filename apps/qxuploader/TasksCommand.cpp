@@ -15,8 +15,7 @@ namespace {
 std::optional<std::vector<StoredTask>> tasksOf(UserStore& store, Output& out) {
   StoredTasks stored = store.log().read();
   if (!stored.fault) return std::move(stored.tasks);
-  out.failure({{"event", "failed"}, {"error", *stored.fault}},
-              *stored.fault + "; the next background upload sets it aside");
+  out.failure({{"event", "failed"}, {"error", *stored.fault}}, *stored.fault);
   return std::nullopt;
 }
 
