@@ -65,7 +65,8 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqxawsuploader-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "libcurl4-openssl-dev (>= 7.88), libssl-dev (>= 3), libplist-dev, libvips-dev")
+  "libcurl4-openssl-dev (>= 7.88), libssl-dev (>= 3), libplist-dev, libjpeg-dev, libpng-dev, "
+  "libwebp-dev, libtiff-dev (>= 4.5)")
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "The command-line host qxuploader.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The static libraries with their headers.")
 if(TARGET qx_platform_linux)
