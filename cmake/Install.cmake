@@ -54,6 +54,7 @@ set(CPACK_PACKAGE_VENDOR "The QXAwsUploader developers")
 set(CPACK_PACKAGE_CONTACT "The QXAwsUploader developers <developers@qxawsuploader.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
   "Moves files to and from an object store with an application's short-lived credentials")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_COMPONENTS_ALL program development)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -69,6 +70,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libwebp-dev, libtiff-dev (>= 4.5)")
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "The command-line host qxuploader.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The static libraries with their headers.")
+# Each package has its copyright file where Debian looks for it.
+install(FILES packaging/deb/copyright
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqxawsuploader-dev COMPONENT development)
+if(TARGET qxuploader)
+  install(FILES packaging/deb/copyright
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qxuploader COMPONENT program)
+endif()
 if(TARGET qx_platform_linux)
   file(RELATIVE_PATH QX_PREFIX_FROM_PC /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
   configure_file(cmake/qxawsuploader.pc.in ${PROJECT_BINARY_DIR}/qxawsuploader.pc @ONLY)

@@ -87,6 +87,16 @@ class InstalledPackage(unittest.TestCase):
                           "libpng-dev", "libwebp-dev", "libtiff-dev"},
                          depends["libqxawsuploader-dev"])
 
+    def testLicenseIsNamedInEveryPlaceThatPackagesLookAt(self):
+        for package in ("qxuploader", "libqxawsuploader-dev"):
+            text = (self.prefix / "share/doc" / package / "copyright").read_text()
+            self.assertIn("License: Apache-2.0\n", text)
+            self.assertIn("/usr/share/common-licenses/Apache-2.0", text)
+        self.assertIn("License: Apache-2.0\n", next(self.prefix.rglob("qxawsuploader.pc")).read_text())
+        root = SOURCES.parent.parent
+        self.assertIn("Version 2.0, January 2004", (root / "LICENSE").read_text())
+        self.assertIn("[LICENSE](LICENSE)", (root / "README.md").read_text())
+
     def testProgramManualAndCompletionsAreInTheUsualPlaces(self):
         self.assertRegex(run(self.prefix / "bin/qxuploader", "--version"), r"^qxuploader \d+\.\d+\.\d+\n$")
         for path in ("share/man/man1/qxuploader.1", "share/bash-completion/completions/qxuploader",
