@@ -7,6 +7,7 @@
 #include "Classes/AWSConfigure.h"
 #include "Classes/AWSDownloader.h"
 #include "Classes/AWSUploader.h"
+#include "Classes/ActionMistakes.h"
 #include "Classes/Log.h"
 #include "Classes/PQSParamsHelper.h"
 #include "Classes/Task.h"
@@ -75,6 +76,26 @@ bool Target_Uploader::performAction(std::string_view action, const Dictionary& p
     }
   }
   return false;
+}
+
+std::vector<std::string> Target_Uploader::mistakes(std::string_view action,
+                                                   const Dictionary& parameters) {
+  std::vector<std::string> found =
+      ActionMistakes::inParameters(action, parameters, Platform::current().imageHeaders);
+  const bool isBackgroundUpload =
+      action == "Action_BackgroundUpload:" || action == "Action_BackgroundUploadImage:";
+  if (!isBackgroundUpload) return found;
+  AWSConfigure& configure = AWSConfigure::shared();
+  if (configure.scheduler.load() == nullptr) {
+    found.push_back("\"" + std::string(action) +
+                    "\" does nothing before \"Action_SetUp:\" has applied the user's identity.");
+  }
+  if (!configure.backgroundUploadCallback.load()) {
+    found.push_back(
+        "Nobody hears how background uploads end until "
+        "\"Action_RegisterBackground:\" has been sent.");
+  }
+  return found;
 }
 
 TextMap Target_Uploader::addPqsInfoToExtra(std::optional<TextMap> params,

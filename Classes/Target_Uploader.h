@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Error.h"
 #include "platform/Host.h"
@@ -41,6 +42,7 @@ class Target_Uploader : public MediatorTarget {
 
   /// Routes "Action_SetUp:" and the other six to the methods below.
   bool performAction(std::string_view action, const Dictionary& parameters) override;
+  std::vector<std::string> mistakes(std::string_view action, const Dictionary& parameters) override;
 
   // One per action; docs/host-integration.md lists the keys of each dictionary. Without a required
   // key an action only logs what it misses; SetMaxBackgroundConcurrent and RegisterBackground do

@@ -21,6 +21,12 @@ class MediatorTarget {
   virtual ~MediatorTarget() = default;
   /// Performs "Action_Upload:" and the like. False when the target has no such action.
   virtual bool performAction(std::string_view action, const Dictionary& parameters) = 0;
+  /// What a developer would want to know is wrong with this action, one sentence each, before it is
+  /// performed. Names of keys and types only, never what a dictionary holds.
+  virtual std::vector<std::string> mistakes(std::string_view /*action*/,
+                                            const Dictionary& /*parameters*/) {
+    return {};
+  }
 };
 
 /// Routes named actions between the host's modules and the library.

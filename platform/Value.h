@@ -10,12 +10,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <typeindex>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "platform/Data.h"
+#include "platform/Export.h"
 
 namespace qx {
 
@@ -29,17 +29,24 @@ struct Date {
   friend bool operator==(const Date&, const Date&) = default;
 };
 
+/// One object for each type: its address tells the types apart, also where hosts are compiled
+/// without run-time type information. Exported, so that host and shared library have the same one.
+template <typename T>
+struct QX_EXPORT TypeTag {
+  static inline const char tag = 0;
+};
+
 /// An object of the host that the library only passes on or calls: a callback, as a rule.
 class HostObject {
  public:
   template <typename T>
   static HostObject of(T object) {
-    return HostObject(std::make_shared<const T>(std::move(object)), typeid(T));
+    return HostObject(std::make_shared<const T>(std::move(object)), &TypeTag<T>::tag);
   }
   /// The object when it is exactly a T, else null. Alive as long as a copy of this handle.
   template <typename T>
   const T* as() const {
-    return type_ == typeid(T) ? static_cast<const T*>(object_.get()) : nullptr;
+    return type_ == &TypeTag<T>::tag ? static_cast<const T*>(object_.get()) : nullptr;
   }
   /// The same object, not an equal one.
   friend bool operator==(const HostObject& a, const HostObject& b) {
@@ -47,10 +54,10 @@ class HostObject {
   }
 
  private:
-  HostObject(std::shared_ptr<const void> object, std::type_index type)
+  HostObject(std::shared_ptr<const void> object, const char* type)
       : object_(std::move(object)), type_(type) {}
   std::shared_ptr<const void> object_;
-  std::type_index type_;
+  const char* type_;
 };
 
 class Value {

@@ -264,9 +264,11 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
 
   std::string_view label() const override { return "main"; }
   void async(Work work) override {
+    put_.fetch_add(1, std::memory_order_relaxed);
     if (poster_) {
       poster_([this, alive = std::weak_ptr<const bool>(alive_), work = std::move(work)]() mutable {
         if (alive.expired()) return;
+        started_.fetch_add(1, std::memory_order_relaxed);
         const RunningOn here(this);
         work();
         work = nullptr;
@@ -298,8 +300,14 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
         items_.pop_front();
       }
       if (!work) return;
+      started_.fetch_add(1, std::memory_order_relaxed);
       work();
     }
+  }
+  MainQueueUse use() const {
+    // In this order, so that what is started after the first look does not count as waiting.
+    const std::uint64_t put = put_.load();
+    return {.put = put, .started = started_.load()};
   }
   void stop() { enqueue({}); }
 
@@ -312,6 +320,8 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
   }
 
   const std::function<void(Work)> poster_;
+  std::atomic<std::uint64_t> put_ = 0;
+  std::atomic<std::uint64_t> started_ = 0;
   /// What the host's loop still holds when this queue is gone is dropped.
   const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   Mutex mutex_;
@@ -508,6 +518,10 @@ std::unique_ptr<Timer> LinuxDispatch::makeTimer(DispatchQueue& queue) {
 
 void LinuxDispatch::runMainQueue() {
   main_->run();
+}
+
+LinuxDispatch::MainQueueUse LinuxDispatch::mainQueueUse() const {
+  return main_->use();
 }
 
 void LinuxDispatch::stopMainQueue() {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -39,6 +40,12 @@ class LinuxDispatch : public Dispatch {
   void runMainQueue();
   /// Puts a stop into the main queue, behind the work that is already there.
   void stopMainQueue();
+  /// How much work has been put on the main queue, and how much of it has been started.
+  struct MainQueueUse {
+    std::uint64_t put = 0;
+    std::uint64_t started = 0;
+  };
+  MainQueueUse mainQueueUse() const;
   /// The same as the destructor; a second time does nothing. For an owner whose other parts must
   /// outlive all work. Not from a queue's own work.
   void shutDown();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/linux/DefaultTrackingEvents.h"
+#include "platform/linux/DeveloperMistakes.h"
 #include "platform/linux/HttpEngine.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxDispatch.h"
@@ -20,6 +21,8 @@
 
 namespace qx {
 namespace {
+
+constexpr double kMainQueueLookSeconds = 3;
 
 /// The logger of a host that has none: no record is wanted.
 class NoLogger : public QXLogger {
@@ -50,7 +53,8 @@ struct LinuxPlatform::Parts {
         trackingEvents(settings.trackingEvents != nullptr ? *settings.trackingEvents
                                                           : defaultTrackingEvents),
         console(settings.console != nullptr ? *settings.console : Console::standardOutput()),
-        mediator(settings.logger),
+        developer(settings.developer),
+        mediator(settings.logger, developer ? &mistakes : nullptr),
         files(documentDirectories(settings)),
         dispatch(std::move(settings.mainQueuePoster)),
         reachability(std::move(settings.reachabilityHosts)),
@@ -61,7 +65,20 @@ struct LinuxPlatform::Parts {
                        std::move(settings.messageSigner), std::move(settings.localisedText)),
         uploadClients(engine, dispatch.globalQueue()),
         objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint),
-                    settings.resourceTimeoutCountsStandstillOnly) {}
+                    settings.resourceTimeoutCountsStandstillOnly) {
+    if (developer) watchMainQueue();
+  }
+
+  /// Looks every few seconds whether somebody runs the main queue.
+  void watchMainQueue() {
+    mainQueueWatch = dispatch.makeTimer(dispatch.globalQueue());
+    mainQueueWatch->setEventHandler([this] {
+      const LinuxDispatch::MainQueueUse use = dispatch.mainQueueUse();
+      mistakes.mainQueueAt(use.put, use.started);
+    });
+    mainQueueWatch->scheduleNow(kMainQueueLookSeconds, 0);
+    mainQueueWatch->resume();
+  }
 
   NoLogger noLogger;
   DefaultTrackingEvents defaultTrackingEvents;
@@ -76,6 +93,8 @@ struct LinuxPlatform::Parts {
   LinuxImageHeaders imageHeaders;
   LinuxSha1 sha1;
   LinuxNotificationCentre notifications;
+  const bool developer;
+  DeveloperMistakes mistakes;
   Mediator mediator;
   LinuxFiles files;
   LinuxDispatch dispatch;
@@ -84,6 +103,7 @@ struct LinuxPlatform::Parts {
   LinuxMessageClients messageClients;
   LinuxUploadClients uploadClients;
   LinuxObjectStore objectStore;
+  std::unique_ptr<Timer> mainQueueWatch;
 };
 
 LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
@@ -97,6 +117,9 @@ LinuxPlatform::~LinuxPlatform() {
   // completions among it, while every seam is still there for it.
   parts_->engine.stop();
   parts_->dispatch.shutDown();
+  if (!parts_->developer) return;
+  const LinuxDispatch::MainQueueUse use = parts_->dispatch.mainQueueUse();
+  parts_->mistakes.mainQueueAtTheEnd(use.put, use.started);
 }
 
 Mediator& LinuxPlatform::mediator() {

@@ -57,6 +57,9 @@ struct LinuxSettings {
   std::function<std::string(std::string_view)> localisedText = {};
   /// Takes the lines that the library prints; none: they go to standard output.
   Console* console = nullptr;
+  /// For a host under development: its usual mistakes (an unknown action, a missing key, an answer
+  /// of the wrong type, a main queue that nobody runs, ...) are one line each on standard error.
+  bool developer = false;
 };
 
 /// A setting that the platform cannot use.

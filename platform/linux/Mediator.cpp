@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "platform/linux/DeveloperMistakes.h"
+
 namespace qx {
 namespace {
 
@@ -31,7 +33,8 @@ void logUnknown(QXMediator& mediator, QXLogger* logger, std::string message,
 
 }  // namespace
 
-Mediator::Mediator(QXLogger* logger) : logger_(logger) {}
+Mediator::Mediator(QXLogger* logger, DeveloperMistakes* mistakes)
+    : logger_(logger), mistakes_(mistakes) {}
 
 void Mediator::answer(std::string selector, Answer answer) {
   MutexLock lock(mutex_);
@@ -58,10 +61,15 @@ void Mediator::performTarget(std::string_view target, std::string_view action,
     if (found != targets_.end()) make = found->second;
   }
   const std::unique_ptr<MediatorTarget> made = make ? make() : nullptr;
+  if (mistakes_ != nullptr && made != nullptr) {
+    for (const std::string& mistake : made->mistakes(action, parameters)) mistakes_->tell(mistake);
+  }
   if (made == nullptr) {
+    if (mistakes_ != nullptr) mistakes_->unknownTarget(target);
     logUnknown(*this, logger_, "unknown target " + std::string(target),
                "performTarget(_:action:parameters:)", __LINE__);
   } else if (!made->performAction(action, parameters)) {
+    if (mistakes_ != nullptr) mistakes_->unknownAction(target, action);
     logUnknown(*this, logger_,
                "unknown action " + std::string(action) + " of " + std::string(target),
                "performTarget(_:action:parameters:)", __LINE__);
@@ -75,7 +83,12 @@ Value Mediator::perform(std::string_view selector, const std::vector<Value>& arg
     const auto found = answers_.find(selector);
     if (found != answers_.end()) answer = found->second;
   }
-  if (answer) return answer(arguments);
+  if (answer) {
+    Value value = answer(arguments);
+    if (mistakes_ != nullptr) mistakes_->answered(selector, value);
+    return value;
+  }
+  if (mistakes_ != nullptr) mistakes_->unanswered(selector, logger_ != nullptr);
   // Without an answer to this one the environment counts as production, where nothing is logged.
   if (selector != kProductionQuery) {
     logUnknown(*this, logger_, "unknown selector " + std::string(selector), "perform(_:arguments:)",

@@ -16,13 +16,16 @@
 
 namespace qx {
 
+class DeveloperMistakes;
+
 class Mediator : public QXMediator {
  public:
   using Answer = std::function<Value(const std::vector<Value>& arguments)>;
 
   /// `logger` may be null; it gets the lines about unknown targets, actions and selectors, outside
   /// production only.
-  explicit Mediator(QXLogger* logger);
+  /// `mistakes` may be null; it gets what a host's developer should mend, also in production.
+  explicit Mediator(QXLogger* logger, DeveloperMistakes* mistakes = nullptr);
 
   /// Registers the host's answer to a selector; replaces an earlier one.
   void answer(std::string selector, Answer answer);
@@ -36,6 +39,7 @@ class Mediator : public QXMediator {
 
  private:
   QXLogger* const logger_;
+  DeveloperMistakes* const mistakes_;
   Mutex mutex_;
   std::map<std::string, TargetFactory, std::less<>> targets_ QX_GUARDED_BY(mutex_);
   std::map<std::string, Answer, std::less<>> answers_ QX_GUARDED_BY(mutex_);
