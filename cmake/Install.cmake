@@ -65,9 +65,8 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libqxawsuploader-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "libcurl4-openssl-dev (>= 7.88), libssl-dev (>= 3), libplist-dev, libjpeg-dev, libpng-dev, "
-  "libwebp-dev, libtiff-dev (>= 4.5)")
+string(JOIN ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libcurl4-openssl-dev (>= 7.88)"
+  "libssl-dev (>= 3)" libplist-dev libjpeg-dev libpng-dev libwebp-dev "libtiff-dev (>= 4.5)")
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "The command-line host qxuploader.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The static libraries with their headers.")
 # Each package has its copyright file where Debian looks for it.

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -192,7 +194,13 @@ class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
       if (storage.contains(name)) ++kept;
     }
     EXPECT_EQ(storage.localTasks().size(), kept);
-    if (fakes_.logger.messages().size() > recordsBefore) {
+    // A log that reads but names fewer files than lie beside it is no damage: the files that it
+    // does not name are moved aside, which has a record of its own.
+    const std::vector<std::string> records = fakes_.logger.messages();
+    const bool toldDamage = std::any_of(
+        records.begin() + static_cast<std::ptrdiff_t>(recordsBefore), records.end(),
+        [](const std::string& text) { return text.starts_with("[Error] damaged log "); });
+    if (toldDamage) {
       EXPECT_EQ(contents(log_ + ".damaged-1"), damaged);
     }
     std::filesystem::remove(log_ + ".damaged-1");
