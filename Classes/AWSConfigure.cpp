@@ -2,14 +2,9 @@
 
 #include <utility>
 
-#include "Classes/AWSTracking.h"
 #include "Classes/ItemUpdateItemOriginalImageUrl.h"
 #include "Classes/Log.h"
-#include "Classes/RetryTimer.h"
 #include "Classes/StorageGetUploadConfigRequest.h"
-#include "Classes/TaskQueue.h"
-#include "Classes/TaskScheduler.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -18,11 +13,6 @@ constexpr std::string_view kLogSource = "QXAwsUploader/AWSConfigure";
 constexpr double kMessageTimeoutSeconds = 30;
 constexpr double kTransferTimeoutSeconds = 30;
 constexpr int kTransferRetryCount = 1;
-
-void trackConfigError(const std::string& message) {
-  AWSTracking::action(std::nullopt, message, std::nullopt, AWSTracking::Status::error,
-                      AWSTracking::ENVType::config, std::nullopt, nullptr);
-}
 
 std::string fullDescription(const Error& error) {
   return error.domain + " " + std::to_string(error.code) + ": " + error.description;
@@ -68,36 +58,48 @@ std::shared_ptr<const APIRequest> originalImageMessage(std::string Request::*url
 
 }  // namespace
 
-AWSConfigure::AWSConfigure()
-    : fetchQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.fetch")),
-      getConfigQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.get.config")),
-      changeConfigQeue_(Platform::current().dispatch.makeSerialQueue("com.aws.change.config")) {}
+AWSConfigure::AWSConfigure(const Platform& platform, const AWSTracking& tracking,
+                           RetryTimer& retryTimer, SchedulerFactory makeScheduler)
+    : platform_(platform),
+      tracking_(tracking),
+      retryTimer_(retryTimer),
+      makeScheduler_(std::move(makeScheduler)),
+      fetchQeue_(platform.dispatch.makeSerialQueue("com.aws.fetch")),
+      getConfigQeue_(platform.dispatch.makeSerialQueue("com.aws.get.config")),
+      changeConfigQeue_(platform.dispatch.makeSerialQueue("com.aws.change.config")) {}
 
-AWSConfigure& AWSConfigure::shared() {
-  // Never destroyed: its queues and the completions of requests use it until the process ends.
-  static AWSConfigure& instance = *new AWSConfigure;
-  return instance;
+void AWSConfigure::trackConfigError(const std::string& message) const {
+  tracking_.action(std::nullopt, message, std::nullopt, AWSTracking::Status::error,
+                   AWSTracking::ENVType::config, std::nullopt, nullptr);
+}
+
+void AWSConfigure::changeSession(const std::function<void(Session&)>& change) {
+  session.update([&change](const std::shared_ptr<const Session>& current) {
+    auto changed = std::make_shared<Session>(*current);
+    change(*changed);
+    return changed;
+  });
 }
 
 void AWSConfigure::full(const ConfigParameters& p) {
-  if (configParameters.load() == p) return;
+  if (session.load()->configParameters == p) return;
   changeConfigQeue_->sync([this, &p] {
     // Another thread may have applied the same identity while this one waited for the queue.
-    if (configParameters.load() == p) return;
-    const std::shared_ptr<TaskScheduler> newScheduler = TaskScheduler::make(p.userId);
-    scheduler.store(newScheduler);
-    HTTPHeaders headers = {{"USER-ID", p.userId}, {"ACCESS-TOKEN", p.accessToken}};
+    if (session.load()->configParameters == p) return;
+    scheduler.store(makeScheduler_(p.userId));
+    std::shared_ptr<QXMessageAPINetworkingManager> client;
     if (p.hostURL) {
-      networkingManager.store(Platform::current().messageClients.make(
-          *p.hostURL, std::move(headers), std::nullopt, true));
+      client = platform_.messageClients.make(
+          *p.hostURL, {{"USER-ID", p.userId}, {"ACCESS-TOKEN", p.accessToken}}, std::nullopt, true);
     } else {
-      log(kLogError, "host error", kLogSource, "full(configParameters:)", __LINE__);
+      log(platform_, kLogError, "host error", kLogSource, "full(configParameters:)", __LINE__);
     }
-    // After them: who finds this identity in force finds its scheduler and its client in force,
-    // too.
-    configParameters.store(p);
-    RetryTimer::setScheduler(newScheduler);
-    RetryTimer::fireIfNeed();
+    // After the scheduler: whoever finds this identity in force finds its scheduler in force.
+    changeSession([&](Session& changed) {
+      changed.configParameters = p;
+      if (client) changed.networkingManager = client;
+    });
+    retryTimer_.fireIfNeed();
   });
 }
 
@@ -114,24 +116,23 @@ void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckE
     if (callback) callback(std::nullopt, AWSCallbackStatus::failure(code, std::move(message)));
   };
 
-  const ConfigParameters identity = ConfigParameters::readFromHost();
+  const ConfigParameters identity = ConfigParameters::readFromHost(platform_.mediator);
   if (!identity.isComplete()) {
     fail(AWSErrorCode::missParamters, "[Error] miss userId or accessToken");
     return;
   }
-  if (configParameters.load() != identity) {
+  const std::shared_ptr<const Session> current = session.load();
+  if (current->configParameters != identity) {
     full(identity);
   } else if (configured) {
-    const std::shared_ptr<const ConfigMap> map = configMap_.load();
-    const auto entry = map ? map->find(scope) : ConfigMap::const_iterator();
-    if (!map || entry == map->end()) {
+    const auto entry = current->configMap.find(scope);
+    if (entry == current->configMap.end()) {
       fail(AWSErrorCode::keyNotMatch, "[Error] not found config with key:" + scope);
       return;
     }
     const UploadTokenModel& model = entry->second;
     // No margin: a credential is good until the very instant of its expiry.
-    if (skipCheckExpiration ||
-        Platform::current().clock.now() < model.expiration.secondsSince1970) {
+    if (skipCheckExpiration || platform_.clock.now() < model.expiration.secondsSince1970) {
       if (callback) callback(model, AWSCallbackStatus::success());
       return;
     }
@@ -148,13 +149,13 @@ void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckE
 }
 
 AWSConfigure::FetchResult AWSConfigure::fetchServerConfig() {
-  const std::shared_ptr<Semaphore> answered = Platform::current().dispatch.makeSemaphore(0);
+  const std::shared_ptr<Semaphore> answered = platform_.dispatch.makeSemaphore(0);
   // Success unless an answer says otherwise: without a message client nothing is sent, and the
   // request that wanted the fetch is to look again.
   const auto result = std::make_shared<FetchResult>();
   fetchQeue_->async([this, answered, result] {
     configured = false;
-    const std::shared_ptr<QXMessageAPINetworkingManager> client = networkingManager.load();
+    const std::shared_ptr<QXMessageAPINetworkingManager> client = session.load()->networkingManager;
     if (!client) {
       answered->signal();
       return;
@@ -175,17 +176,18 @@ AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingRes
   const auto* config = dynamic_cast<const StorageGetUploadConfigResponse*>(response.value.get());
   if (config == nullptr) return {false, "response error"};
 
-  configUUID.store(Platform::current().uuid.random());
-  const auto map = std::make_shared<const ConfigMap>(config->uploadTokenMap);
-  configMap_.store(map);
-  for (const auto& [scope, model] : *map) generateAWSConfiguration(scope, model);
+  changeSession([&map = config->uploadTokenMap, uuid = platform_.uuid.random()](Session& changed) {
+    changed.configUUID = uuid;
+    changed.configMap = map;
+  });
+  for (const auto& [scope, model] : config->uploadTokenMap) generateAWSConfiguration(scope, model);
   configured = true;
   if (const auto current = scheduler.load()) current->taskQueue().start();
   return {true, std::nullopt};
 }
 
 void AWSConfigure::generateAWSConfiguration(const std::string& key, const UploadTokenModel& model) {
-  ObjectStore& store = Platform::current().objectStore;
+  ObjectStore& store = platform_.objectStore;
   std::optional<AWSServiceConfiguration> configuration = store.makeServiceConfiguration(
       AWSEndpoint::regionTypeFromRegionName(model.region), model.region, {store.globalEndpoint()},
       {model.accessKeyId, model.accessKeySecret, model.securityToken});
@@ -196,21 +198,34 @@ void AWSConfigure::generateAWSConfiguration(const std::string& key, const Upload
   configuration->timeoutIntervalForRequest = kTransferTimeoutSeconds;
   configuration->timeoutIntervalForResource = kTransferTimeoutSeconds;
   configuration->maxRetryCount = kTransferRetryCount;
-  store.registerS3TransferUtility(*configuration, key + configUUID.load().value_or(""));
+  store.registerS3TransferUtility(*configuration, key + session.load()->configUUID.value_or(""));
+}
+
+std::shared_ptr<AWSS3TransferUtility> AWSConfigure::transferUtility(const std::string& scope) {
+  return platform_.objectStore.S3TransferUtilityForKey(scope +
+                                                       session.load()->configUUID.value_or(""));
 }
 
 void AWSConfigure::retryFire() {
-  const ConfigParameters identity = ConfigParameters::readFromHost();
+  const ConfigParameters identity = ConfigParameters::readFromHost(platform_.mediator);
   if (identity.isComplete()) {
     full(identity);
     return;
   }
-  log(kLogError, "miss userId or accessToken", kLogSource, "retryFire()", __LINE__);
+  log(platform_, kLogError, "miss userId or accessToken", kLogSource, "retryFire()", __LINE__);
   trackConfigError("[Error] retry fire miss userId or accessToken");
 }
 
 void AWSConfigure::userDidChange() {
   retryFire();
+}
+
+void AWSConfigure::reportBackgroundUpload(const std::string& scope,
+                                          const std::optional<std::string>& url,
+                                          const AWSParameterMap& extra,
+                                          const std::optional<Error>& error) {
+  if (const auto callback = backgroundUploadCallback.load()) callback(scope, url, extra, error);
+  if (const auto callback = backgroundUploadItemCallback.load()) callback(scope, url, extra, error);
 }
 
 void AWSConfigure::backgroundUploadItem(const std::optional<std::string>& imageUrl,
@@ -224,18 +239,19 @@ void AWSConfigure::backgroundUploadItem(const std::optional<std::string>& imageU
                                  *itemId, *imageUrl, extra)
           : originalImageMessage(&ItemUpdateItemOriginalImageUrlRequest::originalImageUrl, *itemId,
                                  *imageUrl, extra);
-  const std::shared_ptr<QXMessageAPINetworkingManager> client = networkingManager.load();
+  const std::shared_ptr<QXMessageAPINetworkingManager> client = session.load()->networkingManager;
   if (!client) return;
   client->request(
       message, std::nullopt, kMessageTimeoutSeconds, nullptr,
-      [url = *imageUrl, id = *itemId](const QXNetworkingResponse& response) {
+      [this, url = *imageUrl, id = *itemId](const QXNetworkingResponse& response) {
         constexpr std::string_view kFunction = "backgroundUploadItem(imageUrl:extra:)";
         if (response.error) {
-          log(kLogError,
+          log(platform_, kLogError,
               "Update original image info failure, error:" + fullDescription(*response.error),
               kLogSource, kFunction, __LINE__);
         } else {
-          log(kLogNote, "Update original image info, Url:" + url + " itemId:" + std::to_string(id),
+          log(platform_, kLogNote,
+              "Update original image info, Url:" + url + " itemId:" + std::to_string(id),
               kLogSource, kFunction, __LINE__);
         }
       });

@@ -4,56 +4,55 @@
 // "com.aws.get.config" runs the credential requests one at a time and blocks while a fetch is out,
 // which is what keeps one fetch from starting while another runs; "com.aws.fetch" sends the fetch;
 // "com.aws.change.config" applies identities.
-// Ownership: one shared instance for the life of the process; it owns the current scheduler and
-// message client.
+// Ownership: one instance per library; it owns the current scheduler and the session. Requests that
+// are under way use it, so it is destroyed after they have ended, or never.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "Classes/AWSBasicParameter.h"
 #include "Classes/AWSCallbackStatus.h"
+#include "Classes/AWSTracking.h"
 #include "Classes/ConfigParameters.h"
+#include "Classes/Credentials.h"
+#include "Classes/RetryTimer.h"
+#include "Classes/Session.h"
+#include "Classes/TaskScheduler.h"
 #include "Classes/UploadTokenModel.h"
 #include "platform/Dispatch.h"
 #include "platform/Mutex.h"
 #include "platform/Networking.h"
+#include "platform/Platform.h"
 
 namespace qx {
 
-class TaskScheduler;
-
-class AWSConfigure {
+class AWSConfigure : public Credentials {
  public:
-  /// Called once, on "com.aws.get.config": (record, success) or (nothing, failure). Must not wait
-  /// for another getConfig.
-  using ConfigCallback =
-      std::function<void(const std::optional<UploadTokenModel>&, const AWSCallbackStatus&)>;
-  /// The outcome of one attempt of a background upload: (scope, URL, extra values, error), on the
-  /// thread on which the attempt ended.
-  using BackgroundUploadCallback =
-      std::function<void(const std::string& scope, const std::optional<std::string>& url,
-                         const AWSParameterMap& extra, const std::optional<Error>& error)>;
+  /// A new scheduler for a user.
+  using SchedulerFactory = std::function<std::shared_ptr<TaskScheduler>(const std::string& userId)>;
   struct FetchResult {
     bool success = true;
     std::optional<std::string> message;
   };
 
+  /// Everything given must outlive the instance.
+  AWSConfigure(const Platform& platform, const AWSTracking& tracking, RetryTimer& retryTimer,
+               SchedulerFactory makeScheduler);
+  /// The instance of the process.
   static AWSConfigure& shared();
 
   /// Applies an identity and returns when it is applied; the one in force changes nothing. Neither
   /// fetches nor discards credentials. Never call it from "com.aws.change.config".
   void full(const ConfigParameters& configParameters);
 
-  /// The credentials of a scope. Reads the identity from the host each time and fetches the map
-  /// when it is missing, belongs to another identity, or the scope's credential has expired (to the
-  /// very instant), unless `skipCheckExpiration`.
-  void getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback);
+  void getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback) override;
+  std::shared_ptr<AWSS3TransferUtility> transferUtility(const std::string& scope) override;
+  bool resizesOnServer() const override { return needServerResize; }
 
   /// Fetches the credential map, blocking the calling thread until the backend has answered. Only
   /// from work on "com.aws.get.config". Without a message client it reports success, having sent
@@ -74,6 +73,10 @@ class AWSConfigure {
   void backgroundUploadItem(const std::optional<std::string>& imageUrl,
                             const AWSParameterMap& extra);
 
+  /// Calls the two background callbacks, each if it is set.
+  void reportBackgroundUpload(const std::string& scope, const std::optional<std::string>& url,
+                              const AWSParameterMap& extra, const std::optional<Error>& error);
+
   /// Limit of concurrent background uploads; below 1 counts as 1 where it is used.
   std::atomic<std::int64_t> maxBackgroundConcurrentCount = 6;
   /// True from a successful fetch until the next one starts.
@@ -87,23 +90,22 @@ class AWSConfigure {
   /// The host's callback for background uploads, and the library's own that follows it.
   Guarded<BackgroundUploadCallback> backgroundUploadCallback;
   Guarded<BackgroundUploadCallback> backgroundUploadItemCallback;
-  /// The identity applied last.
-  Guarded<std::optional<ConfigParameters>> configParameters;
-  /// Made anew with each successful fetch; part of the keys of its transfer utilities.
-  Guarded<std::optional<std::string>> configUUID;
-  /// The message client of the current identity.
-  Guarded<std::shared_ptr<QXMessageAPINetworkingManager>> networkingManager;
+  /// Never null. Replaced as a whole by an applied identity and by a successful fetch.
+  Guarded<std::shared_ptr<const Session>> session{std::make_shared<const Session>()};
 
  private:
-  using ConfigMap = std::map<std::string, UploadTokenModel>;
-
-  AWSConfigure();
   void answerConfigRequest(const std::string& scope, bool skipCheckExpiration,
                            const ConfigCallback& callback);
   FetchResult applyFetchedConfig(const QXNetworkingResponse& response);
 
-  /// Credentials per scope; replaced as a whole by each successful fetch.
-  Guarded<std::shared_ptr<const ConfigMap>> configMap_;
+  void trackConfigError(const std::string& message) const;
+  /// Replaces the session by a copy of it that `change` has changed.
+  void changeSession(const std::function<void(Session&)>& change);
+
+  const Platform& platform_;
+  const AWSTracking& tracking_;
+  RetryTimer& retryTimer_;
+  const SchedulerFactory makeScheduler_;
   const std::shared_ptr<DispatchQueue> fetchQeue_;
   const std::shared_ptr<DispatchQueue> getConfigQeue_;
   const std::shared_ptr<DispatchQueue> changeConfigQeue_;

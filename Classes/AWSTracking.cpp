@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "Classes/PQSParamsHelper.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -31,10 +30,6 @@ const char* typeText(AWSTracking::ENVType type) {
   fatal("no such event type");
 }
 
-void send(Dictionary event) {
-  QX().perform("Tracking_Event:parameters:", {"qx_aws", std::move(event)});
-}
-
 const AWSBasicParameter* find(const AWSParameterMap& extra, const char* key) {
   const auto entry = extra.find(key);
   return entry == extra.end() ? nullptr : &entry->second;
@@ -57,8 +52,8 @@ bool isTextOne(const AWSParameterMap& extra, const char* key) {
 
 /// The full tagging when the item is described completely, else the update of its tags when the
 /// host asked for one.
-void tagItem(const AWSParameterMap& extra) {
-  QXTrackingEvents& tracker = Platform::current().trackingEvents;
+void tagItem(const Platform& platform, const AWSParameterMap& extra) {
+  QXTrackingEvents& tracker = platform.trackingEvents;
   const std::int64_t* itemId = findInt(extra, "itemId");
   if (itemId == nullptr) return;
 
@@ -68,24 +63,28 @@ void tagItem(const AWSParameterMap& extra) {
   const std::int64_t imageSource = imageFrom ? textToInt(*imageFrom) : kFirstUntaggedImageSource;
   if (itemType && imageUrl && imageSource < kFirstUntaggedImageSource) {
     if (isTextOne(extra, "disableToPQS")) return;
-    tracker.tagItem(*itemType, *itemId, *imageUrl, PQSParamsHelper::tagsArray(extra), imageSource,
-                    PQSParamsHelper::fieldsDictionary(extra));
+    tracker.tagItem(*itemType, *itemId, *imageUrl, PQSParamsHelper::tagsArray(platform.json, extra),
+                    imageSource, PQSParamsHelper::fieldsDictionary(platform.json, extra));
     return;
   }
 
   if (!isTextOne(extra, "updatePQS")) return;
-  const auto tags = PQSParamsHelper::tagsArray(extra);
-  const auto fields = PQSParamsHelper::fieldsDictionary(extra);
+  const auto tags = PQSParamsHelper::tagsArray(platform.json, extra);
+  const auto fields = PQSParamsHelper::fieldsDictionary(platform.json, extra);
   if (!tags && !fields) return;
   tracker.updateItem(/*itemType=*/std::nullopt, *itemId, tags, fields);
 }
 
 }  // namespace
 
+void AWSTracking::send(Dictionary event) const {
+  platform_.mediator.perform("Tracking_Event:parameters:", {"qx_aws", std::move(event)});
+}
+
 void AWSTracking::action(std::optional<std::int64_t> code,
                          const std::optional<std::string>& message, std::optional<bool> firstUpload,
                          Status status, ENVType type, std::optional<double> uploadTime,
-                         const AWSParameterMap* extra) {
+                         const AWSParameterMap* extra) const {
   Dictionary event;
   if (code) event.emplace("code", std::to_string(*code));
   if (message) event.emplace("message", *message);
@@ -94,11 +93,11 @@ void AWSTracking::action(std::optional<std::int64_t> code,
   event.emplace("status", statusText(status));
   event.emplace("type", typeText(type));
   send(std::move(event));
-  if (extra) tagItem(*extra);
+  if (extra) tagItem(platform_, *extra);
 }
 
 void AWSTracking::tracking(const AWSCallbackStatus& status, const Task& task, ENVType type,
-                           std::optional<double> uploadTime, const AWSParameterMap* extra) {
+                           std::optional<double> uploadTime, const AWSParameterMap* extra) const {
   const auto* fileTask = dynamic_cast<const FileTask*>(&task);
   // The counts differ on purpose: a failure has been counted by the time it is tracked, a success
   // counts nothing. Both mean the first attempt.
@@ -114,7 +113,7 @@ void AWSTracking::tracking(const AWSCallbackStatus& status, const Task& task, EN
 
 void AWSTracking::trackingDownloadFailure(const std::optional<std::string>& filename,
                                           std::optional<std::int64_t> code,
-                                          const std::string& message) {
+                                          const std::string& message) const {
   Dictionary event;
   event.emplace("status", statusText(Status::error));
   event.emplace("type", typeText(ENVType::download));
@@ -124,7 +123,7 @@ void AWSTracking::trackingDownloadFailure(const std::optional<std::string>& file
   send(std::move(event));
 }
 
-void AWSTracking::trackingDownloadSuccess(const std::string& filename, double duration) {
+void AWSTracking::trackingDownloadSuccess(const std::string& filename, double duration) const {
   Dictionary event;
   event.emplace("status", statusText(Status::success));
   event.emplace("type", typeText(ENVType::download));

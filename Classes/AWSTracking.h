@@ -1,6 +1,6 @@
 // Outcomes as tracking events of the host, and the tags of uploaded item images.
 //
-// Threads: no state; called on whatever thread delivers the outcome.
+// Threads: no state; called on whatever thread delivers the outcome. The platform must outlive it.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 
 #include "Classes/AWSCallbackStatus.h"
 #include "Classes/Task.h"
+#include "platform/Platform.h"
 
 namespace qx {
 
@@ -17,19 +18,26 @@ class AWSTracking {
   enum class Status { error, success };
   enum class ENVType { config, upload, backgroundUpload, download };
 
+  explicit AWSTracking(const Platform& platform) : platform_(platform) {}
+
   /// Sends one "qx_aws" event, then tags the item that `extra` describes, if any.
-  static void action(std::optional<std::int64_t> code, const std::optional<std::string>& message,
-                     std::optional<bool> firstUpload, Status status, ENVType type,
-                     std::optional<double> uploadTime, const AWSParameterMap* extra);
+  void action(std::optional<std::int64_t> code, const std::optional<std::string>& message,
+              std::optional<bool> firstUpload, Status status, ENVType type,
+              std::optional<double> uploadTime, const AWSParameterMap* extra) const;
 
   /// After an upload attempt. Items are tagged after a success only.
-  static void tracking(const AWSCallbackStatus& status, const Task& task, ENVType type,
-                       std::optional<double> uploadTime, const AWSParameterMap* extra);
+  void tracking(const AWSCallbackStatus& status, const Task& task, ENVType type,
+                std::optional<double> uploadTime, const AWSParameterMap* extra) const;
 
-  static void trackingDownloadFailure(const std::optional<std::string>& filename,
-                                      std::optional<std::int64_t> code, const std::string& message);
+  void trackingDownloadFailure(const std::optional<std::string>& filename,
+                               std::optional<std::int64_t> code, const std::string& message) const;
   /// `duration` in seconds.
-  static void trackingDownloadSuccess(const std::string& filename, double duration);
+  void trackingDownloadSuccess(const std::string& filename, double duration) const;
+
+ private:
+  void send(Dictionary event) const;
+
+  const Platform& platform_;
 };
 
 }  // namespace qx

@@ -3,13 +3,8 @@
 #include <algorithm>
 #include <limits>
 #include <utility>
-#include <vector>
 
-#include "Classes/AWSConfigure.h"
-#include "Classes/AWSTracking.h"
 #include "Classes/NumberText.h"
-#include "Classes/TaskScheduler.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -23,12 +18,9 @@ const UploadCompletion NilComplete = [](const std::optional<std::string>&, std::
                                         const std::optional<Error>&) {};
 const UploadProgress NilProgress = [](const TransferProgress&) {};
 
-std::atomic<std::int64_t> AWSUploader::generateFileCount = 0;
-
 std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> task) {
-  auto executor = std::make_shared<TaskExecutor>(std::move(task));
-  executor->uploadWorker =
-      Platform::current().uploadClients.make(/*headers=*/{}, kRequestTimeoutSeconds);
+  auto executor = std::make_shared<TaskExecutor>(platform_, configure_, std::move(task));
+  executor->uploadWorker = platform_.uploadClients.make(/*headers=*/{}, kRequestTimeoutSeconds);
   return executor;
 }
 
@@ -36,12 +28,12 @@ std::shared_ptr<TaskExecutor> AWSUploader::createExecutor(std::shared_ptr<Task> 
                                                           const UploadProgress& /*progress*/,
                                                           UploadCompletion complete) {
   auto executor = makeExecutor(std::move(task));
-  executor->complete = [complete = std::move(complete)](
+  executor->complete = [&tracking = tracking_, complete = std::move(complete)](
                            const std::shared_ptr<TaskExecutor>& reporter,
                            const std::optional<std::string>& url, const AWSCallbackStatus& status,
                            std::int64_t itemId) {
-    AWSTracking::tracking(status, *reporter->task, AWSTracking::ENVType::upload,
-                          reporter->uploadTime, &reporter->task->extra());
+    tracking.tracking(status, *reporter->task, AWSTracking::ENVType::upload, reporter->uploadTime,
+                      &reporter->task->extra());
     if (!complete) return;
     if (status.succeeded()) {
       complete(url, itemId, std::nullopt);
@@ -55,26 +47,20 @@ std::shared_ptr<TaskExecutor> AWSUploader::createExecutor(std::shared_ptr<Task> 
 void AWSUploader::backgroundUpload(const Data& data, const std::string& suffix,
                                    const AWSParameterMap& extra, const std::string& scope) {
   auto task = std::make_shared<DataTask>(generateFileName(suffix), scope, data, extra);
-  const std::shared_ptr<TaskScheduler> scheduler = AWSConfigure::shared().scheduler.load();
+  const std::shared_ptr<TaskScheduler> scheduler = configure_.scheduler.load();
   if (scheduler == nullptr) return;
   scheduler->add(makeExecutor(std::move(task)));
 }
 
 std::string AWSUploader::generateFileName(std::string_view suffix) {
-  const Platform& platform = Platform::current();
-  std::string name = timeText(platform.clock.now());
-  name += std::to_string(platform.random.next() % kRandomParts);
+  std::string name = timeText(platform_.clock.now());
+  name += std::to_string(platform_.random.next() % kRandomParts);
   // Taken and increased in one step, so that no two names of this process share a count.
   const std::int64_t count = generateFileCount.fetch_add(1);
   if (count == std::numeric_limits<std::int64_t>::max()) fatal("generateFileCount overflows");
   name += std::to_string(count);
   std::ranges::replace(name, '.', '-');
   return name + "." + std::string(suffix);
-}
-
-std::string documentPath() {
-  const std::vector<std::string> directories = Platform::current().files.documentDirectories();
-  return directories.empty() ? "" : directories.front();
 }
 
 }  // namespace qx

@@ -12,10 +12,13 @@
 
 #include "Classes/AWSBasicParameter.h"
 #include "Classes/AWSCallbackStatus.h"
+#include "Classes/AWSConfigure.h"
+#include "Classes/AWSTracking.h"
 #include "Classes/Task.h"
 #include "Classes/TaskExecutor.h"
 #include "platform/Data.h"
 #include "platform/ObjectStore.h"
+#include "platform/Platform.h"
 
 namespace qx {
 
@@ -24,31 +27,37 @@ using UploadProgress = std::function<void(const TransferProgress&)>;
 
 class AWSUploader {
  public:
-  /// Counts the file names made in this process; part of each of them.
-  static std::atomic<std::int64_t> generateFileCount;
+  /// Everything given must outlive the uploader and its executors.
+  AWSUploader(const Platform& platform, AWSConfigure& configure, const AWSTracking& tracking)
+      : platform_(platform), configure_(configure), tracking_(tracking) {}
+
+  /// Counts the file names made so far; part of each of them.
+  std::atomic<std::int64_t> generateFileCount = 0;
 
   /// An executor whose report is tracked and then passed to `complete` in the public shape. The
   /// caller starts it. `progress` is not used: uploads report none.
-  static std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
-                                                      const UploadProgress& progress,
-                                                      UploadCompletion complete);
+  std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
+                                               const UploadProgress& progress,
+                                               UploadCompletion complete);
 
   /// Names the bytes, stores them and queues their upload. Results come through the background
   /// callbacks of AWSConfigure. While no identity has been applied there is no scheduler, and the
   /// upload is dropped without a report.
-  static void backgroundUpload(const Data& data, const std::string& suffix,
-                               const AWSParameterMap& extra, const std::string& scope);
+  void backgroundUpload(const Data& data, const std::string& suffix, const AWSParameterMap& extra,
+                        const std::string& scope);
 
   /// An executor for `task` with a networking manager of 30 seconds' time-out and no completion.
-  static std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task);
+  std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task);
 
   /// A fresh object name: time, a random number, the counter, with dashes for dots, then "." and
   /// `suffix`. Increases generateFileCount; its overflow is fatal.
-  static std::string generateFileName(std::string_view suffix);
-};
+  std::string generateFileName(std::string_view suffix);
 
-/// The first of the user's documents directories; empty when there is none.
-std::string documentPath();
+ private:
+  const Platform& platform_;
+  AWSConfigure& configure_;
+  const AWSTracking& tracking_;
+};
 
 /// The completion and the progress callback that do nothing.
 extern const UploadCompletion NilComplete;

@@ -1,21 +1,19 @@
 #include "Classes/ConfigParameters.h"
 
-#include "platform/Host.h"
-
 namespace qx {
 namespace {
 
-std::string hostText(std::string_view selector) {
-  const Value answer = QX().perform(selector, {});
+std::string hostText(QXMediator& host, std::string_view selector) {
+  const Value answer = host.perform(selector, {});
   const std::string* text = answer.asText();
   return text ? *text : std::string();
 }
 
 }  // namespace
 
-ConfigParameters ConfigParameters::readFromHost() {
-  return {hostText("Account_GetUserId"), hostText("Account_GetAccessToken"),
-          Url::parse(hostText("QXConfig_getServerAddress"))};
+ConfigParameters ConfigParameters::readFromHost(QXMediator& host) {
+  return {hostText(host, "Account_GetUserId"), hostText(host, "Account_GetAccessToken"),
+          Url::parse(hostText(host, "QXConfig_getServerAddress"))};
 }
 
 }  // namespace qx

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/Host.h"
 #include "platform/Url.h"
 
 namespace qx {
@@ -20,7 +21,7 @@ struct ConfigParameters {
 
   /// Asks the host anew ("Account_GetUserId", "Account_GetAccessToken",
   /// "QXConfig_getServerAddress").
-  static ConfigParameters readFromHost();
+  static ConfigParameters readFromHost(QXMediator& host);
 
   /// User id, access token and host address are all there.
   bool isComplete() const { return !userId.empty() && !accessToken.empty() && hostURL; }

@@ -2,14 +2,12 @@
 
 #include <utility>
 
-#include "platform/Platform.h"
-
 namespace qx {
 namespace {
 
 /// Only a plain "no" opens the log: a host that does not know its environment counts as production.
-bool isOutsideProduction() {
-  const Value production = QX().perform("QXConfig_currentEnvironmentIsProduction", {});
+bool isOutsideProduction(QXMediator& mediator) {
+  const Value production = mediator.perform("QXConfig_currentEnvironmentIsProduction", {});
   const bool* answer = production.asBool();
   return answer != nullptr && !*answer;
 }
@@ -21,10 +19,10 @@ std::string moduleOf(std::string_view source) {
 
 }  // namespace
 
-void log(int level, std::string message, std::string_view source, std::string_view function,
-         int line) {
-  if (!isOutsideProduction()) return;
-  QXLogger& logger = Platform::current().logger;
+void log(const Platform& platform, int level, std::string message, std::string_view source,
+         std::string_view function, int line) {
+  if (!isOutsideProduction(platform.mediator)) return;
+  QXLogger& logger = platform.logger;
   if (level < logger.threshold()) return;
   logger.write({level, std::move(message), moduleOf(source), std::string(source),
                 std::string(function), line});

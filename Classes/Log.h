@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Platform.h"
+
 namespace qx {
 
 /// Errors and missing parameters.
@@ -16,7 +18,7 @@ inline constexpr int kLogNote = 2;
 /// Writes a record when the host reports a non-production environment and the logger's threshold
 /// admits the level. `source` is the identifier "QXAwsUploader/AWSConfigure"; the module is what
 /// stands before its first slash, or "n/a".
-void log(int level, std::string message, std::string_view source, std::string_view function,
-         int line);
+void log(const Platform& platform, int level, std::string message, std::string_view source,
+         std::string_view function, int line);
 
 }  // namespace qx

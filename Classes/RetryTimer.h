@@ -1,31 +1,32 @@
-// The process-wide timer that has stored background uploads retried every 60 seconds.
+// The timer that has stored background uploads retried every 60 seconds.
 //
-// Threads: fireIfNeed and setScheduler from any thread; the handler runs on the global queue.
+// Threads: fireIfNeed from any thread; the tick runs on the global queue.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <mutex>
 
 #include "platform/Dispatch.h"
-#include "platform/Mutex.h"
 
 namespace qx {
 
-class TaskScheduler;
-
 class RetryTimer {
  public:
-  /// Whose stored tasks the next tick retries.
-  static void setScheduler(std::shared_ptr<TaskScheduler> scheduler);
-  /// Starts the timer: first tick at once, then every 60 seconds for the life of the process. Once
-  /// per process; later calls do nothing.
-  static void fireIfNeed();
+  /// `tick` is called at each tick. `dispatch` must outlive the timer.
+  RetryTimer(Dispatch& dispatch, std::function<void()> tick);
 
- private:
-  RetryTimer();
+  /// The timer of the process.
   static RetryTimer& shared();
 
-  Guarded<std::shared_ptr<TaskScheduler>> scheduler_;
+  /// Starts the timer: first tick at once, then every 60 seconds as long as the timer lives. Later
+  /// calls do nothing.
+  void fireIfNeed();
+
+ private:
+  const std::function<void()> tick_;
   const std::unique_ptr<Timer> timer_;
+  std::once_flag started_;
 };
 
 }  // namespace qx

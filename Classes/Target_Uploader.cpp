@@ -4,15 +4,12 @@
 #include <memory>
 #include <utility>
 
-#include "Classes/AWSConfigure.h"
-#include "Classes/AWSDownloader.h"
-#include "Classes/AWSUploader.h"
 #include "Classes/ActionMistakes.h"
+#include "Classes/Library.h"
 #include "Classes/Log.h"
 #include "Classes/PQSParamsHelper.h"
 #include "Classes/Task.h"
 #include "Classes/TaskExecutor.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -34,23 +31,12 @@ constexpr std::array<Action, 7> kActions = {{
     {"Action_Download:", &Target_Uploader::Action_Download},
 }};
 
-/// Logs that an action lacks a parameter.
-void logMissing(std::string message, std::string_view function, int line) {
-  log(kLogError, std::move(message), "QXAwsUploader/Target_Uploader", function, line);
-}
-
 void setOrRemove(TextMap& extra, const char* key, std::optional<std::string> text) {
   if (text) {
     extra.insert_or_assign(key, *std::move(text));
   } else {
     extra.erase(key);
   }
-}
-
-/// "tags" and "fields" come from the dictionary alone: what `extra` brought along goes.
-void setTagsAndFields(TextMap& extra, const Dictionary& dictionary) {
-  setOrRemove(extra, "tags", PQSParamsHelper::tagsString(dictionary));
-  setOrRemove(extra, "fields", PQSParamsHelper::fieldsString(dictionary));
 }
 
 AWSParameterMap widened(const TextMap& extra) {
@@ -64,8 +50,15 @@ std::string pixelText(double length) {
 
 }  // namespace
 
+Target_Uploader::Target_Uploader() : library_(Library::shared()) {}
+
 void Target_Uploader::registerWith(QXMediator& mediator) {
   mediator.registerTarget("Target_Uploader", [] { return std::make_unique<Target_Uploader>(); });
+}
+
+void Target_Uploader::registerWith(QXMediator& mediator, Library& library) {
+  mediator.registerTarget("Target_Uploader",
+                          [&library] { return std::make_unique<Target_Uploader>(library); });
 }
 
 bool Target_Uploader::performAction(std::string_view action, const Dictionary& parameters) {
@@ -81,11 +74,11 @@ bool Target_Uploader::performAction(std::string_view action, const Dictionary& p
 std::vector<std::string> Target_Uploader::mistakes(std::string_view action,
                                                    const Dictionary& parameters) {
   std::vector<std::string> found =
-      ActionMistakes::inParameters(action, parameters, Platform::current().imageHeaders);
+      ActionMistakes::inParameters(action, parameters, library_.platform.imageHeaders);
   const bool isBackgroundUpload =
       action == "Action_BackgroundUpload:" || action == "Action_BackgroundUploadImage:";
   if (!isBackgroundUpload) return found;
-  AWSConfigure& configure = AWSConfigure::shared();
+  AWSConfigure& configure = library_.configure;
   if (configure.scheduler.load() == nullptr) {
     found.push_back("\"" + std::string(action) +
                     "\" does nothing before \"Action_SetUp:\" has applied the user's identity.");
@@ -98,8 +91,20 @@ std::vector<std::string> Target_Uploader::mistakes(std::string_view action,
   return found;
 }
 
+void Target_Uploader::logMissing(std::string message, std::string_view function, int line) const {
+  log(library_.platform, kLogError, std::move(message), "QXAwsUploader/Target_Uploader", function,
+      line);
+}
+
+void Target_Uploader::setTagsAndFields(TextMap& extra, const Dictionary& dictionary) const {
+  const Platform& platform = library_.platform;
+  setOrRemove(extra, "tags", PQSParamsHelper::tagsString(platform.json, dictionary));
+  setOrRemove(extra, "fields",
+              PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents, dictionary));
+}
+
 TextMap Target_Uploader::addPqsInfoToExtra(std::optional<TextMap> params,
-                                           const Dictionary& dictionary) {
+                                           const Dictionary& dictionary) const {
   if (!params) return {};
   TextMap extra = *std::move(params);
   if (auto itemType = readText(dictionary, "itemType")) extra["itemType"] = *std::move(itemType);
@@ -114,31 +119,31 @@ TextMap Target_Uploader::addPqsInfoToExtra(std::optional<TextMap> params,
 void Target_Uploader::Action_SetUp(const Dictionary& parameters) {
   const auto needServerResize = readBool(parameters, "needServerResize");
   if (!needServerResize) return logMissing("miss needServerResize", "Action_SetUp(_:)", __LINE__);
-  AWSConfigure& configure = AWSConfigure::shared();
+  AWSConfigure& configure = library_.configure;
   configure.needServerResize = *needServerResize;
   // Before the identity is applied: its scheduler opens the storage.
   configure.resumeStoredTasks = readBool(parameters, "resumeStoredTasks").value_or(false);
   configure.retryFire();
   // One more registration with every call, on purpose: the host sets up once.
-  Platform::current().notifications.addObserver(std::string(kUserChangedNotification),
-                                                [] { AWSConfigure::shared().userDidChange(); });
+  library_.platform.notifications.addObserver(std::string(kUserChangedNotification),
+                                              [&configure] { configure.userDidChange(); });
   configure.backgroundUploadItemCallback.store(
-      [](const std::string& /*scope*/, const std::optional<std::string>& url,
-         const AWSParameterMap& extra, const std::optional<Error>& error) {
-        if (!error) AWSConfigure::shared().backgroundUploadItem(url, extra);
+      [&configure](const std::string& /*scope*/, const std::optional<std::string>& url,
+                   const AWSParameterMap& extra, const std::optional<Error>& error) {
+        if (!error) configure.backgroundUploadItem(url, extra);
       });
 }
 
 void Target_Uploader::Action_SetMaxBackgroundConcurrent(const Dictionary& parameters) {
   if (const auto count = readInt(parameters, "count")) {
-    AWSConfigure::shared().maxBackgroundConcurrentCount = *count;
+    library_.configure.maxBackgroundConcurrentCount = *count;
   }
 }
 
 void Target_Uploader::Action_RegisterBackground(const Dictionary& parameters) {
   auto callback = readCallback<HostBackgroundCallback>(parameters, "callback");
   if (!callback) return;
-  AWSConfigure::shared().backgroundUploadCallback.store(
+  library_.configure.backgroundUploadCallback.store(
       [callback = *std::move(callback)](
           const std::string& scope, const std::optional<std::string>& url,
           const AWSParameterMap& extra, const std::optional<Error>& error) {
@@ -161,9 +166,9 @@ void Target_Uploader::Action_Upload(const Dictionary& parameters) {
 
   TextMap extra = addPqsInfoToExtra(TextMap{}, parameters);
   if (readBool(parameters, "disableToPQS").value_or(false)) extra["disableToPQS"] = "1";
-  auto task = std::make_shared<DataTask>(AWSUploader::generateFileName(*suffix), *scope, *data,
+  auto task = std::make_shared<DataTask>(library_.uploader.generateFileName(*suffix), *scope, *data,
                                          widened(extra));
-  AWSUploader::createExecutor(std::move(task), /*progress=*/nullptr, *complete)->execute();
+  library_.uploader.createExecutor(std::move(task), /*progress=*/nullptr, *complete)->execute();
 }
 
 void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
@@ -177,7 +182,7 @@ void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
 
   const TextMap extra =
       addPqsInfoToExtra(readTextMap(parameters, "extra").value_or(TextMap{}), parameters);
-  AWSUploader::backgroundUpload(*data, *suffix, widened(extra), *scope);
+  library_.uploader.backgroundUpload(*data, *suffix, widened(extra), *scope);
 }
 
 void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters) {
@@ -190,7 +195,7 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
   if (!itemId) return logMissing("miss itemId", function, __LINE__);
   const auto suffix = readText(parameters, "suffix");
   if (!suffix) return logMissing("miss suffix", function, __LINE__);
-  const auto size = Platform::current().imageHeaders.size(*data);
+  const auto size = library_.platform.imageHeaders.size(*data);
   if (!size) return logMissing("miss image", function, __LINE__);
 
   TextMap extra;
@@ -198,7 +203,7 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
   extra["OriginalImageWidthKey"] = pixelText(size->width);
   extra["OriginalImageHeightKey"] = pixelText(size->height);
   extra["OriginalImageFileSizeKey"] = std::to_string(data->size());
-  extra["OriginalImageSha1Key"] = sha1(*data);
+  extra["OriginalImageSha1Key"] = sha1(library_.platform.sha1, *data);
   extra["OriginalImageFileFormatKey"] = *suffix;
   extra["OriginalImageUseDetUploadKey"] = readText(parameters, "useDetUpload").value_or("false");
   if (const auto updatePQS = readBool(parameters, "updatePQS")) {
@@ -206,7 +211,7 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
   }
   extra["itemId"] = *itemId;
   setTagsAndFields(extra, parameters);
-  AWSUploader::backgroundUpload(*data, *suffix, widened(extra), *scope);
+  library_.uploader.backgroundUpload(*data, *suffix, widened(extra), *scope);
 }
 
 void Target_Uploader::Action_Download(const Dictionary& parameters) {
@@ -215,7 +220,7 @@ void Target_Uploader::Action_Download(const Dictionary& parameters) {
   if (!url) return logMissing("missing url", function, __LINE__);
   const auto scope = readText(parameters, "scope");
   if (!scope) return logMissing("missing scope", function, __LINE__);
-  AWSDownloader::download(
+  library_.downloader.download(
       *url, *scope, readCallback<HostDownloadProgress>(parameters, "progress").value_or(nullptr),
       readCallback<HostDownloadComplete>(parameters, "complete").value_or(nullptr));
 }

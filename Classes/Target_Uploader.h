@@ -17,6 +17,8 @@
 
 namespace qx {
 
+class Library;
+
 // The host's callbacks, passed in a dictionary as Value::callback<Signature>(...).
 
 /// "complete" of "Action_Upload:": (URL, item id, no error) or (no URL, 0, error). Once, on the
@@ -37,8 +39,14 @@ using HostDownloadComplete = void(std::optional<Url> location, std::optional<Err
 
 class Target_Uploader : public MediatorTarget {
  public:
+  /// Above the library of the process.
+  Target_Uploader();
+  /// `library` must outlive the target and what it has started.
+  explicit Target_Uploader(Library& library) : library_(library) {}
+
   /// Makes the target known to the mediator as "Target_Uploader".
   static void registerWith(QXMediator& mediator);
+  static void registerWith(QXMediator& mediator, Library& library);
 
   /// Routes "Action_SetUp:" and the other six to the methods below.
   bool performAction(std::string_view action, const Dictionary& parameters) override;
@@ -58,8 +66,15 @@ class Target_Uploader : public MediatorTarget {
  private:
   /// `params` with the item's type, id, image source, tags and fields of `dictionary`; empty when
   /// `params` is absent.
-  static std::map<std::string, std::string> addPqsInfoToExtra(
-      std::optional<std::map<std::string, std::string>> params, const Dictionary& dictionary);
+  std::map<std::string, std::string> addPqsInfoToExtra(
+      std::optional<std::map<std::string, std::string>> params, const Dictionary& dictionary) const;
+  /// "tags" and "fields" come from the dictionary alone: what `extra` brought along goes.
+  void setTagsAndFields(std::map<std::string, std::string>& extra,
+                        const Dictionary& dictionary) const;
+  /// Logs that an action lacks a parameter.
+  void logMissing(std::string message, std::string_view function, int line) const;
+
+  Library& library_;
 };
 
 }  // namespace qx

@@ -2,9 +2,6 @@
 
 #include <utility>
 
-#include "Classes/AWSUploader.h"
-#include "platform/Platform.h"
-
 namespace qx {
 
 DataTask::DataTask(std::string filename, std::string scope, Data fileData, AWSParameterMap extra)
@@ -13,16 +10,17 @@ DataTask::DataTask(std::string filename, std::string scope, Data fileData, AWSPa
       fileData_(std::move(fileData)),
       extra_(std::move(extra)) {}
 
-FileTask::FileTask(std::string filename, std::string scope, std::string filePath,
+FileTask::FileTask(Files& files, std::string filename, std::string scope, std::string filePath,
                    std::int64_t uploadCount, AWSParameterMap extra)
-    : filename_(std::move(filename)),
+    : files_(files),
+      filename_(std::move(filename)),
       scope_(std::move(scope)),
       filePath_(std::move(filePath)),
       uploadCount_(uploadCount),
       extra_(std::move(extra)) {}
 
 std::optional<Data> FileTask::data() const {
-  Result<Data> content = Platform::current().files.read(documentPath() + "/" + filePath_);
+  Result<Data> content = files_.read(documentPath(files_) + "/" + filePath_);
   if (!content) return std::nullopt;
   return std::move(*content);
 }

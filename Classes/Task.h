@@ -11,6 +11,7 @@
 
 #include "Classes/AWSBasicParameter.h"
 #include "platform/Data.h"
+#include "platform/Files.h"
 
 namespace qx {
 
@@ -52,8 +53,9 @@ class DataTask : public Task {
 class FileTask : public Task {
  public:
   /// `filePath` is relative to the documents directory; `uploadCount` counts failed attempts.
-  FileTask(std::string filename, std::string scope, std::string filePath, std::int64_t uploadCount,
-           AWSParameterMap extra);
+  /// `files` must outlive the task.
+  FileTask(Files& files, std::string filename, std::string scope, std::string filePath,
+           std::int64_t uploadCount, AWSParameterMap extra);
   const std::string& scope() const override { return scope_; }
   bool hasPath() const override { return true; }
   const std::string& filename() const override { return filename_; }
@@ -67,6 +69,7 @@ class FileTask : public Task {
   void setUploadCount(std::int64_t count) { uploadCount_ = count; }
 
  private:
+  Files& files_;
   std::string filename_;
   std::string scope_;
   std::string filePath_;

@@ -7,9 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Classes/AWSConfigure.h"
 #include "Classes/NumberText.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -61,7 +59,9 @@ class LongIdAnswer {
 
 }  // namespace
 
-TaskExecutor::TaskExecutor(std::shared_ptr<Task> taskToUpload) : task(std::move(taskToUpload)) {}
+TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials,
+                           std::shared_ptr<Task> taskToUpload)
+    : task(std::move(taskToUpload)), platform_(platform), credentials_(credentials) {}
 
 void TaskExecutor::execute() {
   std::optional<Data> data = task->data();
@@ -72,7 +72,7 @@ void TaskExecutor::execute() {
         0);
     return;
   }
-  AWSConfigure::shared().getConfig(
+  credentials_.getConfig(
       task->scope(), /*skipCheckExpiration=*/false,
       [self = shared_from_this(), data = std::move(*data)](
           const std::optional<UploadTokenModel>& model, const AWSCallbackStatus& status) {
@@ -85,7 +85,7 @@ void TaskExecutor::execute() {
 }
 
 void TaskExecutor::takeRoute(const Data& data, const std::optional<UploadTokenModel>& model) {
-  if (AWSConfigure::shared().needServerResize) {
+  if (credentials_.resizesOnServer()) {
     uploadToServer(data, model);
   } else {
     uploadToObjectStore(data, model);
@@ -94,24 +94,20 @@ void TaskExecutor::takeRoute(const Data& data, const std::optional<UploadTokenMo
 
 void TaskExecutor::uploadToObjectStore(const Data& data,
                                        const std::optional<UploadTokenModel>& model) {
-  const Platform& platform = Platform::current();
-  const std::string utilityKey =
-      task->scope() + AWSConfigure::shared().configUUID.load().value_or("");
-  const std::shared_ptr<AWSS3TransferUtility> utility =
-      platform.objectStore.S3TransferUtilityForKey(utilityKey);
+  const std::shared_ptr<AWSS3TransferUtility> utility = credentials_.transferUtility(task->scope());
   if (utility == nullptr || !model) {
     report(std::nullopt,
            AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] not found config"), 0);
     return;
   }
   const std::string objectKey = model->authorizedPath + task->filename();
-  const double startTime = platform.clock.now();
+  const double startTime = platform_.clock.now();
   const AWSTask started = utility->uploadData(
       data, model->bucket, objectKey, /*contentType=*/"",
       [self = shared_from_this(), startTime,
        url = model->downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
-        self->uploadTime = Platform::current().clock.now() - startTime;
-        Platform::current().dispatch.mainQueue().async([self, url, error] {
+        self->uploadTime = self->platform_.clock.now() - startTime;
+        self->platform_.dispatch.mainQueue().async([self, url, error] {
           if (error) {
             // The URL goes along: where the object would have been.
             self->report(url, failureOf(*error), 0);
@@ -121,14 +117,13 @@ void TaskExecutor::uploadToObjectStore(const Data& data,
         });
       });
   if (started.error) {
-    platform.dispatch.mainQueue().async([self = shared_from_this(), error = *started.error] {
+    platform_.dispatch.mainQueue().async([self = shared_from_this(), error = *started.error] {
       self->report(std::nullopt, failureOf(error), 0);
     });
   }
 }
 
 void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model) {
-  const Platform& platform = Platform::current();
   if (uploadWorker == nullptr || !model) {
     report(std::nullopt,
            AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] config error"), 0);
@@ -140,10 +135,10 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
   // The server stores what it made of the image: always a WebP.
   const std::string serverPath = name.substr(0, dot) + ".webp";
 
-  const Value address = QX().perform("QXConfig_GetAwsUploaderServerAddress", {});
+  const Value address = platform_.mediator.perform("QXConfig_GetAwsUploaderServerAddress", {});
   QXNetworkingUploadRequest request;
   request.url = address.asText() ? *address.asText() : "";
-  request.headers = uploadHeaders(platform.uploadClients);
+  request.headers = uploadHeaders(platform_.uploadClients);
   request.multipartFormData = [data, serverPath, token = *model](MultipartFormData& form) {
     const auto text = [&form](std::string_view partName, std::string value) {
       form.append(Data(std::move(value)), std::string(partName));
@@ -160,7 +155,7 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
     text("s3_region", token.region);
   };
 
-  const double startTime = platform.clock.now();
+  const double startTime = platform_.clock.now();
   uploadWorker->upload(
       request, /*progress=*/nullptr,
       [self = shared_from_this(), startTime, url = model->downloadUrlPrefix + "/" + serverPath](
@@ -181,7 +176,7 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
               0);
           return;
         }
-        self->uploadTime = Platform::current().clock.now() - startTime;
+        self->uploadTime = self->platform_.clock.now() - startTime;
         self->resolveItemId(url);
       });
 }
@@ -198,15 +193,16 @@ void TaskExecutor::resolveItemId(const std::string& url) {
   }
   const auto answer = std::make_shared<LongIdAnswer>(
       [self = shared_from_this(), url](std::optional<std::int64_t> number) {
-        const std::int64_t id = number ? *number : generataItemId();
+        const std::int64_t id = number ? *number : generataItemId(self->platform_);
         self->task->extra().insert_or_assign("itemId", id);
         self->task->extra().insert_or_assign("imageUrl", url);
         self->report(url, AWSCallbackStatus::success(), id);
         self->complete = nullptr;
       });
-  QX().perform("Tracking_GetLongIdWithCompletion:",
-               {Value::callback<LongIdCompletion>(
-                   [answer](std::optional<std::int64_t> number) { answer->settle(number); })});
+  platform_.mediator.perform(
+      "Tracking_GetLongIdWithCompletion:",
+      {Value::callback<LongIdCompletion>(
+          [answer](std::optional<std::int64_t> number) { answer->settle(number); })});
 }
 
 void TaskExecutor::report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
@@ -216,20 +212,20 @@ void TaskExecutor::report(const std::optional<std::string>& url, const AWSCallba
   if (callback) callback(shared_from_this(), url, status, itemId);
 }
 
-std::int64_t TaskExecutor::generataItemId() {
-  const Value userId = QX().perform("Account_GetUserId", {});
+std::int64_t TaskExecutor::generataItemId(const Platform& platform) {
+  const Value userId = platform.mediator.perform("Account_GetUserId", {});
   const std::string* user = userId.asText();
   const std::int64_t remainder = parseDecimal(user ? *user : "0").value_or(0) % 1000;
-  const auto seconds = static_cast<std::int64_t>(Platform::current().clock.now());
+  const auto seconds = static_cast<std::int64_t>(platform.clock.now());
   const std::string text = std::to_string(seconds);
   if (text.size() < 4) return seconds;
   return parseDecimal(std::to_string(remainder) + text.substr(3)).value_or(0);
 }
 
-std::string sha1(const Data& bytes) {
+std::string sha1(Sha1& digests, const Data& bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
-  for (const std::byte b : Platform::current().sha1.digest(bytes)) {
+  for (const std::byte b : digests.digest(bytes)) {
     text += digits[std::to_integer<std::size_t>(b >> 4)];
     text += digits[std::to_integer<std::size_t>(b & std::byte{15})];
   }

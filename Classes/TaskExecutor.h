@@ -15,9 +15,11 @@
 #include <string>
 
 #include "Classes/AWSCallbackStatus.h"
+#include "Classes/Credentials.h"
 #include "Classes/Task.h"
 #include "Classes/UploadTokenModel.h"
 #include "platform/Networking.h"
+#include "platform/Platform.h"
 
 namespace qx {
 
@@ -29,14 +31,15 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
                                       const std::optional<std::string>& url,
                                       const AWSCallbackStatus& status, std::int64_t itemId)>;
 
-  explicit TaskExecutor(std::shared_ptr<Task> task);
+  /// `platform` and `credentials` must outlive the attempt.
+  TaskExecutor(const Platform& platform, Credentials& credentials, std::shared_ptr<Task> task);
 
   /// Starts the attempt. At most once per executor.
   void execute();
 
   /// A locally made, roughly unique item id: the user id modulo 1000, then the time in seconds
   /// without its three leading digits.
-  static std::int64_t generataItemId();
+  static std::int64_t generataItemId(const Platform& platform);
 
   // What runs is set before execute(); uploadTime is a result.
   const std::shared_ptr<Task> task;
@@ -55,9 +58,15 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
   void resolveItemId(const std::string& url);
   void report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
               std::int64_t itemId);
+
+  const Platform& platform_;
+  Credentials& credentials_;
 };
 
+/// An executor with a networking manager of its own and no completion.
+using ExecutorFactory = std::function<std::shared_ptr<TaskExecutor>(std::shared_ptr<Task>)>;
+
 /// The SHA-1 of the bytes as 40 lower-case hexadecimal characters.
-std::string sha1(const Data& bytes);
+std::string sha1(Sha1& digests, const Data& bytes);
 
 }  // namespace qx

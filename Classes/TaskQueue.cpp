@@ -4,9 +4,6 @@
 #include <limits>
 #include <utility>
 
-#include "Classes/AWSConfigure.h"
-#include "platform/Platform.h"
-
 namespace qx {
 namespace {
 
@@ -43,24 +40,18 @@ void eraseOne(std::multiset<std::string>& names, const std::string& name) {
 
 }  // namespace
 
-const std::shared_ptr<TaskQueue>& TaskQueue::shared() {
-  // Never destroyed: executors may report while the process ends.
-  static const auto& queue = *new std::shared_ptr<TaskQueue>(make(std::nullopt));
+std::shared_ptr<TaskQueue> TaskQueue::make(QXNetworkingReachabilityTool& reachability,
+                                           Limit limit) {
+  const std::shared_ptr<TaskQueue> queue(new TaskQueue(reachability, std::move(limit)));
+  reachability.startListening([weak = std::weak_ptr<TaskQueue>(queue)](bool reachable, bool) {
+    const auto alive = weak.lock();
+    if (reachable && alive) alive->start();
+  });
   return queue;
 }
 
-std::shared_ptr<TaskQueue> TaskQueue::make(std::optional<std::int64_t> maxConcurrentCount) {
-  const std::shared_ptr<TaskQueue> queue(new TaskQueue(maxConcurrentCount));
-  Platform::current().reachability.startListening(
-      [weak = std::weak_ptr<TaskQueue>(queue)](bool reachable, bool) {
-        const auto alive = weak.lock();
-        if (reachable && alive) alive->start();
-      });
-  return queue;
-}
-
-TaskQueue::TaskQueue(std::optional<std::int64_t> maxConcurrentCount)
-    : maxCount_(maxConcurrentCount) {}
+TaskQueue::TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit)
+    : reachability_(reachability), limit_(std::move(limit)) {}
 
 void TaskQueue::add(std::shared_ptr<TaskExecutor> executor) {
   if (total_.fetch_add(1) == std::numeric_limits<std::int64_t>::max()) {
@@ -98,19 +89,14 @@ void TaskQueue::start() {
 }
 
 bool TaskQueue::startNext() {
-  if (!Platform::current().reachability.isReachable()) return false;
+  if (!reachability_.isReachable()) return false;
   std::uint64_t era = 0;
-  const std::shared_ptr<TaskExecutor> executor = takeFront(limit(), era);
+  const std::shared_ptr<TaskExecutor> executor =
+      takeFront(std::max<std::int64_t>(limit_(), 1), era);
   if (!executor) return false;
   wrapCompletion(*executor, era);
   executor->execute();
   return true;
-}
-
-std::int64_t TaskQueue::limit() const {
-  const std::int64_t limit =
-      maxCount_ ? *maxCount_ : AWSConfigure::shared().maxBackgroundConcurrentCount.load();
-  return std::max<std::int64_t>(limit, 1);
 }
 
 std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint64_t& era) {

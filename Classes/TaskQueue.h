@@ -9,24 +9,27 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 
 #include "Classes/TaskExecutor.h"
 #include "platform/Mutex.h"
+#include "platform/Networking.h"
 
 namespace qx {
 
 class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
  public:
+  /// How many executors may run; below 1 counts as 1. Asked at each start, under no lock.
+  using Limit = std::function<std::int64_t()>;
+
   /// The queue of the process; it follows AWSConfigure's maxBackgroundConcurrentCount.
   static const std::shared_ptr<TaskQueue>& shared();
 
-  /// A queue with a fixed limit, or with none of its own. Listens to reachability as long as it
-  /// lives.
-  static std::shared_ptr<TaskQueue> make(std::optional<std::int64_t> maxConcurrentCount);
+  /// A queue that listens to `reachability` as long as it lives.
+  static std::shared_ptr<TaskQueue> make(QXNetworkingReachabilityTool& reachability, Limit limit);
 
   /// A task with this file name is about to be added.
   void announce(const std::string& filename);
@@ -68,8 +71,7 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   };
 
  private:
-  explicit TaskQueue(std::optional<std::int64_t> maxConcurrentCount);
-  std::int64_t limit() const;
+  TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit);
   /// Starts the oldest executor when the network and the limit allow it.
   bool startNext();
   /// The oldest executor, with a slot taken for it; null when none waits or no slot is free. `era`
@@ -81,7 +83,8 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   void noteEnd(const std::string& filename, std::uint64_t era);
   bool isUnderWay(const std::string& filename) const QX_REQUIRES(lock_);
 
-  const std::optional<std::int64_t> maxCount_;
+  QXNetworkingReachabilityTool& reachability_;
+  const Limit limit_;
   /// Raised and reset under the lock, together with the pool; lowered without it.
   std::atomic<std::int64_t> concurrentCount_ = 0;
   mutable Mutex lock_;

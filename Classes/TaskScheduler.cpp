@@ -7,12 +7,6 @@
 #include <set>
 #include <utility>
 
-#include "Classes/AWSConfigure.h"
-#include "Classes/AWSTracking.h"
-#include "Classes/AWSUploader.h"
-#include "Classes/TaskQueue.h"
-#include "Classes/UserTaskStorage.h"
-
 namespace qx {
 namespace {
 
@@ -23,28 +17,27 @@ constexpr std::size_t kMaxRetriedTasks = 200;
 
 }  // namespace
 
-std::shared_ptr<TaskScheduler> TaskScheduler::make(const std::string& userId) {
-  return std::shared_ptr<TaskScheduler>(new TaskScheduler(userId));
+std::shared_ptr<TaskScheduler> TaskScheduler::make(SchedulerParts parts, const std::string& userId,
+                                                   StoredTasks storedTasks) {
+  return std::shared_ptr<TaskScheduler>(new TaskScheduler(std::move(parts), userId, storedTasks));
 }
 
-TaskScheduler::TaskScheduler(const std::string& userId)
-    : resumes_(AWSConfigure::shared().resumeStoredTasks), taskQueue_(TaskQueue::shared()) {
+TaskScheduler::TaskScheduler(SchedulerParts parts, const std::string& userId,
+                             StoredTasks storedTasks)
+    : parts_(std::move(parts)), resumes_(storedTasks == StoredTasks::resume) {
   // Without the switch the storage hears nothing of what outlives its scheduler, so a tick of the
   // new one queues it again.
-  if (!resumes_) taskQueue_->forgetRunning();
-  taskQueue_->reset();
-  taskStorage_ =
-      resumes_ ? UserTaskStorage::resumed(userId) : std::make_shared<UserTaskStorage>(userId);
+  if (!resumes_) parts_.queue->forgetRunning();
+  parts_.queue->reset();
+  taskStorage_ = parts_.storages.open(userId, storedTasks);
 }
-
-TaskScheduler::~TaskScheduler() = default;
 
 void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
   executor->complete = reporting();
   // Before it is in the log, where a tick could find it and queue it as well.
-  taskQueue_->announce(executor->task->filename());
-  taskQueue_->add(syncLocl(executor));
-  taskQueue_->start();
+  parts_.queue->announce(executor->task->filename());
+  parts_.queue->add(syncLocl(executor));
+  parts_.queue->start();
 }
 
 std::shared_ptr<TaskExecutor> TaskScheduler::syncLocl(
@@ -61,9 +54,9 @@ std::shared_ptr<TaskExecutor> TaskScheduler::syncLocl(
   }
   const std::optional<AWSLogEntry> entry = taskStorage_->entry(executor->task->filename());
   const std::shared_ptr<FileTask> rebuilt =
-      UserTaskStorage::task(executor->task->filename(), entry ? &*entry : nullptr);
+      taskStorage_->task(executor->task->filename(), entry ? &*entry : nullptr);
   if (!rebuilt) return executor;
-  const std::shared_ptr<TaskExecutor> replacement = AWSUploader::makeExecutor(rebuilt);
+  const std::shared_ptr<TaskExecutor> replacement = parts_.makeExecutor(rebuilt);
   replacement->complete = storageComplete(executor->complete);
   return replacement;
 }
@@ -73,13 +66,13 @@ void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
 }
 
 TaskExecutor::Complete TaskScheduler::reporting() {
-  if (!resumes_) return &TaskScheduler::reportResult;
-  return [weak = weak_from_this()](const std::shared_ptr<TaskExecutor>& executor,
-                                   const std::optional<std::string>& url,
-                                   const AWSCallbackStatus& status, std::int64_t itemId) {
+  if (!resumes_) return reporter();
+  return [weak = weak_from_this(), report = reporter()](
+             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
+             const AWSCallbackStatus& status, std::int64_t itemId) {
     // A copy: the callback may replace the executor's completion, and this closure with it.
     const std::weak_ptr<TaskScheduler> keptWeak = weak;
-    reportResult(executor, url, status, itemId);
+    report(executor, url, status, itemId);
     if (const std::shared_ptr<TaskScheduler> alive = keptWeak.lock()) alive->queueFollowing();
   };
 }
@@ -131,8 +124,8 @@ void TaskScheduler::recordOutcome(UserTaskStorage& storage, Task& task,
 void TaskScheduler::retryLocalTask() {
   std::vector<std::shared_ptr<TaskExecutor>> next;
   {
-    const TaskQueue::Watch watch(*taskQueue_);
-    if (!taskQueue_->idle()) return;
+    const TaskQueue::Watch watch(*parts_.queue);
+    if (!parts_.queue->idle()) return;
     taskStorage_->readLogAgain();
     std::deque<std::shared_ptr<TaskExecutor>> list = retryList();
     next = takeNext(list);
@@ -148,7 +141,7 @@ void TaskScheduler::retryLocalTask() {
 std::deque<std::shared_ptr<TaskExecutor>> TaskScheduler::retryList() {
   std::deque<std::shared_ptr<TaskExecutor>> list;
   std::ranges::move(localTaskExecutor(), std::back_inserter(list));
-  const std::set<std::string> underWay = taskQueue_->filenames();
+  const std::set<std::string> underWay = parts_.queue->filenames();
   std::erase_if(list, [&](const std::shared_ptr<TaskExecutor>& executor) {
     return underWay.contains(executor->task->filename()) || isGone(*executor);
   });
@@ -165,7 +158,7 @@ std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::takeNext(
   while (!list.empty() && next.size() < kMaxRetriedTasks) {
     // Another tick may have been faster.
     if (!isGone(*list.front()) &&
-        taskQueue_->announceUnlessUnderWay(list.front()->task->filename())) {
+        parts_.queue->announceUnlessUnderWay(list.front()->task->filename())) {
       next.push_back(std::move(list.front()));
     }
     list.pop_front();
@@ -176,13 +169,13 @@ std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::takeNext(
 void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors) {
   for (const std::shared_ptr<TaskExecutor>& executor : executors) {
     executor->complete = reporting();
-    taskQueue_->add(syncLocl(executor));
-    taskQueue_->start();
+    parts_.queue->add(syncLocl(executor));
+    parts_.queue->start();
   }
 }
 
 void TaskScheduler::queueFollowing() {
-  if (!resumes_ || !taskQueue_->idle()) return;
+  if (!resumes_ || !parts_.queue->idle()) return;
   std::vector<std::shared_ptr<TaskExecutor>> next;
   {
     MutexLock lock(followingLock_);
@@ -194,26 +187,22 @@ void TaskScheduler::queueFollowing() {
 std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::localTaskExecutor() {
   std::vector<std::shared_ptr<TaskExecutor>> executors;
   for (const std::shared_ptr<FileTask>& task : taskStorage_->localTasks()) {
-    executors.push_back(AWSUploader::makeExecutor(task));
+    executors.push_back(parts_.makeExecutor(task));
   }
   return executors;
 }
 
-void TaskScheduler::reportResult(const std::shared_ptr<TaskExecutor>& executor,
-                                 const std::optional<std::string>& url,
-                                 const AWSCallbackStatus& status, std::int64_t /*itemId*/) {
-  const Task& task = *executor->task;
-  AWSTracking::tracking(status, task, AWSTracking::ENVType::backgroundUpload, executor->uploadTime,
-                        &task.extra());
-  std::optional<Error> error;
-  if (!status.succeeded()) error = uploaderError(status.code(), status.message());
-  AWSConfigure& configure = AWSConfigure::shared();
-  if (const auto callback = configure.backgroundUploadCallback.load()) {
-    callback(task.scope(), url, task.extra(), error);
-  }
-  if (const auto callback = configure.backgroundUploadItemCallback.load()) {
-    callback(task.scope(), url, task.extra(), error);
-  }
+TaskExecutor::Complete TaskScheduler::reporter() const {
+  return [&tracking = parts_.tracking, report = parts_.report](
+             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
+             const AWSCallbackStatus& status, std::int64_t /*itemId*/) {
+    const Task& task = *executor->task;
+    tracking.tracking(status, task, AWSTracking::ENVType::backgroundUpload, executor->uploadTime,
+                      &task.extra());
+    std::optional<Error> error;
+    if (!status.succeeded()) error = uploaderError(status.code(), status.message());
+    report(task.scope(), url, task.extra(), error);
+  };
 }
 
 }  // namespace qx

@@ -21,7 +21,7 @@
 // When the scheduler is gone (another identity was applied), running tasks are still reported, but
 // the storage stays as it is.
 //
-// With AWSConfigure::resumeStoredTasks the storage begins with the tasks of earlier runs, and each
+// With StoredTasks::resume the storage begins with the tasks of earlier runs, and each
 // time the queue runs empty the next 200 of the list that the last retryLocalTask() has read follow
 // at once. Failed ones are not in that list any more: they wait for the next tick. The storage is
 // brought up to date also when the scheduler is gone.
@@ -35,26 +35,44 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "Classes/AWSTracking.h"
 #include "Classes/TaskExecutor.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/UserTaskStorage.h"
 #include "platform/Mutex.h"
 
 namespace qx {
 
-class TaskQueue;
-class UserTaskStorage;
+/// The outcome of one attempt of a background upload: (scope, URL, extra values, error), on the
+/// thread on which the attempt ended.
+using BackgroundUploadCallback =
+    std::function<void(const std::string& scope, const std::optional<std::string>& url,
+                       const AWSParameterMap& extra, const std::optional<Error>& error)>;
+
+/// What all schedulers of a library work with. The references must outlive every attempt.
+struct SchedulerParts {
+  const AWSTracking& tracking;
+  UserTaskStorages& storages;
+  std::shared_ptr<TaskQueue> queue;
+  ExecutorFactory makeExecutor;
+  /// Hears of the end of every attempt.
+  BackgroundUploadCallback report;
+};
 
 class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
  public:
-  /// Resets the shared queue and opens the user's storage.
-  static std::shared_ptr<TaskScheduler> make(const std::string& userId);
-  ~TaskScheduler();
+  /// Resets the queue and opens the user's storage.
+  static std::shared_ptr<TaskScheduler> make(SchedulerParts parts, const std::string& userId,
+                                             StoredTasks storedTasks);
 
   /// Stores the executor's task, queues it and starts the queue. The executor's completion is
-  /// replaced by reportResult.
+  /// replaced by reporter().
   void add(const std::shared_ptr<TaskExecutor>& executor);
   /// Makes sure that the executor's task is stored and its completion bound to the storage. Yields
   /// the executor to queue: a new one over the stored file, or the given one when its task is
@@ -68,17 +86,16 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// tenth deletes it.
   void bindStorageComplete(TaskExecutor& executor);
 
-  /// The queue that runs this scheduler's executors: the shared one.
-  TaskQueue& taskQueue() { return *taskQueue_; }
+  /// The queue that runs this scheduler's executors.
+  TaskQueue& taskQueue() { return *parts_.queue; }
 
-  /// Tracks the outcome of an attempt and calls the two background callbacks.
-  static void reportResult(const std::shared_ptr<TaskExecutor>& executor,
-                           const std::optional<std::string>& url, const AWSCallbackStatus& status,
-                           std::int64_t itemId);
+  /// A completion that tracks the outcome of an attempt and reports it; it does not need the
+  /// scheduler any more.
+  TaskExecutor::Complete reporter() const;
 
  private:
-  explicit TaskScheduler(const std::string& userId);
-  /// reportResult; with the switch, queueFollowing() after it.
+  TaskScheduler(SchedulerParts parts, const std::string& userId, StoredTasks storedTasks);
+  /// reporter(); with the switch, queueFollowing() after it.
   TaskExecutor::Complete reporting();
   TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
   static void recordOutcome(UserTaskStorage& storage, Task& task, const AWSCallbackStatus& status);
@@ -94,8 +111,8 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// Queues the next stored tasks when the queue is idle and the host wants them resumed.
   void queueFollowing();
 
+  const SchedulerParts parts_;
   const bool resumes_;
-  const std::shared_ptr<TaskQueue> taskQueue_;
   /// Constant after construction.
   std::shared_ptr<UserTaskStorage> taskStorage_;
   Mutex followingLock_;

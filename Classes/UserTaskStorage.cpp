@@ -9,10 +9,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Classes/AWSUploader.h"
 #include "Classes/Log.h"
 #include "Classes/LogScanner.h"
-#include "platform/Platform.h"
 
 namespace qx {
 namespace {
@@ -64,29 +62,28 @@ AWSLogMap logOf(const Value& root) {
   return AWSBasicParameterConvert(map);
 }
 
-AWSLogMap decodeLog(const Data& bytes) {
-  const Result<Value> root = Platform::current().propertyLists.decode(bytes);
+AWSLogMap decodeLog(PropertyLists& lists, const Data& bytes) {
+  const Result<Value> root = lists.decode(bytes);
   return root ? logOf(*root) : AWSLogMap();
 }
 
-bool decodesToDictionary(const Data& bytes) {
-  const Result<Value> root = Platform::current().propertyLists.decode(bytes);
+bool decodesToDictionary(PropertyLists& lists, const Data& bytes) {
+  const Result<Value> root = lists.decode(bytes);
   return root && root->asDictionary() != nullptr;
 }
 
 /// The entries that the text of a record stands for: one, or none when it does not read.
-AWSLogMap entriesOf(std::string_view text) {
-  PropertyLists& lists = Platform::current().propertyLists;
+AWSLogMap entriesOf(PropertyLists& lists, std::string_view text) {
   std::string document;
   for (const std::string_view piece :
        {lists.documentStart(), kDictStart, text, kDictEnd, lists.documentEnd()}) {
     document += piece;
   }
-  return decodeLog(Data(std::move(document)));
+  return decodeLog(lists, Data(std::move(document)));
 }
 
-AWSLogEntry entryOf(const std::string& filename, std::string_view text) {
-  AWSLogMap log = entriesOf(text);
+AWSLogEntry entryOf(PropertyLists& lists, const std::string& filename, std::string_view text) {
+  AWSLogMap log = entriesOf(lists, text);
   const auto entry = log.find(filename);
   return entry == log.end() ? AWSLogEntry() : std::move(entry->second);
 }
@@ -110,14 +107,16 @@ bool convertsToInt(const AWSBasicParameter& parameter) {
 
 }  // namespace
 
-UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks)
-    : UserTaskStorage(std::move(userId), storedTasks, Unreported()) {
+UserTaskStorage::UserTaskStorage(const Platform& platform, std::string userId,
+                                 StoredTasks storedTasks)
+    : UserTaskStorage(platform, std::move(userId), storedTasks, Unreported()) {
   report();
 }
 
-UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks,
-                                 Unreported /*unreported*/)
-    : userId_(std::move(userId)),
+UserTaskStorage::UserTaskStorage(const Platform& platform, std::string userId,
+                                 StoredTasks storedTasks, Unreported /*unreported*/)
+    : platform_(platform),
+      userId_(std::move(userId)),
       durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
   createUserRootDir();
   if (storedTasks == StoredTasks::startEmpty) return;
@@ -126,20 +125,20 @@ UserTaskStorage::UserTaskStorage(std::string userId, StoredTasks storedTasks,
   if (resumed == Resumed::changed) writeShared();
 }
 
-std::shared_ptr<UserTaskStorage> UserTaskStorage::resumed(const std::string& userId) {
-  struct Registry {
-    Mutex mutex;
-    std::map<std::string, std::weak_ptr<UserTaskStorage>> storages QX_GUARDED_BY(mutex);
-  };
-  static Registry& registry = *new Registry;
+std::shared_ptr<UserTaskStorage> UserTaskStorages::open(const std::string& userId,
+                                                        StoredTasks storedTasks) {
+  if (storedTasks == StoredTasks::startEmpty) {
+    return std::make_shared<UserTaskStorage>(platform_, userId);
+  }
   std::shared_ptr<UserTaskStorage> storage;
   {
     // Held while the log is read, so that no second storage of the user is made meanwhile.
-    MutexLock lock(registry.mutex);
-    std::weak_ptr<UserTaskStorage>& known = registry.storages[userId];
+    MutexLock lock(mutex_);
+    std::weak_ptr<UserTaskStorage>& known = resumed_[userId];
     storage = known.lock();
     if (!storage) {
-      storage.reset(new UserTaskStorage(userId, StoredTasks::resume, Unreported()));
+      storage.reset(new UserTaskStorage(platform_, userId, StoredTasks::resume,
+                                        UserTaskStorage::Unreported()));
       known = storage;
     }
   }
@@ -159,18 +158,18 @@ bool UserTaskStorage::isUsable(const std::string& filename, const AWSLogEntry& e
 
 UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   if (!userDirPathExist()) return Resumed::no;
-  Files& files = Platform::current().files;
+  Files& files = platform_.files;
   const Result<Data> bytes = files.read(logPath());
   // Any other error may hide a log that is there.
   if (!bytes && bytes.error().code != ENOENT) return Resumed::no;
 
-  AWSLogMap entries = bytes ? decodeLog(*bytes) : AWSLogMap();
+  AWSLogMap entries = bytes ? decodeLog(platform_.propertyLists, *bytes) : AWSLogMap();
   bool intact = true;
   std::size_t lost = 0;
   if (bytes) {
     const ScannedLog scanned = scanLog(bytes->text());
     intact = scanned.xml ? scanned.whole && scanned.entries.size() == entries.size()
-                         : !entries.empty() || decodesToDictionary(*bytes);
+                         : !entries.empty() || decodesToDictionary(platform_.propertyLists, *bytes);
     for (const auto& [filename, entry] : entries) intact = intact && isUsable(filename, entry);
     if (!intact) {
       entries = wholeEntries(scanned, entries);
@@ -230,7 +229,8 @@ void UserTaskStorage::report() {
     messages.swap(unreported_);
   }
   for (std::string& message : messages) {
-    log(kLogError, std::move(message), "QXAwsUploader/UserTaskStorage", "init(userId:)", __LINE__);
+    log(platform_, kLogError, std::move(message), "QXAwsUploader/UserTaskStorage", "init(userId:)",
+        __LINE__);
   }
 }
 
@@ -241,14 +241,15 @@ AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogM
       if (isUsable(filename, entry)) kept.try_emplace(filename, entry);
     }
   };
-  for (const std::string_view text : scanned.entries) keep(entriesOf(text));
+  for (const std::string_view text : scanned.entries)
+    keep(entriesOf(platform_.propertyLists, text));
   // What reads although its text is not as we write it: a binary log, or values of other types.
   keep(decoded);
   return kept;
 }
 
 bool UserTaskStorage::setAside(const Data& damagedLog) {
-  Files& files = Platform::current().files;
+  Files& files = platform_.files;
   int number = 1;
   const std::string aside = logPath() + std::string(kAsideSuffix);
   while (files.kind(aside + std::to_string(number)) != PathKind::absent) ++number;
@@ -260,7 +261,7 @@ bool UserTaskStorage::setAside(const Data& damagedLog) {
 }
 
 void UserTaskStorage::removeUnfinishedWrites(const std::vector<std::string>& names) {
-  Files& files = Platform::current().files;
+  Files& files = platform_.files;
   for (const std::string& name : names) {
     const std::string path = userDirPath() + "/" + name;
     if (name.starts_with(".qx-") && name.ends_with(".tmp") && files.kind(path) == PathKind::file) {
@@ -274,7 +275,7 @@ std::vector<std::string> UserTaskStorage::unloggedFiles(
   std::vector<std::string> unlogged;
   for (const std::string& name : names) {
     if (name.starts_with(".") || name == kLogName || isDamagedLogName(name) || find(name)) continue;
-    if (Platform::current().files.kind(userDirPath() + "/" + name) == PathKind::file) {
+    if (platform_.files.kind(userDirPath() + "/" + name) == PathKind::file) {
       unlogged.push_back(name);
     }
   }
@@ -283,7 +284,7 @@ std::vector<std::string> UserTaskStorage::unloggedFiles(
 
 void UserTaskStorage::moveAside(const std::vector<std::string>& unlogged) {
   if (unlogged.empty()) return;
-  Files& files = Platform::current().files;
+  Files& files = platform_.files;
   const auto pathOf = [&](int n) {
     return userDirPath() + "/" + std::string(kUnloggedFolder) + std::to_string(n);
   };
@@ -308,7 +309,7 @@ std::string UserTaskStorage::relativePath(const std::string& filename) const {
 }
 
 std::string UserTaskStorage::userDirPath() const {
-  return documentPath() + "/" + std::string(kRootDirectory) + userId_;
+  return documentPath(platform_.files) + "/" + std::string(kRootDirectory) + userId_;
 }
 
 std::string UserTaskStorage::logPath() const {
@@ -327,17 +328,17 @@ bool UserTaskStorage::isDataFilePath(const std::string& path) const {
 void UserTaskStorage::createUserRootDir() {
   if (userDirPathExist()) return;
   if (!isPlainPathComponent(userId_)) {
-    Platform::current().console.printLine("the user id cannot name a directory");
+    platform_.console.printLine("the user id cannot name a directory");
     return;
   }
-  if (const auto error = Platform::current().files.createDirectory(userDirPath())) {
-    Platform::current().console.printLine(error->description);
+  if (const auto error = platform_.files.createDirectory(userDirPath())) {
+    platform_.console.printLine(error->description);
   }
 }
 
 bool UserTaskStorage::userDirPathExist() const {
   return isPlainPathComponent(userId_) &&
-         Platform::current().files.kind(userDirPath()) == PathKind::directory;
+         platform_.files.kind(userDirPath()) == PathKind::directory;
 }
 
 std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Task>& task) {
@@ -347,12 +348,12 @@ std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Tas
   if (!data) return nullptr;
   const std::string relative = relativePath(task->filename());
   const std::string_view content = data->text();
-  if (Platform::current().files.write(documentPath() + "/" + relative, {&content, 1},
-                                      WriteMode::plain, durability_)) {
+  if (platform_.files.write(documentPath(platform_.files) + "/" + relative, {&content, 1},
+                            WriteMode::plain, durability_)) {
     return nullptr;
   }
-  return std::make_shared<FileTask>(task->filename(), task->scope(), relative, /*uploadCount=*/0,
-                                    task->extra());
+  return std::make_shared<FileTask>(platform_.files, task->filename(), task->scope(), relative,
+                                    /*uploadCount=*/0, task->extra());
 }
 
 bool UserTaskStorage::storageLog(const FileTask& task) {
@@ -370,8 +371,8 @@ bool UserTaskStorage::storageLog(const FileTask& task) {
   return !record->text.empty() && syncLog();
 }
 
-std::string UserTaskStorage::textOf(const std::string& filename, const AWSLogEntry& entry) {
-  PropertyLists& lists = Platform::current().propertyLists;
+std::string UserTaskStorage::textOf(const std::string& filename, const AWSLogEntry& entry) const {
+  PropertyLists& lists = platform_.propertyLists;
   const std::optional<std::string> name = lists.key(filename);
   const std::optional<std::string> dictionary = lists.element(valueOf(entry));
   std::string text;
@@ -383,12 +384,13 @@ std::string UserTaskStorage::textOf(const std::string& filename, const AWSLogEnt
 }
 
 std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
-    const std::string& filename, const AWSLogEntry& entry) {
+    const std::string& filename, const AWSLogEntry& entry) const {
   auto record = std::make_shared<Record>();
   record->filename = filename;
   std::string text = textOf(filename, entry);
   // One text that does not read would make the whole log unreadable.
-  const AWSLogEntry readBack = text.empty() ? AWSLogEntry() : entryOf(filename, text);
+  const AWSLogEntry readBack =
+      text.empty() ? AWSLogEntry() : entryOf(platform_.propertyLists, filename, text);
   AWSLogEntry unread = entry;
   if (!readBack.empty()) {
     for (const auto& [section, values] : readBack) {
@@ -467,9 +469,8 @@ bool UserTaskStorage::writeLog() {
   if (!isPlainPathComponent(userId_)) return false;
   if (!resumed_) resumed_ = resumeLog(/*opening=*/false) != Resumed::no;
   if (!resumed_) return false;
-  const Platform& platform = Platform::current();
   const std::shared_ptr<const Records> records = logsMap_.load();
-  std::vector<std::string_view> pieces = {platform.propertyLists.documentStart(), kDictStart};
+  std::vector<std::string_view> pieces = {platform_.propertyLists.documentStart(), kDictStart};
   for (const auto& shard : *records) {
     if (!shard) continue;
     for (const auto& record : *shard) {
@@ -477,14 +478,14 @@ bool UserTaskStorage::writeLog() {
     }
   }
   pieces.push_back(kDictEnd);
-  pieces.push_back(platform.propertyLists.documentEnd());
-  return !platform.files.write(logPath(), pieces, WriteMode::atomic, durability_);
+  pieces.push_back(platform_.propertyLists.documentEnd());
+  return !platform_.files.write(logPath(), pieces, WriteMode::atomic, durability_);
 }
 
 AWSLogMap UserTaskStorage::localLogs() const {
   if (!isPlainPathComponent(userId_)) return {};
-  const Result<Data> bytes = Platform::current().files.read(logPath());
-  return bytes ? decodeLog(*bytes) : AWSLogMap();
+  const Result<Data> bytes = platform_.files.read(logPath());
+  return bytes ? decodeLog(platform_.propertyLists, *bytes) : AWSLogMap();
 }
 
 std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
@@ -500,7 +501,7 @@ std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
 }
 
 std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,
-                                                const AWSLogEntry* info) {
+                                                const AWSLogEntry* info) const {
   if (info == nullptr || info->empty()) return nullptr;
   const auto base = info->find("base");
   if (base == info->end()) return nullptr;
@@ -510,15 +511,17 @@ std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,
   const auto count = base->second.find("upload_count");
   const bool counted = count != base->second.end() && convertsToInt(count->second);
   const auto extra = info->find("extra");
-  return std::make_shared<FileTask>(filename, scope->second.toString(), path->second.toString(),
-                                    counted ? count->second.toInt() : 0,
+  return std::make_shared<FileTask>(platform_.files, filename, scope->second.toString(),
+                                    path->second.toString(), counted ? count->second.toInt() : 0,
                                     extra == info->end() ? AWSParameterMap() : extra->second);
 }
 
 std::optional<AWSLogEntry> UserTaskStorage::entry(const std::string& filename) const {
   const std::shared_ptr<const Record> record = find(filename);
   if (!record) return std::nullopt;
-  AWSLogEntry entry = record->text.empty() ? AWSLogEntry() : entryOf(filename, record->text);
+  AWSLogEntry entry = record->text.empty()
+                          ? AWSLogEntry()
+                          : entryOf(platform_.propertyLists, filename, record->text);
   if (!record->unread) return entry;
   for (const auto& [section, values] : *record->unread) {
     for (const auto& [key, value] : values) entry[section].insert_or_assign(key, value);
@@ -548,8 +551,8 @@ bool UserTaskStorage::remove(const std::string& filename) {
 
 bool UserTaskStorage::deleteFile(const std::string& path) {
   if (!isDataFilePath(path)) return false;
-  Files& files = Platform::current().files;
-  const std::string absolute = documentPath() + "/" + path;
+  Files& files = platform_.files;
+  const std::string absolute = documentPath(platform_.files) + "/" + path;
   return files.kind(absolute) == PathKind::absent || !files.remove(absolute);
 }
 

@@ -23,6 +23,7 @@
 #include "Classes/Task.h"
 #include "platform/Files.h"
 #include "platform/Mutex.h"
+#include "platform/Platform.h"
 
 namespace qx {
 
@@ -44,10 +45,9 @@ class UserTaskStorage {
   /// a folder "unlogged-<n>" with one log record. While a log is there that cannot be read, or not
   /// be set aside, each write and readLogAgain() try again; a write fails until then: what stands
   /// in the log is never written over.
-  explicit UserTaskStorage(std::string userId, StoredTasks storedTasks = StoredTasks::startEmpty);
-  /// The resuming storage of a user: the one that is still in use, if any, so that two of them
-  /// never undo each other's entries.
-  static std::shared_ptr<UserTaskStorage> resumed(const std::string& userId);
+  /// `platform` must outlive the storage.
+  UserTaskStorage(const Platform& platform, std::string userId,
+                  StoredTasks storedTasks = StoredTasks::startEmpty);
   UserTaskStorage(const UserTaskStorage&) = delete;
   UserTaskStorage& operator=(const UserTaskStorage&) = delete;
 
@@ -73,7 +73,7 @@ class UserTaskStorage {
   /// the user's directory are not usable; a resuming storage leaves out damaged ones as well.
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
-  static std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info);
+  std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info) const;
   /// It was opened with StoredTasks::resume.
   bool resumes() const { return durability_ == Durability::synced; }
   /// The in-memory log knows the file name.
@@ -89,6 +89,8 @@ class UserTaskStorage {
   bool deleteFile(const std::string& path);
 
  private:
+  friend class UserTaskStorages;
+
   /// One entry; never changed once it is published. Small, for many may wait.
   struct Record {
     std::string filename;
@@ -105,9 +107,9 @@ class UserTaskStorage {
   using Records = std::array<std::shared_ptr<const Shard>, 256>;
 
   /// Empty when no property list can hold them.
-  static std::string textOf(const std::string& filename, const AWSLogEntry& entry);
-  static std::shared_ptr<const Record> makeRecord(const std::string& filename,
-                                                  const AWSLogEntry& entry);
+  std::string textOf(const std::string& filename, const AWSLogEntry& entry) const;
+  std::shared_ptr<const Record> makeRecord(const std::string& filename,
+                                           const AWSLogEntry& entry) const;
   std::shared_ptr<const Record> find(const std::string& filename) const;
   /// Puts a record in place of the earlier one; null removes that.
   void change(const std::string& filename, std::shared_ptr<const Record> record)
@@ -119,7 +121,8 @@ class UserTaskStorage {
 
   struct Unreported {};
   /// Does not log what it finds: report() does.
-  UserTaskStorage(std::string userId, StoredTasks storedTasks, Unreported unreported);
+  UserTaskStorage(const Platform& platform, std::string userId, StoredTasks storedTasks,
+                  Unreported unreported);
   /// Keeps the message of a log record for report().
   void note(std::string message);
   /// Writes the log records whose messages were noted. Under no lock: a logger may do anything,
@@ -157,6 +160,7 @@ class UserTaskStorage {
   /// `path`, relative to the documents directory, is a data file of this user.
   bool isDataFilePath(const std::string& path) const;
 
+  const Platform& platform_;
   const std::string userId_;
   const Durability durability_;
   Guarded<std::shared_ptr<const Records>> logsMap_{std::make_shared<const Records>()};
@@ -175,6 +179,24 @@ class UserTaskStorage {
   /// The log file may be replaced. Written by the constructor, then by the one whose turn it is to
   /// write.
   std::atomic<bool> resumed_ = true;
+};
+
+/// Opens the storages of a library's users.
+///
+/// Threads: open may be called from any thread.
+class UserTaskStorages {
+ public:
+  /// `platform` must outlive the storages.
+  explicit UserTaskStorages(const Platform& platform) : platform_(platform) {}
+
+  /// A new storage that starts empty; or the resuming storage of the user: the one that is still in
+  /// use, if any, so that two of them never undo each other's entries.
+  std::shared_ptr<UserTaskStorage> open(const std::string& userId, StoredTasks storedTasks);
+
+ private:
+  const Platform& platform_;
+  Mutex mutex_;
+  std::map<std::string, std::weak_ptr<UserTaskStorage>> resumed_ QX_GUARDED_BY(mutex_);
 };
 
 }  // namespace qx

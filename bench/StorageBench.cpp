@@ -16,11 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "Classes/AWSConfigure.h"
-#include "Classes/AWSUploader.h"
-#include "Classes/TaskQueue.h"
-#include "Classes/TaskScheduler.h"
-#include "Classes/UserTaskStorage.h"
+#include "Classes/Library.h"
 #include "fakes/PlatformWith.h"
 #include "platform/linux/LinuxPlatform.h"
 
@@ -73,13 +69,17 @@ std::string nameOf(std::int64_t i) {
 }
 
 std::shared_ptr<qx::FileTask> fileTask(const std::string& user, std::int64_t i) {
-  return std::make_shared<qx::FileTask>(nameOf(i), "images", "aws-0011/" + user + "/" + nameOf(i),
-                                        0, extraValues());
+  return std::make_shared<qx::FileTask>(*files, nameOf(i), "images",
+                                        "aws-0011/" + user + "/" + nameOf(i), 0, extraValues());
+}
+
+qx::Library& library() {
+  return qx::Library::shared();
 }
 
 /// A storage with that many entries, made with writes swallowed.
 std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_t entries) {
-  auto storage = std::make_unique<qx::UserTaskStorage>(user);
+  auto storage = std::make_unique<qx::UserTaskStorage>(library().platform, user);
   files->swallow = true;
   for (std::int64_t i = 0; i < entries; ++i) storage->storageLog(*fileTask(user, i));
   files->swallow = false;
@@ -88,7 +88,7 @@ std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_
 
 /// The log of a run that stored so many.
 void writeLog(const std::string& user, std::int64_t entries) {
-  qx::PropertyLists& lists = qx::Platform::current().propertyLists;
+  qx::PropertyLists& lists = library().platform.propertyLists;
   qx::Dictionary extra;
   for (const auto& [key, value] : extraValues()) {
     extra.emplace(key, value.asInt() ? qx::Value(*value.asInt()) : qx::Value(value.toString()));
@@ -103,7 +103,7 @@ void writeLog(const std::string& user, std::int64_t entries) {
                        {"extra", extra}});
   }
   text += "</dict>\n" + std::string(lists.documentEnd());
-  const std::string directory = qx::documentPath() + "/aws-0011/" + user;
+  const std::string directory = qx::documentPath(*files) + "/aws-0011/" + user;
   const std::string_view piece = text;
   if (files->createDirectory(directory) ||
       files->write(directory + "/logs.plist", {&piece, 1}, qx::WriteMode::plain,
@@ -119,7 +119,7 @@ void storageLog(benchmark::State& state) {
     if (!storage->storageLog(*task)) state.SkipWithError("storageLog failed");
   }
   state.counters["log_bytes"] = static_cast<double>(
-      std::filesystem::file_size(qx::documentPath() + "/aws-0011/log/logs.plist"));
+      std::filesystem::file_size(qx::documentPath(*files) + "/aws-0011/log/logs.plist"));
 }
 BENCHMARK(storageLog)
     ->Arg(100)
@@ -156,7 +156,8 @@ void storeThousand(benchmark::State& state) {
   int round = 0;
   files->logWrites = 0;
   for (auto _ : state) {
-    qx::UserTaskStorage storage("many" + std::to_string(threads) + "-" +
+    qx::UserTaskStorage storage(library().platform,
+                                "many" + std::to_string(threads) + "-" +
                                     std::to_string(state.range(1)) + "-" + std::to_string(round++),
                                 mode);
     std::vector<std::thread> running;
@@ -186,22 +187,22 @@ BENCHMARK(storeThousand)
 void memoryPerWaitingTask(benchmark::State& state) {
   const std::int64_t count = state.range(0);
   const bool resumed = state.range(1) != 0;
-  qx::AWSConfigure::shared().resumeStoredTasks = resumed;
+  library().configure.resumeStoredTasks = resumed;
   const std::string user = resumed ? "resumed" : "new";
   if (resumed) writeLog(user, count);
   for (auto _ : state) {
     files->swallow = true;
     const std::size_t before = mallinfo2().uordblks;
-    const auto scheduler = qx::TaskScheduler::make(user);
+    const auto scheduler = library().makeScheduler(user);
     for (std::int64_t i = 0; !resumed && i < count; ++i) {
-      const auto executor = qx::AWSUploader::makeExecutor(std::make_shared<qx::DataTask>(
+      const auto executor = library().uploader.makeExecutor(std::make_shared<qx::DataTask>(
           nameOf(i), "images", qx::Data(std::string(1 << 20, 'x')), extraValues()));
-      executor->complete = &qx::TaskScheduler::reportResult;
+      executor->complete = scheduler->reporter();
       scheduler->taskQueue().add(scheduler->syncLocl(executor));
     }
     if (resumed) {
       for (const auto& executor : scheduler->localTaskExecutor()) {
-        executor->complete = &qx::TaskScheduler::reportResult;
+        executor->complete = scheduler->reporter();
         scheduler->taskQueue().add(scheduler->syncLocl(executor));
       }
     }
@@ -212,7 +213,7 @@ void memoryPerWaitingTask(benchmark::State& state) {
         static_cast<double>(after - before) / static_cast<double>(count);
     scheduler->taskQueue().reset();
   }
-  qx::AWSConfigure::shared().resumeStoredTasks = false;
+  library().configure.resumeStoredTasks = false;
 }
 BENCHMARK(memoryPerWaitingTask)
     ->ArgNames({"tasks", "resumed"})

@@ -57,6 +57,9 @@ class Files {
   virtual std::optional<Error> remove(const std::string& path) = 0;
 };
 
+/// The first of the user's documents directories; empty when there is none.
+std::string documentPath(Files& files);
+
 /// True when `name` can be one component of a path below a directory: not empty, not "." or "..",
 /// no separator, no NUL. What fails this never reaches the file system.
 bool isPlainPathComponent(std::string_view name);

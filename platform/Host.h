@@ -46,9 +46,6 @@ class QXMediator {
   virtual Value perform(std::string_view selector, const std::vector<Value>& arguments) = 0;
 };
 
-/// The mediator of the installed platform.
-QXMediator& QX();
-
 /// The argument of "Tracking_GetLongIdWithCompletion:": called once, on any thread, also before
 /// perform returns, with the host's number or nothing. Passed as Value::callback.
 using LongIdCompletion = void(std::optional<std::int64_t>);

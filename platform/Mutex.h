@@ -87,6 +87,15 @@ class Guarded {
     MutexLock lock(mutex_);
     std::swap(value_, value);
   }
+  /// Replaces the value by what `change` makes of it, in one step. `change` runs under the lock, so
+  /// it calls nobody.
+  template <typename Change>
+  void update(const Change& change) QX_EXCLUDES(mutex_) {
+    T value{};  // Takes what is replaced, and is destroyed after the lock is released.
+    MutexLock lock(mutex_);
+    value = change(std::as_const(value_));
+    std::swap(value_, value);
+  }
 
  private:
   mutable Mutex mutex_;

@@ -25,8 +25,4 @@ const Platform& Platform::current() {
   return *platform;
 }
 
-QXMediator& QX() {
-  return Platform::current().mediator;
-}
-
 }  // namespace qx

@@ -45,10 +45,7 @@ plistlib.dump({"a.jpg": entry("a.jpg", 3, {"text": "<h\u00e9>", "whole": 2.0, "h
 
 class UserTaskStorageOnDiskTest : public testing::Test {
  protected:
-  UserTaskStorageOnDiskTest() {
-    Platform::install(platformWith(fakes_.seams(), files_, propertyLists_));
-    std::filesystem::create_directories(user_);
-  }
+  UserTaskStorageOnDiskTest() { std::filesystem::create_directories(user_); }
 
   static std::string contents(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -78,11 +75,12 @@ class UserTaskStorageOnDiskTest : public testing::Test {
   LinuxFiles files_{{directory_.path()}};
   LinuxPropertyLists propertyLists_;
   FakePlatform fakes_;
+  const Platform platform_ = platformWith(fakes_.seams(), files_, propertyLists_);
 };
 
 TEST_F(UserTaskStorageOnDiskTest, PythonReadsTheLogThatTheStorageWrites) {
   for (const StoredTasks mode : {StoredTasks::startEmpty, StoredTasks::resume}) {
-    UserTaskStorage storage("u1", mode);
+    UserTaskStorage storage(platform_, "u1", mode);
     store(storage, "a&b.jpg",
           {{"text", "<h\xC3\xA9>\n\xF0\x9F\x93\xB7"},
            {"least", std::numeric_limits<std::int64_t>::min()},
@@ -113,7 +111,7 @@ open(sys.argv[2], "w").write("ok")
 TEST_F(UserTaskStorageOnDiskTest, LogsThatPythonWritesAreReadInBothForms) {
   for (const char* form : {"xml", "binary"}) {
     put("logs.plist", pythonLog(form));
-    UserTaskStorage storage("u1");
+    UserTaskStorage storage(platform_, "u1");
     const AWSLogMap log = storage.localLogs();
     ASSERT_THAT(log, SizeIs(2)) << form;
     EXPECT_EQ(log.at("a.jpg").at("extra"),
@@ -122,7 +120,7 @@ TEST_F(UserTaskStorageOnDiskTest, LogsThatPythonWritesAreReadInBothForms) {
                                {"half", 2.5},
                                {"big", std::numeric_limits<std::uint64_t>::max()}}))
         << form;
-    const auto task = UserTaskStorage::task("a.jpg", &log.at("a.jpg"));
+    const auto task = storage.task("a.jpg", &log.at("a.jpg"));
     ASSERT_TRUE(task);
     EXPECT_EQ(task->uploadCount(), 3);
     EXPECT_EQ(task->scope(), "avatar");
@@ -137,12 +135,12 @@ TEST_F(UserTaskStorageOnDiskTest, LogsThatPythonWritesAreResumedInBothForms) {
     put("a.jpg", "bytes");
     put("b.png", "bytes");
     {
-      UserTaskStorage storage("u1", StoredTasks::resume);
+      UserTaskStorage storage(platform_, "u1", StoredTasks::resume);
       EXPECT_TRUE(storage.contains("a.jpg")) << form;
       EXPECT_TRUE(storage.remove("b.png")) << form;
       EXPECT_EQ(storage.entry("a.jpg")->at("base").at("upload_count").toInt(), 3);
     }
-    EXPECT_THAT(UserTaskStorage("u1").localTasks(), SizeIs(1)) << form;
+    EXPECT_THAT(UserTaskStorage(platform_, "u1").localTasks(), SizeIs(1)) << form;
     EXPECT_THAT(names(), UnorderedElementsAre("a.jpg", "logs.plist")) << form;
     EXPECT_THAT(fakes_.logger.records(), IsEmpty()) << "nothing was damaged";
   }
@@ -160,7 +158,7 @@ plistlib.dump(log, open(sys.argv[2], "wb"), fmt=form)
 )",
                                 form));
     put("a.jpg", "bytes");
-    UserTaskStorage storage("u1", StoredTasks::resume);
+    UserTaskStorage storage(platform_, "u1", StoredTasks::resume);
     const auto entry = storage.entry("a.jpg");
     ASSERT_TRUE(entry) << form;
     EXPECT_EQ(entry->at("base").at("upload_count").toInt(), 3) << form;
@@ -185,8 +183,8 @@ class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
     put("a.jpg", "bytes");
     put("b.png", "bytes");
     const std::size_t recordsBefore = fakes_.logger.messages().size();
-    EXPECT_LE(UserTaskStorage("u1").localTasks().size(), 2U);
-    UserTaskStorage storage("u1", StoredTasks::resume);
+    EXPECT_LE(UserTaskStorage(platform_, "u1").localTasks().size(), 2U);
+    UserTaskStorage storage(platform_, "u1", StoredTasks::resume);
     look(storage);
     // What is on the disk now reads as what is in memory.
     std::size_t kept = 0;
@@ -248,7 +246,7 @@ TEST_F(UserTaskStorageOnDiskTest, NothingOutsideTheUsersDirectoryIsTouched) {
 <key>file_path</key><string>aws-0011/u2/theirs.jpg</string>
 <key>module_key</key><string>avatar</string></dict></dict></dict></plist>)");
   for (const char* user : {"u1", "../u2", "u1/../../aws-0011/u2", "..", ".", ""}) {
-    UserTaskStorage storage(user, StoredTasks::resume);
+    UserTaskStorage storage(platform_, user, StoredTasks::resume);
     EXPECT_THAT(storage.localTasks(), IsEmpty()) << user;
     for (const char* name : {"../u2/theirs.jpg", "b.jpg", "theirs.jpg"}) {
       EXPECT_FALSE(storage.remove(name)) << user << " " << name;

@@ -1,14 +1,16 @@
 // All fakes together, as the platform of a unit test.
 //
-//     qx::FakePlatform platform;   // Installed once per process: a test runs in its own.
-//     platform.install();
+//     qx::FakePlatform& platform = qx::FakePlatform::kept();
 //     platform.mediator.signIn("u1", "token", "https://backend.test");
+//     platform.install();   // Once per process; then the library's actions run on it.
 //     ... platform.dispatch.runUntilIdle(); platform.clock.advance(60);
 //
-// Threads: as each fake says. Ownership: the library's shared instances hold on to an installed
-// platform until the process ends, so the test makes it static or never destroys it;
-// FakePlatform::installed() does that.
+// Threads: as each fake says; kept() and installed() belong to the test's thread. Ownership: a
+// library and its uploads refer to the platform; Library::shared() until the process ends.
 #pragma once
+
+#include <memory>
+#include <vector>
 
 #include "fakes/FakeClock.h"
 #include "fakes/FakeDispatch.h"
@@ -30,12 +32,18 @@ class FakePlatform {
   FakePlatform(const FakePlatform&) = delete;
   FakePlatform& operator=(const FakePlatform&) = delete;
 
-  /// A platform of fakes that is installed and lives until the process ends; call it once.
+  /// A platform of fakes that lives until the process ends: uploads that a test leaves under way
+  /// may still refer to it.
+  static FakePlatform& kept() {
+    static auto& platforms = *new std::vector<std::unique_ptr<FakePlatform>>;
+    platforms.push_back(std::make_unique<FakePlatform>());
+    return *platforms.back();
+  }
+  /// A kept platform that is installed; call it once per process.
   static FakePlatform& installed() {
-    // Never destroyed: shared instances outlive every static of the test.
-    auto* platform = new FakePlatform;
-    platform->install();
-    return *platform;
+    FakePlatform& platform = kept();
+    platform.install();
+    return platform;
   }
 
   void install() { Platform::install(seams()); }

@@ -54,17 +54,20 @@ class FreshFiles : public Files {
   std::unique_ptr<MemoryFiles> files_;
 };
 
-FreshFiles& installedFiles() {
-  static FreshFiles& files = *[] {
-    auto* made = new FreshFiles;
-    auto* lists = new LinuxPropertyLists;
-    auto* platform = new FakePlatform;
-    // No log records: they would pile up over millions of inputs.
-    platform->mediator.setProduction(true);
-    Platform::install(platformWith(platform->seams(), *made, *lists));
-    return made;
-  }();
-  return files;
+/// What every input is read with.
+struct World {
+  // No log records: they would pile up over millions of inputs.
+  World() { fakes.mediator.setProduction(true); }
+
+  FakePlatform fakes;
+  FreshFiles files;
+  LinuxPropertyLists lists;
+  const Platform platform = platformWith(fakes.seams(), files, lists);
+};
+
+World& world() {
+  static World& only = *new World;
+  return only;
 }
 
 void checkTasks(const UserTaskStorage& storage) {
@@ -90,14 +93,14 @@ bool isKept(MemoryFiles& files, const std::string& content) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  MemoryFiles& files = installedFiles().renew();
+  MemoryFiles& files = world().files.renew();
   files.put(kLog, std::string(reinterpret_cast<const char*>(bytes), size));
   files.put("/documents/" + kRoot + "a.jpg", "bytes of a");
   files.put("/documents/" + kRoot + "b.jpg", "bytes of b");
   files.put(kOutside, "another user's");
-  checkTasks(UserTaskStorage("u1"));
+  checkTasks(UserTaskStorage(world().platform, "u1"));
 
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(world().platform, "u1", StoredTasks::resume);
   checkTasks(storage);
   if (!storage.syncLog()) std::abort();
   if (!scanLog(files.text(kLog).value()).whole) std::abort();

@@ -15,6 +15,8 @@
 #include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/PlatformWith.h"
+#include "unit/KeptLibrary.h"
 #include "unit/ThreadDispatch.h"
 
 namespace qx {
@@ -65,7 +67,7 @@ class AWSConfigureTest : public testing::Test {
     backendGives({{"avatar", record(kLater)}, {"item", record(kLater, "b2")}});
   }
 
-  static AWSConfigure& configure() { return AWSConfigure::shared(); }
+  AWSConfigure& configure() { return library.configure; }
 
   void backendGives(Dictionary records) {
     platform_.messageClients.answer(kApi, Dictionary{{"upload_token_map", std::move(records)}});
@@ -103,7 +105,8 @@ class AWSConfigureTest : public testing::Test {
     return scopes;
   }
 
-  FakePlatform& platform_ = FakePlatform::installed();
+  FakePlatform& platform_ = FakePlatform::kept();
+  Library& library = keptLibrary(platform_.seams());
   std::vector<Answer> answers_;
 };
 
@@ -114,18 +117,18 @@ TEST_F(AWSConfigureTest, NothingIsConfiguredAtFirst) {
   EXPECT_FALSE(configure().configured);
   EXPECT_FALSE(configure().needServerResize);
   EXPECT_EQ(configure().scheduler.load(), nullptr);
-  EXPECT_EQ(configure().networkingManager.load(), nullptr);
-  EXPECT_EQ(configure().configParameters.load(), std::nullopt);
-  EXPECT_EQ(configure().configUUID.load(), std::nullopt);
+  EXPECT_EQ(configure().session.load()->networkingManager, nullptr);
+  EXPECT_EQ(configure().session.load()->configParameters, std::nullopt);
+  EXPECT_EQ(configure().session.load()->configUUID, std::nullopt);
   EXPECT_FALSE(configure().backgroundUploadCallback.load());
   EXPECT_FALSE(configure().backgroundUploadItemCallback.load());
 }
 
 TEST_F(AWSConfigureTest, IdentityIsAppliedWhenFullReturns) {
   configure().full(identity("u1"));
-  EXPECT_EQ(configure().configParameters.load(), identity("u1"));
+  EXPECT_EQ(configure().session.load()->configParameters, identity("u1"));
   EXPECT_NE(configure().scheduler.load(), nullptr);
-  EXPECT_NE(configure().networkingManager.load(), nullptr);
+  EXPECT_NE(configure().session.load()->networkingManager, nullptr);
   EXPECT_EQ(runsOn("com.aws.change.config"), 1U);
 }
 
@@ -134,15 +137,16 @@ TEST_F(AWSConfigureTest, IdentityIsInForceOnlyWhenAllOfItIsApplied) {
   int asked = 0;
   // Asked for the record "host error", half-way.
   platform_.mediator.answer("QXConfig_currentEnvironmentIsProduction",
-                            [&asked](const std::vector<Value>&) {
+                            [&](const std::vector<Value>&) {
                               ++asked;
                               EXPECT_NE(configure().scheduler.load(), nullptr);
-                              EXPECT_EQ(configure().configParameters.load(), std::nullopt);
+                              EXPECT_EQ(configure().session.load()->configParameters, std::nullopt);
                               return Value(false);
                             });
   configure().full({"u1", "t1", std::nullopt});
   EXPECT_EQ(asked, 1);
-  EXPECT_EQ(configure().configParameters.load(), (ConfigParameters{"u1", "t1", std::nullopt}));
+  EXPECT_EQ(configure().session.load()->configParameters,
+            (ConfigParameters{"u1", "t1", std::nullopt}));
 }
 
 TEST_F(AWSConfigureTest, SchedulerIsTheUsersOwn) {
@@ -164,10 +168,10 @@ TEST_F(AWSConfigureTest, EqualIdentityChangesNothing) {
   configure().full(identity("u1"));
   run();
   const auto scheduler = configure().scheduler.load();
-  const auto client = configure().networkingManager.load();
+  const auto client = configure().session.load()->networkingManager;
   configure().full(identity("u1"));
   EXPECT_EQ(configure().scheduler.load(), scheduler);
-  EXPECT_EQ(configure().networkingManager.load(), client);
+  EXPECT_EQ(configure().session.load()->networkingManager, client);
   EXPECT_THAT(platform_.messageClients.managers(), SizeIs(1));
   EXPECT_EQ(runsOn("com.aws.change.config"), 1U);
   EXPECT_EQ(platform_.dispatch.pendingCount(), 0U);
@@ -193,12 +197,13 @@ TEST_F(AWSConfigureTest, AnyChangedPartMakesANewSchedulerAndClient) {
 
 TEST_F(AWSConfigureTest, IdentityWithoutAnAddressKeepsTheOldClientAndLogs) {
   configure().full(identity("u1"));
-  const auto client = configure().networkingManager.load();
+  const auto client = configure().session.load()->networkingManager;
   const auto scheduler = configure().scheduler.load();
   configure().full({"u2", "t2", std::nullopt});
-  EXPECT_EQ(configure().networkingManager.load(), client);
+  EXPECT_EQ(configure().session.load()->networkingManager, client);
   EXPECT_NE(configure().scheduler.load(), scheduler);
-  EXPECT_EQ(configure().configParameters.load(), (ConfigParameters{"u2", "t2", std::nullopt}));
+  EXPECT_EQ(configure().session.load()->configParameters,
+            (ConfigParameters{"u2", "t2", std::nullopt}));
   const auto records = platform_.logger.records();
   ASSERT_THAT(records, SizeIs(1));
   EXPECT_EQ(records[0].level, 5);
@@ -211,17 +216,17 @@ TEST_F(AWSConfigureTest, IdentityWithoutAnAddressKeepsTheOldClientAndLogs) {
 
 TEST_F(AWSConfigureTest, FirstIdentityWithoutAnAddressLeavesNoClient) {
   configure().full({"u1", "t1", std::nullopt});
-  EXPECT_EQ(configure().networkingManager.load(), nullptr);
+  EXPECT_EQ(configure().session.load()->networkingManager, nullptr);
   EXPECT_NE(configure().scheduler.load(), nullptr);
 }
 
 TEST_F(AWSConfigureTest, IdentityNeitherFetchesNorDiscardsCredentials) {
   get("avatar");
-  const auto uuid = configure().configUUID.load();
+  const auto uuid = configure().session.load()->configUUID;
   configure().full(identity("u2"));
   run();
   EXPECT_TRUE(configure().configured);
-  EXPECT_EQ(configure().configUUID.load(), uuid);
+  EXPECT_EQ(configure().session.load()->configUUID, uuid);
   EXPECT_EQ(fetches(), 1U);
 }
 
@@ -264,7 +269,7 @@ TEST_F(AWSConfigureTest, FirstRequestAfterSetUpFetchesOnceAndAnswersFromTheNewMa
 
 TEST_F(AWSConfigureTest, FirstRequestWithoutSetUpAppliesTheIdentityAndFetches) {
   EXPECT_TRUE(get("avatar").status.succeeded());
-  EXPECT_EQ(configure().configParameters.load(), identity("u1"));
+  EXPECT_EQ(configure().session.load()->configParameters, identity("u1"));
   EXPECT_EQ(fetches(), 1U);
 }
 
@@ -282,7 +287,7 @@ TEST_F(AWSConfigureTest, MissingIdentityFailsWithoutAFetch) {
     EXPECT_FALSE(got.model);
   }
   EXPECT_EQ(fetches(), 0U);
-  EXPECT_EQ(configure().configParameters.load(), std::nullopt);
+  EXPECT_EQ(configure().session.load()->configParameters, std::nullopt);
 }
 
 TEST_F(AWSConfigureTest, MissingIdentityFailsEvenWithAUsableMap) {
@@ -405,7 +410,7 @@ TEST_F(AWSConfigureTest, ChangedIdentityIsAppliedAndFetchedFor) {
   platform_.mediator.signIn("u2", "t2", "https://other.test");
   backendGives({{"avatar", record(kLater, "of u2")}});
   EXPECT_EQ(get("avatar", true).model->bucket, "of u2");
-  EXPECT_EQ(configure().configParameters.load(),
+  EXPECT_EQ(configure().session.load()->configParameters,
             (ConfigParameters{"u2", "t2", Url::parse("https://other.test")}));
   const auto requests = platform_.messageClients.requests(kApi);
   ASSERT_THAT(requests, SizeIs(2));
@@ -434,8 +439,10 @@ TEST_F(AWSConfigureTest, EmptyCallbackIsNotCalled) {
 // ---- fetchServerConfig()
 
 TEST_F(AWSConfigureTest, FetchWithoutASchedulerSucceeds) {
-  configure().networkingManager.store(
-      platform_.messageClients.make(*Url::parse("https://backend.test"), {}, std::nullopt, true));
+  Session signedIn;
+  signedIn.networkingManager =
+      platform_.messageClients.make(*Url::parse("https://backend.test"), {}, std::nullopt, true);
+  configure().session.store(std::make_shared<const Session>(signedIn));
   EXPECT_TRUE(configure().fetchServerConfig().success);
   EXPECT_TRUE(configure().configured);
   EXPECT_EQ(configure().scheduler.load(), nullptr);
@@ -530,11 +537,11 @@ TEST_F(AWSConfigureTest, NoTimerRetriesAFailedFetch) {
 
 TEST_F(AWSConfigureTest, FailedFetchKeepsTheRegistrationsOfTheOneBefore) {
   get("avatar");
-  const auto uuid = configure().configUUID.load();
+  const auto uuid = configure().session.load()->configUUID;
   platform_.messageClients.fail(kApi, {"QXNetworking", 503, "HTTP 503"});
   platform_.clock.set(kLater);
   EXPECT_EQ(get("avatar").status, serverError("HTTP 503"));
-  EXPECT_EQ(configure().configUUID.load(), uuid);
+  EXPECT_EQ(configure().session.load()->configUUID, uuid);
   EXPECT_NE(platform_.objectStore.S3TransferUtilityForKey("avatar" + *uuid), nullptr);
   // The expired credential is not handed out again, even to one who would take it.
   EXPECT_EQ(get("avatar", true).status, serverError("HTTP 503"));
@@ -547,29 +554,31 @@ TEST_F(AWSConfigureTest, AnswerFromAnotherThreadsQueueEndsTheWait) {
 
 TEST_F(AWSConfigureTest, SuccessfulFetchStartsTheUploadsThatWaited) {
   configure().retryFire();
-  TaskQueue::shared()->add(std::make_shared<TaskExecutor>(
+  library.taskQueue->add(std::make_shared<TaskExecutor>(
+      library.platform, library.configure,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap{})));
   run();
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
   get("item");
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 0U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 0U);
   EXPECT_THAT(platform_.objectStore.uploads(), SizeIs(1));
 }
 
 TEST_F(AWSConfigureTest, FailedFetchStartsNoUploads) {
   configure().retryFire();
-  TaskQueue::shared()->add(std::make_shared<TaskExecutor>(
+  library.taskQueue->add(std::make_shared<TaskExecutor>(
+      library.platform, library.configure,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap{})));
   platform_.messageClients.fail(kApi, {"QXNetworking", 503, "HTTP 503"});
   get("item");
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 // ---- generateAWSConfiguration(key, model)
 
 TEST_F(AWSConfigureTest, EachScopeIsRegisteredUnderItsNameAndTheFetchsUuid) {
   get("avatar");
-  const std::string uuid = configure().configUUID.load().value();
+  const std::string uuid = configure().session.load()->configUUID.value();
   EXPECT_EQ(uuid, "00000000-0000-4000-8000-000000000001");
   EXPECT_THAT(registeredKeys(), ElementsAre("avatar" + uuid, "item" + uuid));
 }
@@ -601,9 +610,9 @@ TEST_F(AWSConfigureTest, RegionsDifferByScopeAndTheEndpointDoesNot) {
 TEST_F(AWSConfigureTest, NextFetchRegistersUnderFreshKeys) {
   backendGives({{"avatar", record(kNow)}});
   get("avatar");
-  const std::string first = configure().configUUID.load().value();
+  const std::string first = configure().session.load()->configUUID.value();
   get("avatar");
-  const std::string second = configure().configUUID.load().value();
+  const std::string second = configure().session.load()->configUUID.value();
   EXPECT_NE(first, second);
   EXPECT_THAT(registeredKeys(), ElementsAre("avatar" + first, "avatar" + second));
   EXPECT_NE(platform_.objectStore.S3TransferUtilityForKey("avatar" + first), nullptr);
@@ -619,7 +628,8 @@ TEST_F(AWSConfigureTest, WithoutAUuidTheScopeAloneIsTheKey) {
 TEST_F(AWSConfigureTest, ScopeWithoutAConfigurationIsTrackedAndTheFetchSucceeds) {
   backendGives({{"avatar", record(kLater)}, {"bad", record(kLater, "b", "moon 1")}});
   EXPECT_TRUE(get("bad").status.succeeded());
-  EXPECT_THAT(registeredKeys(), ElementsAre("avatar" + configure().configUUID.load().value()));
+  EXPECT_THAT(registeredKeys(),
+              ElementsAre("avatar" + configure().session.load()->configUUID.value()));
   EXPECT_EQ(platform_.objectStore.askedRegions().back(), AWSRegionType::unknown);
   const Dictionary expected = {
       {"message", "[Error] AWS-bad config error"}, {"status", "error"}, {"type", "config"}};
@@ -633,14 +643,14 @@ TEST_F(AWSConfigureTest, NothingCountsAsConfiguredUntilEveryScopeIsRegistered) {
   std::optional<std::string> uuidMeanwhile;
   platform_.mediator.answer("Tracking_Event:parameters:", [&](const std::vector<Value>&) {
     configuredMeanwhile = configure().configured;
-    uuidMeanwhile = configure().configUUID.load();
+    uuidMeanwhile = configure().session.load()->configUUID;
     return Value();
   });
   EXPECT_TRUE(get("avatar").status.succeeded());
   EXPECT_FALSE(configuredMeanwhile);
   EXPECT_TRUE(configure().configured);
   EXPECT_NE(uuidMeanwhile, std::nullopt);
-  EXPECT_EQ(uuidMeanwhile, configure().configUUID.load());
+  EXPECT_EQ(uuidMeanwhile, configure().session.load()->configUUID);
 }
 
 TEST_F(AWSConfigureTest, UnknownRegionIsLeftToTheStoreToAccept) {
@@ -655,7 +665,7 @@ TEST_F(AWSConfigureTest, UnknownRegionIsLeftToTheStoreToAccept) {
 TEST_F(AWSConfigureTest, RetryFireAppliesTheHostsIdentityWithoutAFetch) {
   configure().retryFire();
   run();
-  EXPECT_EQ(configure().configParameters.load(), identity("u1"));
+  EXPECT_EQ(configure().session.load()->configParameters, identity("u1"));
   EXPECT_EQ(fetches(), 0U);
   EXPECT_THAT(platform_.logger.records(), IsEmpty());
   EXPECT_THAT(platform_.mediator.trackedEvents(), IsEmpty());
@@ -666,14 +676,14 @@ TEST_F(AWSConfigureTest, UserChangeAppliesTheNewIdentity) {
   const auto scheduler = configure().scheduler.load();
   platform_.mediator.signIn("u2", "t2", "https://backend.test");
   configure().userDidChange();
-  EXPECT_EQ(configure().configParameters.load(), identity("u2", "t2"));
+  EXPECT_EQ(configure().session.load()->configParameters, identity("u2", "t2"));
   EXPECT_NE(configure().scheduler.load(), scheduler);
 }
 
 TEST_F(AWSConfigureTest, IncompleteIdentityIsLoggedAndTrackedAndChangesNothing) {
   configure().retryFire();
   const auto scheduler = configure().scheduler.load();
-  const auto client = configure().networkingManager.load();
+  const auto client = configure().session.load()->networkingManager;
   const std::vector<std::pair<std::string, Value>> rows = {
       {"Account_GetUserId", Value()},
       {"Account_GetAccessToken", ""},
@@ -698,9 +708,9 @@ TEST_F(AWSConfigureTest, IncompleteIdentityIsLoggedAndTrackedAndChangesNothing) 
     ASSERT_THAT(events, SizeIs(reports)) << selector;
     EXPECT_EQ(events.back(), event);
   }
-  EXPECT_EQ(configure().configParameters.load(), identity("u1"));
+  EXPECT_EQ(configure().session.load()->configParameters, identity("u1"));
   EXPECT_EQ(configure().scheduler.load(), scheduler);
-  EXPECT_EQ(configure().networkingManager.load(), client);
+  EXPECT_EQ(configure().session.load()->networkingManager, client);
 }
 
 TEST_F(AWSConfigureTest, ProductionTracksAnIncompleteIdentityWithoutALogRecord) {
@@ -881,8 +891,8 @@ TEST_F(BackgroundUploadItemTest, UpdatesOfSeveralImagesAreIndependent) {
 TEST(BackgroundUploadItemDeathTest, ItemIdOutsideTheIntegersStopsTheProcess) {
   EXPECT_DEATH(
       {
-        FakePlatform::installed();
-        AWSConfigure::shared().backgroundUploadItem("https://cdn.test/a.jpg", {{"uuid", 1e300}});
+        keptLibrary(FakePlatform::kept().seams())
+            .configure.backgroundUploadItem("https://cdn.test/a.jpg", {{"uuid", 1e300}});
       },
       "QXAwsUploader: fatal: 1e\\+300 is outside the signed 64-bit range");
 }
@@ -896,25 +906,6 @@ class AWSConfigureThreadsTest : public testing::Test {
     fakes_.mediator.signIn("u1", "t1", "https://backend.test");
     fakes_.messageClients.answer(
         kApi, Dictionary{{"upload_token_map", Dictionary{{"avatar", record(kLater)}}}});
-    // The struct is copied with the real queues in place of the fake ones.
-    const Platform fake = fakes_.seams();
-    Platform::install({.mediator = fake.mediator,
-                       .logger = fake.logger,
-                       .notifications = fake.notifications,
-                       .trackingEvents = fake.trackingEvents,
-                       .messageClients = fake.messageClients,
-                       .uploadClients = fake.uploadClients,
-                       .reachability = fake.reachability,
-                       .objectStore = fake.objectStore,
-                       .files = fake.files,
-                       .propertyLists = fake.propertyLists,
-                       .json = fake.json,
-                       .imageHeaders = fake.imageHeaders,
-                       .sha1 = fake.sha1,
-                       .dispatch = ThreadDispatch::make(),
-                       .random = fake.random,
-                       .uuid = fake.uuid,
-                       .clock = fake.clock});
   }
   static void onThreads(int count, const std::function<void(int)>& work) {
     std::vector<std::thread> threads;
@@ -922,25 +913,27 @@ class AWSConfigureThreadsTest : public testing::Test {
     for (std::thread& thread : threads) thread.join();
   }
   /// Runs what every queue held when it was called.
-  static void drain() {
-    auto& dispatch = Platform::current().dispatch;
+  void drain() {
+    auto& dispatch = library.platform.dispatch;
     const auto reached = dispatch.makeSemaphore(0);
-    AWSConfigure::shared().getConfig("avatar", true,
-                                     [reached](const auto&, const auto&) { reached->signal(); });
+    library.configure.getConfig("avatar", true,
+                                [reached](const auto&, const auto&) { reached->signal(); });
     reached->wait();
     dispatch.globalQueue().sync([] {});
   }
 
-  // Never destroyed: the queues' threads use it until the process ends.
-  FakePlatform& fakes_ = *new FakePlatform;
+  FakePlatform& fakes_ = FakePlatform::kept();
+  // The queues' threads use both until the process ends.
+  ThreadDispatch& dispatch_ = ThreadDispatch::make();
+  Library& library = keptLibrary(platformWith(fakes_.seams(), dispatch_));
 };
 
 TEST_F(AWSConfigureThreadsTest, RequestsFromSeveralThreadsShareOneFetchAndAreAllAnswered) {
-  const auto answered = Platform::current().dispatch.makeSemaphore(0);
+  const auto answered = library.platform.dispatch.makeSemaphore(0);
   std::atomic<int> successes = 0;
   onThreads(4, [&](int) {
     for (int i = 0; i < 50; ++i) {
-      AWSConfigure::shared().getConfig(
+      library.configure.getConfig(
           "avatar", false,
           [&successes, answered](const auto& model, const AWSCallbackStatus& status) {
             if (model && status.succeeded()) ++successes;
@@ -957,10 +950,10 @@ TEST_F(AWSConfigureThreadsTest, RequestsFromSeveralThreadsShareOneFetchAndAreAll
 TEST_F(AWSConfigureThreadsTest, OneIdentityAppliedBySeveralThreadsMakesOneScheduler) {
   std::vector<std::shared_ptr<TaskScheduler>> seen(4);
   onThreads(4, [&](int i) {
-    AWSConfigure::shared().full(identity("u1"));
-    AWSConfigure::shared().retryFire();
+    library.configure.full(identity("u1"));
+    library.configure.retryFire();
     drain();
-    seen[static_cast<std::size_t>(i)] = AWSConfigure::shared().scheduler.load();
+    seen[static_cast<std::size_t>(i)] = library.configure.scheduler.load();
   });
   EXPECT_EQ(fakes_.messageClients.managers().size(), 1U);
   for (const auto& each : seen) EXPECT_EQ(each, seen[0]);
@@ -972,13 +965,12 @@ TEST_F(AWSConfigureThreadsTest, IdentityChangesRequestsAndFieldsMayMeetOnAnyThre
     for (int i = 0; i < 25; ++i) {
       const std::string user = "u" + std::to_string(i % 3);
       fakes_.mediator.answer("Account_GetUserId", Value(user));
-      AWSConfigure::shared().userDidChange();
-      AWSConfigure::shared().needServerResize = thread % 2 == 0;
-      AWSConfigure::shared().backgroundUploadCallback.store(
+      library.configure.userDidChange();
+      library.configure.needServerResize = thread % 2 == 0;
+      library.configure.backgroundUploadCallback.store(
           [](const auto&, const auto&, const auto&, const auto&) {});
-      AWSConfigure::shared().getConfig("avatar", false,
-                                       [&](const auto&, const auto&) { ++answers; });
-      AWSConfigure::shared().backgroundUploadItem("https://cdn.test/a.jpg", {{"uuid", "77"}});
+      library.configure.getConfig("avatar", false, [&](const auto&, const auto&) { ++answers; });
+      library.configure.backgroundUploadItem("https://cdn.test/a.jpg", {{"uuid", "77"}});
     }
   });
   // A request behind the others is answered after them, for none of them fetches any more once the

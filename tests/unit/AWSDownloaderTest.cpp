@@ -29,7 +29,7 @@ class AWSDownloaderTest : public UploadFixture {
   }
 
   void download(const std::string& url, const std::string& scope = "avatar") {
-    AWSDownloader::download(
+    library.downloader.download(
         url, scope,
         [this](double fraction) {
           fractions.push_back(fraction);
@@ -57,28 +57,28 @@ class AWSDownloaderTest : public UploadFixture {
 // ---- cachePath
 
 TEST_F(AWSDownloaderTest, CachePathCreatesTheDirectory) {
-  const Url path = AWSDownloader::cachePath("a.jpg");
+  const Url path = library.downloader.cachePath("a.jpg");
   EXPECT_EQ(path, Url::file(std::string(kCacheDirectory) + "/a.jpg"));
   EXPECT_EQ(platform.files.kind(kCacheDirectory), PathKind::directory);
 }
 
 TEST_F(AWSDownloaderTest, CachePathCreatesMissingParentsToo) {
   platform.files.setDocumentDirectories({"/home/someone/documents"});
-  AWSDownloader::cachePath("a.jpg");
+  library.downloader.cachePath("a.jpg");
   EXPECT_EQ(platform.files.kind("/home/someone/documents/com.qxuploader.download.cache"),
             PathKind::directory);
 }
 
 TEST_F(AWSDownloaderTest, CachePathLeavesAnExistingDirectoryAlone) {
-  AWSDownloader::cachePath("a.jpg");
-  AWSDownloader::cachePath("b.jpg");
+  library.downloader.cachePath("a.jpg");
+  library.downloader.cachePath("b.jpg");
   EXPECT_EQ(platform.files.calls().size(), 1U);
 }
 
 TEST_F(AWSDownloaderTest, CachePathPrintsWhyTheDirectoryCannotBeMadeAndGoesOn) {
   platform.files.fail(MemoryFiles::Operation::createDirectory, kCacheDirectory);
   testing::internal::CaptureStdout();
-  const Url path = AWSDownloader::cachePath("a.jpg");
+  const Url path = library.downloader.cachePath("a.jpg");
   const std::string printed = testing::internal::GetCapturedStdout();
   EXPECT_EQ(path.decodedPath(), std::string(kCacheDirectory) + "/a.jpg");
   const auto error = platform.files.createDirectory(kCacheDirectory);
@@ -87,7 +87,7 @@ TEST_F(AWSDownloaderTest, CachePathPrintsWhyTheDirectoryCannotBeMadeAndGoesOn) {
 }
 
 TEST_F(AWSDownloaderTest, CachePathOfAUnicodeNameDecodesToIt) {
-  EXPECT_EQ(AWSDownloader::cachePath("a b%ü.jpg").decodedPath(),
+  EXPECT_EQ(library.downloader.cachePath("a b%ü.jpg").decodedPath(),
             std::string(kCacheDirectory) + "/a b%ü.jpg");
 }
 
@@ -269,7 +269,7 @@ TEST_F(AWSDownloaderTest, ProgressOfAnUnknownTotalIsOne) {
 TEST_F(AWSDownloaderTest, EveryOutcomeIsFineWithoutCallbacks) {
   platform.objectStore.reportProgress({{1, 2}});
   const auto silent = [this](const std::string& scope) {
-    AWSDownloader::download("https://cdn.test/a.jpg", scope, nullptr, nullptr);
+    library.downloader.download("https://cdn.test/a.jpg", scope, nullptr, nullptr);
     run();
   };
   silent("avatar");
@@ -286,7 +286,7 @@ TEST_F(AWSDownloaderTest, EveryOutcomeIsFineWithoutCallbacks) {
 TEST_F(AWSDownloaderTest, FinishedDownloadLetsGoOfItsCallbacks) {
   const auto token = std::make_shared<int>(0);
   platform.objectStore.reportProgress({{1, 2}});
-  AWSDownloader::download(
+  library.downloader.download(
       "https://cdn.test/a.jpg", "avatar", [token](double) { ++*token; },
       [token](const auto&, const auto&) { ++*token; });
   run();

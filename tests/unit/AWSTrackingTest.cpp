@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -24,9 +25,9 @@ class AWSTrackingTest : public testing::Test {
     return platform.trackingEvents.tagged().size() + platform.trackingEvents.updated().size();
   }
   /// A successful upload's event with these extra values.
-  static void succeedWith(const AWSParameterMap& extra) {
-    AWSTracking::action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
-                        std::nullopt, &extra);
+  void succeedWith(const AWSParameterMap& extra) {
+    library.tracking.action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
+                            std::nullopt, &extra);
   }
   /// What full tagging needs.
   static AWSParameterMap item() {
@@ -46,13 +47,14 @@ class AWSTrackingTest : public testing::Test {
     return extra;
   }
 
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
 };
 
 // ---- action
 
 TEST_F(AWSTrackingTest, EventCarriesEverythingThatIsGiven) {
-  AWSTracking::action(100, "text", true, Status::error, ENVType::config, 1.5, nullptr);
+  library.tracking.action(100, "text", true, Status::error, ENVType::config, 1.5, nullptr);
   EXPECT_EQ(event(), (Dictionary{{"code", "100"},
                                  {"message", "text"},
                                  {"mode", "1"},
@@ -65,13 +67,13 @@ TEST_F(AWSTrackingTest, EventCarriesEverythingThatIsGiven) {
 }
 
 TEST_F(AWSTrackingTest, EventWithNothingGivenCarriesStatusAndTypeOnly) {
-  AWSTracking::action(std::nullopt, std::nullopt, std::nullopt, Status::success, ENVType::upload,
-                      std::nullopt, nullptr);
+  library.tracking.action(std::nullopt, std::nullopt, std::nullopt, Status::success,
+                          ENVType::upload, std::nullopt, nullptr);
   EXPECT_EQ(event(), (Dictionary{{"status", "success"}, {"type", "upload"}}));
 }
 
 TEST_F(AWSTrackingTest, EmptyMessageAndZeroesAreValues) {
-  AWSTracking::action(0, "", false, Status::error, ENVType::config, 0.0, nullptr);
+  library.tracking.action(0, "", false, Status::error, ENVType::config, 0.0, nullptr);
   EXPECT_EQ(
       event(),
       (Dictionary{
@@ -79,16 +81,16 @@ TEST_F(AWSTrackingTest, EmptyMessageAndZeroesAreValues) {
 }
 
 TEST_F(AWSTrackingTest, FirstUploadThatIsFalseSendsNoMode) {
-  AWSTracking::action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
-                      std::nullopt, nullptr);
+  library.tracking.action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
+                          std::nullopt, nullptr);
   EXPECT_FALSE(event().contains("mode"));
 }
 
 TEST_F(AWSTrackingTest, TypesHaveTheirTexts) {
   for (const ENVType type :
        {ENVType::config, ENVType::upload, ENVType::backgroundUpload, ENVType::download}) {
-    AWSTracking::action(std::nullopt, std::nullopt, std::nullopt, Status::success, type,
-                        std::nullopt, nullptr);
+    library.tracking.action(std::nullopt, std::nullopt, std::nullopt, Status::success, type,
+                            std::nullopt, nullptr);
   }
   std::vector<Value> types;
   for (const Dictionary& each : platform.mediator.trackedEvents()) {
@@ -124,8 +126,8 @@ TEST_F(AWSTrackingTest, FullTaggingNeedsNeitherTagsNorFields) {
 }
 
 TEST_F(AWSTrackingTest, AbsentOrEmptyExtraTagsNothing) {
-  AWSTracking::action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
-                      std::nullopt, nullptr);
+  library.tracking.action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
+                          std::nullopt, nullptr);
   succeedWith({});
   EXPECT_EQ(platform.mediator.trackedEvents().size(), 2U);
   EXPECT_EQ(tagCalls(), 0U);
@@ -133,7 +135,7 @@ TEST_F(AWSTrackingTest, AbsentOrEmptyExtraTagsNothing) {
 
 TEST_F(AWSTrackingTest, TaggingFollowsTheEventWhateverItsStatus) {
   const AWSParameterMap extra = item();
-  AWSTracking::action(1, "text", false, Status::error, ENVType::upload, std::nullopt, &extra);
+  library.tracking.action(1, "text", false, Status::error, ENVType::upload, std::nullopt, &extra);
   EXPECT_EQ(platform.trackingEvents.tagged().size(), 1U);
 }
 
@@ -276,12 +278,12 @@ TEST_F(AWSTrackingTest, UpdateWithoutTagsAndFieldsIsNotSent) {
 
 class AttemptTracking : public AWSTrackingTest {
  protected:
-  static FileTask fileTask(std::int64_t uploadCount) {
-    return FileTask("a.jpg", "avatar", "a.jpg", uploadCount, item());
+  FileTask fileTask(std::int64_t uploadCount) {
+    return FileTask(platform.files, "a.jpg", "avatar", "a.jpg", uploadCount, item());
   }
-  static void track(const AWSCallbackStatus& status, const Task& task,
-                    std::optional<double> uploadTime = std::nullopt) {
-    AWSTracking::tracking(status, task, ENVType::backgroundUpload, uploadTime, &task.extra());
+  void track(const AWSCallbackStatus& status, const Task& task,
+             std::optional<double> uploadTime = std::nullopt) {
+    library.tracking.tracking(status, task, ENVType::backgroundUpload, uploadTime, &task.extra());
   }
   static AWSCallbackStatus failure() {
     return AWSCallbackStatus::failure(AWSErrorCode::keyNotMatch, "text");
@@ -311,8 +313,9 @@ TEST_F(AttemptTracking, SuccessWithoutUploadTimeSendsNoTime) {
 }
 
 TEST_F(AttemptTracking, ExtraAbsentTagsNothing) {
-  AWSTracking::tracking(AWSCallbackStatus::success(), DataTask("a.jpg", "avatar", Data(), item()),
-                        ENVType::upload, std::nullopt, nullptr);
+  library.tracking.tracking(AWSCallbackStatus::success(),
+                            DataTask("a.jpg", "avatar", Data(), item()), ENVType::upload,
+                            std::nullopt, nullptr);
   EXPECT_EQ(event().at("type"), Value("upload"));
   EXPECT_EQ(tagCalls(), 0U);
 }
@@ -355,7 +358,7 @@ TEST_F(AttemptTracking, DataTaskIsNeverAFirstUpload) {
 // ---- Downloads
 
 TEST_F(AWSTrackingTest, DownloadFailureSendsWhatIsGiven) {
-  AWSTracking::trackingDownloadFailure("a.jpg", 2, "text");
+  library.tracking.trackingDownloadFailure("a.jpg", 2, "text");
   EXPECT_EQ(event(), (Dictionary{{"status", "error"},
                                  {"type", "download"},
                                  {"name", "a.jpg"},
@@ -364,12 +367,12 @@ TEST_F(AWSTrackingTest, DownloadFailureSendsWhatIsGiven) {
 }
 
 TEST_F(AWSTrackingTest, DownloadFailureLeavesOutNameAndCode) {
-  AWSTracking::trackingDownloadFailure(std::nullopt, std::nullopt, "text");
+  library.tracking.trackingDownloadFailure(std::nullopt, std::nullopt, "text");
   EXPECT_EQ(event(), (Dictionary{{"status", "error"}, {"type", "download"}, {"message", "text"}}));
 }
 
 TEST_F(AWSTrackingTest, DownloadSuccessSendsNameAndDuration) {
-  AWSTracking::trackingDownloadSuccess("a.jpg", 0.25);
+  library.tracking.trackingDownloadSuccess("a.jpg", 0.25);
   EXPECT_EQ(
       event(),
       (Dictionary{{"status", "success"}, {"type", "download"}, {"name", "a.jpg"}, {"time", 0.25}}));

@@ -32,12 +32,12 @@ class AWSUploaderTest : public UploadFixture {
     return std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), std::move(extra));
   }
   void upload(const UploadCompletion& complete) {
-    AWSUploader::createExecutor(dataTask(), nullptr, complete)->execute();
+    library.uploader.createExecutor(dataTask(), nullptr, complete)->execute();
     run();
   }
   /// Applies the host's identity, as setting up does.
   void setUp() {
-    AWSConfigure::shared().full(ConfigParameters::readFromHost());
+    library.configure.full(ConfigParameters::readFromHost(platform.mediator));
     run();
   }
 
@@ -47,7 +47,7 @@ class AWSUploaderTest : public UploadFixture {
 // ---- createExecutor
 
 TEST_F(AWSUploaderTest, ExecutorIsNotStartedByItsCreation) {
-  AWSUploader::createExecutor(dataTask(), nullptr, recorder());
+  library.uploader.createExecutor(dataTask(), nullptr, recorder());
   run();
   EXPECT_TRUE(completed.empty());
   EXPECT_TRUE(platform.messageClients.requests().empty());
@@ -89,8 +89,9 @@ TEST_F(AWSUploaderTest, FailureDropsTheUrlThatTheExecutorGave) {
 }
 
 TEST_F(AWSUploaderTest, TrackingSeesWhatTheUploadAddedToTheExtraValues) {
-  AWSUploader::createExecutor(
-      dataTask({{"itemId", "42"}, {"itemType", "avatar"}, {"imageFrom", "1"}}), nullptr, recorder())
+  library.uploader
+      .createExecutor(dataTask({{"itemId", "42"}, {"itemType", "avatar"}, {"imageFrom", "1"}}),
+                      nullptr, recorder())
       ->execute();
   run();
   const auto tagged = platform.trackingEvents.tagged();
@@ -108,8 +109,9 @@ TEST_F(AWSUploaderTest, AbsentCompletionIsStillTracked) {
 
 TEST_F(AWSUploaderTest, ProgressIsNeverReported) {
   bool reported = false;
-  AWSUploader::createExecutor(
-      dataTask(), [&reported](const TransferProgress&) { reported = true; }, recorder())
+  library.uploader
+      .createExecutor(
+          dataTask(), [&reported](const TransferProgress&) { reported = true; }, recorder())
       ->execute();
   run();
   EXPECT_EQ(completed.size(), 1U);
@@ -117,8 +119,8 @@ TEST_F(AWSUploaderTest, ProgressIsNeverReported) {
 }
 
 TEST_F(AWSUploaderTest, ExecutorHasNoUploadTimeAndAWorkerOfThirtySecondsWithoutHeaders) {
-  AWSConfigure::shared().needServerResize = true;
-  const auto executor = AWSUploader::createExecutor(dataTask(), nullptr, recorder());
+  library.configure.needServerResize = true;
+  const auto executor = library.uploader.createExecutor(dataTask(), nullptr, recorder());
   EXPECT_FALSE(executor->uploadTime);
   executor->execute();
   run();
@@ -130,7 +132,7 @@ TEST_F(AWSUploaderTest, ExecutorHasNoUploadTimeAndAWorkerOfThirtySecondsWithoutH
 
 TEST_F(AWSUploaderTest, MadeExecutorHasTaskAndWorkerAndNoCompletion) {
   const auto task = dataTask();
-  const auto executor = AWSUploader::makeExecutor(task);
+  const auto executor = library.uploader.makeExecutor(task);
   EXPECT_EQ(executor->task, task);
   EXPECT_FALSE(executor->complete);
   EXPECT_FALSE(executor->uploadTime);
@@ -156,22 +158,22 @@ TEST_F(AWSUploaderTest, NilCallbacksDoNothing) {
 TEST_F(AWSUploaderTest, NameIsTimeRandomAndCountWithDashesForDots) {
   platform.clock.set(1'700'000'000.5);
   platform.random.push(42);
-  AWSUploader::generateFileCount = 7;
-  EXPECT_EQ(AWSUploader::generateFileName("jpg"), "1700000000-5427.jpg");
-  EXPECT_EQ(AWSUploader::generateFileCount, 8);
+  library.uploader.generateFileCount = 7;
+  EXPECT_EQ(library.uploader.generateFileName("jpg"), "1700000000-5427.jpg");
+  EXPECT_EQ(library.uploader.generateFileCount, 8);
 }
 
 TEST_F(AWSUploaderTest, NameHoldsTheTimeInFull) {
   platform.clock.set(1'700'000'000.123456);
   platform.random.push(4821);
-  AWSUploader::generateFileCount = 7;
-  EXPECT_EQ(AWSUploader::generateFileName("jpg"), "1700000000-12345648217.jpg");
+  library.uploader.generateFileCount = 7;
+  EXPECT_EQ(library.uploader.generateFileName("jpg"), "1700000000-12345648217.jpg");
 }
 
 TEST_F(AWSUploaderTest, NameOfAWholeSecondKeepsItsZero) {
   platform.clock.set(1'700'000'000);
   platform.random.push(3);
-  EXPECT_EQ(AWSUploader::generateFileName("png"), "1700000000-030.png");
+  EXPECT_EQ(library.uploader.generateFileName("png"), "1700000000-030.png");
 }
 
 TEST_F(AWSUploaderTest, RandomPartIsTakenModuloTenThousandWithoutPadding) {
@@ -179,27 +181,27 @@ TEST_F(AWSUploaderTest, RandomPartIsTakenModuloTenThousandWithoutPadding) {
   platform.random.push(4294967295);
   platform.random.push(10000);
   platform.random.push(20007);
-  EXPECT_EQ(AWSUploader::generateFileName("a"), "1700000000-572950.a");
-  EXPECT_EQ(AWSUploader::generateFileName("a"), "1700000000-501.a");
-  EXPECT_EQ(AWSUploader::generateFileName("a"), "1700000000-572.a");
+  EXPECT_EQ(library.uploader.generateFileName("a"), "1700000000-572950.a");
+  EXPECT_EQ(library.uploader.generateFileName("a"), "1700000000-501.a");
+  EXPECT_EQ(library.uploader.generateFileName("a"), "1700000000-572.a");
 }
 
 TEST_F(AWSUploaderTest, SuffixKeepsItsDots) {
   platform.clock.set(1'700'000'000.5);
   platform.random.push(1);
-  EXPECT_EQ(AWSUploader::generateFileName("tar.gz"), "1700000000-510.tar.gz");
+  EXPECT_EQ(library.uploader.generateFileName("tar.gz"), "1700000000-510.tar.gz");
 }
 
 TEST_F(AWSUploaderTest, EmptySuffixLeavesTheDot) {
   platform.clock.set(1'700'000'000.5);
   platform.random.push(1);
-  EXPECT_EQ(AWSUploader::generateFileName(""), "1700000000-510.");
+  EXPECT_EQ(library.uploader.generateFileName(""), "1700000000-510.");
 }
 
 TEST_F(AWSUploaderTest, NamesOfOneTickDifferByTheCountAlone) {
   platform.random.push(5);
   platform.random.push(5);
-  EXPECT_NE(AWSUploader::generateFileName("jpg"), AWSUploader::generateFileName("jpg"));
+  EXPECT_NE(library.uploader.generateFileName("jpg"), library.uploader.generateFileName("jpg"));
 }
 
 TEST_F(AWSUploaderTest, NamesMadeOnTwoThreadsInOneTickDiffer) {
@@ -207,8 +209,8 @@ TEST_F(AWSUploaderTest, NamesMadeOnTwoThreadsInOneTickDiffer) {
   for (int i = 0; i < 2 * kNames; ++i) platform.random.push(5);
   std::vector<std::string> first(kNames);
   std::vector<std::string> second(kNames);
-  const auto fill = [](std::vector<std::string>& names) {
-    for (std::string& name : names) name = AWSUploader::generateFileName("jpg");
+  const auto fill = [this](std::vector<std::string>& names) {
+    for (std::string& name : names) name = library.uploader.generateFileName("jpg");
   };
   std::thread other(fill, std::ref(first));
   fill(second);
@@ -216,32 +218,32 @@ TEST_F(AWSUploaderTest, NamesMadeOnTwoThreadsInOneTickDiffer) {
   std::set<std::string> all(first.begin(), first.end());
   all.insert(second.begin(), second.end());
   EXPECT_EQ(all.size(), 2U * kNames);
-  EXPECT_EQ(AWSUploader::generateFileCount, 2 * kNames);
+  EXPECT_EQ(library.uploader.generateFileCount, 2 * kNames);
 }
 
 TEST_F(AWSUploaderTest, CountThatOverflowsStopsTheProcess) {
-  AWSUploader::generateFileCount = std::numeric_limits<std::int64_t>::max();
-  EXPECT_DEATH(AWSUploader::generateFileName("jpg"), "QXAwsUploader: fatal: ");
+  library.uploader.generateFileCount = std::numeric_limits<std::int64_t>::max();
+  EXPECT_DEATH(library.uploader.generateFileName("jpg"), "QXAwsUploader: fatal: ");
 }
 
 // ---- backgroundUpload
 
 TEST_F(AWSUploaderTest, BackgroundUploadWithoutASchedulerOnlyCounts) {
-  AWSUploader::backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
+  library.uploader.backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
   run();
-  EXPECT_EQ(AWSUploader::generateFileCount, 1);
+  EXPECT_EQ(library.uploader.generateFileCount, 1);
   EXPECT_TRUE(platform.files.paths().empty());
   EXPECT_EQ(platform.uploadClients.made(), 0U);
   EXPECT_TRUE(platform.messageClients.requests().empty());
   EXPECT_TRUE(platform.mediator.trackedEvents().empty());
-  EXPECT_EQ(TaskQueue::shared()->total(), 0);
+  EXPECT_EQ(library.taskQueue->total(), 0);
 }
 
 TEST_F(AWSUploaderTest, BackgroundUploadStoresRunsAndReports) {
   std::vector<std::string> scopes;
   std::vector<std::optional<std::string>> urls;
   std::vector<AWSParameterMap> extras;
-  AWSConfigure::shared().backgroundUploadCallback.store(
+  library.configure.backgroundUploadCallback.store(
       [&](const std::string& scope, const std::optional<std::string>& url,
           const AWSParameterMap& extra, const std::optional<Error>& error) {
         EXPECT_FALSE(error);
@@ -253,7 +255,7 @@ TEST_F(AWSUploaderTest, BackgroundUploadStoresRunsAndReports) {
   platform.clock.set(1'700'000'000.5);
   platform.random.push(42);
   platform.objectStore.hold();
-  AWSUploader::backgroundUpload(Data("bytes"), "jpg", {{"itemId", "9"}}, "avatar");
+  library.uploader.backgroundUpload(Data("bytes"), "jpg", {{"itemId", "9"}}, "avatar");
   EXPECT_EQ(platform.files.text("/documents/aws-0011/123456/1700000000-5420.jpg"), "bytes");
   run();
   platform.objectStore.release();
@@ -267,12 +269,12 @@ TEST_F(AWSUploaderTest, BackgroundUploadStoresRunsAndReports) {
   ASSERT_EQ(platform.mediator.trackedEvents().size(), 1U);
   EXPECT_EQ(platform.mediator.trackedEvents()[0].at("type"), Value("background_upload"));
   EXPECT_FALSE(platform.files.text("/documents/aws-0011/123456/1700000000-5420.jpg"));
-  EXPECT_TRUE(TaskQueue::shared()->idle());
+  EXPECT_TRUE(library.taskQueue->idle());
 }
 
 TEST_F(AWSUploaderTest, BackgroundUploadThatCannotBeStoredRunsFromMemory) {
   std::vector<std::optional<std::string>> urls;
-  AWSConfigure::shared().backgroundUploadCallback.store(
+  library.configure.backgroundUploadCallback.store(
       [&urls](const auto&, const std::optional<std::string>& url, const auto&, const auto&) {
         urls.push_back(url);
       });
@@ -281,7 +283,7 @@ TEST_F(AWSUploaderTest, BackgroundUploadThatCannotBeStoredRunsFromMemory) {
   platform.clock.set(1'700'000'000.5);
   platform.random.push(1);
   TracedBytes bytes("bytes");
-  AWSUploader::backgroundUpload(bytes.give(), "jpg", {}, "avatar");
+  library.uploader.backgroundUpload(bytes.give(), "jpg", {}, "avatar");
   run();
   ASSERT_EQ(platform.objectStore.uploads().size(), 1U);
   EXPECT_EQ(platform.objectStore.uploads()[0].data.bytes(), bytes.place);
@@ -292,10 +294,10 @@ TEST_F(AWSUploaderTest, BackgroundUploadThatCannotBeStoredRunsFromMemory) {
 TEST_F(AWSUploaderTest, BackgroundUploadsWaitForTheNetwork) {
   setUp();
   platform.reachability.setReachable(false);
-  AWSUploader::backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
+  library.uploader.backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
   run();
   EXPECT_TRUE(platform.objectStore.uploads().empty());
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
   platform.reachability.setReachable(true);
   run();
   EXPECT_EQ(platform.objectStore.uploads().size(), 1U);
@@ -305,7 +307,7 @@ TEST_F(AWSUploaderTest, StoredBackgroundUploadLetsGoOfItsBytes) {
   setUp();
   platform.reachability.setReachable(false);
   TracedBytes bytes("bytes");
-  AWSUploader::backgroundUpload(bytes.give(), "jpg", {}, "avatar");
+  library.uploader.backgroundUpload(bytes.give(), "jpg", {}, "avatar");
   EXPECT_TRUE(bytes.alive.expired());
 }
 
@@ -313,12 +315,12 @@ TEST_F(AWSUploaderTest, StoredBackgroundUploadLetsGoOfItsBytes) {
 
 TEST_F(AWSUploaderTest, DocumentPathIsTheFirstDirectory) {
   platform.files.setDocumentDirectories({"/first", "/second"});
-  EXPECT_EQ(documentPath(), "/first");
+  EXPECT_EQ(documentPath(platform.files), "/first");
 }
 
 TEST_F(AWSUploaderTest, DocumentPathIsEmptyWithoutADirectory) {
   platform.files.setDocumentDirectories({});
-  EXPECT_EQ(documentPath(), "");
+  EXPECT_EQ(documentPath(platform.files), "");
 }
 
 }  // namespace

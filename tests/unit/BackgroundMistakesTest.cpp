@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Classes/Target_Uploader.h"
 #include "unit/UploadFixture.h"
@@ -20,7 +22,7 @@ class BackgroundMistakesTest : public UploadFixture {
     return target_.mistakes("Action_BackgroundUpload:",
                             {{"scope", "avatar"}, {"data", Data("x")}, {"suffix", "txt"}});
   }
-  Target_Uploader target_;
+  Target_Uploader target_{library};
 };
 
 TEST_F(BackgroundMistakesTest, BeforeSetUpAndWithoutACallbackBothAreTold) {

@@ -3,18 +3,20 @@
 #include <gtest/gtest.h>
 
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
 
 class ConfigParametersTest : public testing::Test {
  protected:
-  FakePlatform& platform_ = FakePlatform::installed();
+  FakePlatform& platform_ = FakePlatform::kept();
+  Library& library = keptLibrary(platform_.seams());
 };
 
 TEST_F(ConfigParametersTest, HostAnswersBecomeTheIdentity) {
   platform_.mediator.signIn("u1", "t1", "https://backend.test/api");
-  const auto identity = ConfigParameters::readFromHost();
+  const auto identity = ConfigParameters::readFromHost(platform_.mediator);
   EXPECT_EQ(identity.userId, "u1");
   EXPECT_EQ(identity.accessToken, "t1");
   ASSERT_TRUE(identity.hostURL);
@@ -24,9 +26,9 @@ TEST_F(ConfigParametersTest, HostAnswersBecomeTheIdentity) {
 
 TEST_F(ConfigParametersTest, HostIsAskedAnewEachTime) {
   platform_.mediator.signIn("u1", "t1", "https://backend.test");
-  const auto first = ConfigParameters::readFromHost();
+  const auto first = ConfigParameters::readFromHost(platform_.mediator);
   platform_.mediator.signIn("u2", "t2", "https://other.test");
-  const auto second = ConfigParameters::readFromHost();
+  const auto second = ConfigParameters::readFromHost(platform_.mediator);
   EXPECT_EQ(first.userId, "u1");
   EXPECT_EQ(second.userId, "u2");
   EXPECT_EQ(second.accessToken, "t2");
@@ -34,7 +36,7 @@ TEST_F(ConfigParametersTest, HostIsAskedAnewEachTime) {
 }
 
 TEST_F(ConfigParametersTest, MissingAnswersBecomeEmptyTextsAndNoUrl) {
-  const auto identity = ConfigParameters::readFromHost();
+  const auto identity = ConfigParameters::readFromHost(platform_.mediator);
   EXPECT_EQ(identity.userId, "");
   EXPECT_EQ(identity.accessToken, "");
   EXPECT_FALSE(identity.hostURL);
@@ -45,13 +47,13 @@ TEST_F(ConfigParametersTest, AnswersThatAreNoTextsCountAsMissing) {
   platform_.mediator.answer("Account_GetUserId", Value(17));
   platform_.mediator.answer("Account_GetAccessToken", Value(true));
   platform_.mediator.answer("QXConfig_getServerAddress", Value(Dictionary{}));
-  const auto identity = ConfigParameters::readFromHost();
+  const auto identity = ConfigParameters::readFromHost(platform_.mediator);
   EXPECT_EQ(identity, (ConfigParameters{"", "", std::nullopt}));
 }
 
 TEST_F(ConfigParametersTest, AddressThatDoesNotParseLeavesNoUrl) {
   platform_.mediator.signIn("u1", "t1", "https://back end.test");
-  const auto identity = ConfigParameters::readFromHost();
+  const auto identity = ConfigParameters::readFromHost(platform_.mediator);
   EXPECT_FALSE(identity.hostURL);
   EXPECT_FALSE(identity.isComplete());
 }

@@ -24,8 +24,8 @@ using testing::SizeIs;
 class FollowingTasksTest : public UploadFixture {
  protected:
   FollowingTasksTest() {
-    AWSConfigure::shared().resumeStoredTasks = true;
-    AWSConfigure::shared().backgroundUploadCallback.store(
+    library.configure.resumeStoredTasks = true;
+    library.configure.backgroundUploadCallback.store(
         [this](const std::string&, const std::optional<std::string>& url, const AWSParameterMap&,
                const std::optional<Error>& error) {
           outcomes_.push_back(url ? *url : error->description);
@@ -52,15 +52,16 @@ class FollowingTasksTest : public UploadFixture {
 
 TEST_F(FollowingTasksTest, TaskThatIsDeletedMeanwhileIsNotQueuedAgain) {
   putStoredTasks(250);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
-  ASSERT_EQ(TaskQueue::shared()->total(), 200);
-  ASSERT_TRUE(UserTaskStorage::resumed("u1")->remove("1230.jpg")) << "one of those to follow";
+  ASSERT_EQ(library.taskQueue->total(), 200);
+  ASSERT_TRUE(library.storages.open("u1", StoredTasks::resume)->remove("1230.jpg"))
+      << "one of those to follow";
   run();
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(249));
   EXPECT_THAT(outcomes_, SizeIs(249)) << "not even an attempt";
-  EXPECT_EQ(TaskQueue::shared()->total(), 249);
+  EXPECT_EQ(library.taskQueue->total(), 249);
   EXPECT_THAT(outcomes_, Each(EndsWith(".jpg")));
   EXPECT_THAT(outcomes_, Not(Contains(EndsWith("1230.jpg"))));
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -10,10 +11,11 @@ namespace {
 class LogTest : public testing::Test {
  protected:
   void logOne(int level = kLogError, std::string_view source = "QXAwsUploader/AWSConfigure") {
-    log(level, "host error", source, "full(configParameters:)", 42);
+    log(library.platform, level, "host error", source, "full(configParameters:)", 42);
   }
 
-  FakePlatform& platform_ = FakePlatform::installed();
+  FakePlatform& platform_ = FakePlatform::kept();
+  Library& library = keptLibrary(platform_.seams());
 };
 
 TEST_F(LogTest, RecordCarriesLevelMessageModuleSourceFunctionAndLine) {

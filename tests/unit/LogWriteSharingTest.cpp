@@ -44,10 +44,10 @@ bool store(UserTaskStorage& storage, const std::string& name) {
 }
 
 TEST(LogWriteSharingTest, CallThatWaitsForAWriteBegunBeforeItsChangeIsNotAnsweredByThatWrite) {
-  auto& platform = *new FakePlatform;  // Installed for the life of the process.
-  auto& files = *new SlowFiles;
-  Platform::install(platformWith(platform.seams(), files));
-  UserTaskStorage storage("u1");
+  FakePlatform fakes;
+  SlowFiles files;
+  const Platform platform = platformWith(fakes.seams(), files);
+  UserTaskStorage storage(platform, "u1");
   // The second caller may, now and then, come too late to wait for the first one's write.
   for (int round = 0; round < 20; ++round) {
     const std::string first = std::to_string(round) + "-first.jpg";

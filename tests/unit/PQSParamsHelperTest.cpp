@@ -3,45 +3,52 @@
 #include <gtest/gtest.h>
 
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
 
 class PQSParamsHelperTest : public testing::Test {
  protected:
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
 };
 
 // ---- To JSON
 
 TEST_F(PQSParamsHelperTest, TagsBecomeCompactJsonWithEscapedSlashes) {
-  EXPECT_EQ(PQSParamsHelper::tagsString({{"tags", Array{"a", "b/c"}}}), R"(["a","b\/c"])");
+  EXPECT_EQ(PQSParamsHelper::tagsString(platform.json, {{"tags", Array{"a", "b/c"}}}),
+            R"(["a","b\/c"])");
 }
 
 TEST_F(PQSParamsHelperTest, TagsKeepTheirOrder) {
-  EXPECT_EQ(PQSParamsHelper::tagsString({{"tags", Array{"z", "a", "m"}}}), R"(["z","a","m"])");
+  EXPECT_EQ(PQSParamsHelper::tagsString(platform.json, {{"tags", Array{"z", "a", "m"}}}),
+            R"(["z","a","m"])");
 }
 
 TEST_F(PQSParamsHelperTest, EmptyTagsBecomeAnEmptyList) {
-  EXPECT_EQ(PQSParamsHelper::tagsString({{"tags", Array{}}}), "[]");
+  EXPECT_EQ(PQSParamsHelper::tagsString(platform.json, {{"tags", Array{}}}), "[]");
 }
 
 TEST_F(PQSParamsHelperTest, TagsOfAnotherTypeYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::tagsString({}));
-  EXPECT_FALSE(PQSParamsHelper::tagsString({{"tags", Value()}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsString({{"tags", "a"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsString({{"tags", Array{"a", 1}}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsString({{"tags", Dictionary{{"a", "b"}}}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {{"tags", Value()}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {{"tags", "a"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {{"tags", Array{"a", 1}}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {{"tags", Dictionary{{"a", "b"}}}}));
 }
 
 TEST_F(PQSParamsHelperTest, TagsThatCannotBeJsonYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::tagsString({{"tags", Array{"\xff"}}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsString(platform.json, {{"tags", Array{"\xff"}}}));
 }
 
 TEST_F(PQSParamsHelperTest, FieldsBecomeJson) {
-  EXPECT_EQ(PQSParamsHelper::fieldsString({{"fields", Dictionary{{"k", "a/b"}}}}),
+  EXPECT_EQ(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                          {{"fields", Dictionary{{"k", "a/b"}}}}),
             R"({"k":"a\/b"})");
-  EXPECT_EQ(PQSParamsHelper::fieldsString({{"fields", Dictionary{}}}), "{}");
+  EXPECT_EQ(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                          {{"fields", Dictionary{}}}),
+            "{}");
 }
 
 TEST_F(PQSParamsHelperTest, FieldsAreEncodedAsTheTrackerConvertsThem) {
@@ -49,58 +56,64 @@ TEST_F(PQSParamsHelperTest, FieldsAreEncodedAsTheTrackerConvertsThem) {
     EXPECT_EQ(values, (Dictionary{{"when", Date{5}}}));
     return Dictionary{{"when", "1970"}};
   });
-  EXPECT_EQ(PQSParamsHelper::fieldsString({{"fields", Dictionary{{"when", Date{5}}}}}),
+  EXPECT_EQ(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                          {{"fields", Dictionary{{"when", Date{5}}}}}),
             R"({"when":"1970"})");
 }
 
 TEST_F(PQSParamsHelperTest, FieldsThatTheTrackerCannotConvertYieldNothing) {
   platform.trackingEvents.setAnyCodable(
       [](const Dictionary&) -> std::optional<Dictionary> { return std::nullopt; });
-  EXPECT_FALSE(PQSParamsHelper::fieldsString({{"fields", Dictionary{{"k", "v"}}}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                             {{"fields", Dictionary{{"k", "v"}}}}));
 }
 
 TEST_F(PQSParamsHelperTest, FieldsThatCannotBeJsonYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::fieldsString({{"fields", Dictionary{{"k", Data("bytes")}}}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                             {{"fields", Dictionary{{"k", Data("bytes")}}}}));
 }
 
 TEST_F(PQSParamsHelperTest, FieldsOfAnotherTypeYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::fieldsString({}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsString({{"fields", "{}"}}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsString({{"fields", Array{"a"}}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents, {}));
+  EXPECT_FALSE(
+      PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents, {{"fields", "{}"}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsString(platform.json, platform.trackingEvents,
+                                             {{"fields", Array{"a"}}}));
 }
 
 // ---- And back
 
 TEST_F(PQSParamsHelperTest, TagsComeBackFromTheirText) {
-  EXPECT_EQ(PQSParamsHelper::tagsArray({{"tags", R"(["a","b\/c"])"}}),
+  EXPECT_EQ(PQSParamsHelper::tagsArray(platform.json, {{"tags", R"(["a","b\/c"])"}}),
             (std::vector<std::string>{"a", "b/c"}));
-  EXPECT_EQ(PQSParamsHelper::tagsArray({{"tags", "[]"}}), std::vector<std::string>());
+  EXPECT_EQ(PQSParamsHelper::tagsArray(platform.json, {{"tags", "[]"}}),
+            std::vector<std::string>());
 }
 
 TEST_F(PQSParamsHelperTest, TagsThatAreNoListOfTextsYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"fields", R"(["a"])"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", std::int64_t{5}}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", ""}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", "a"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", "[1,2]"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", R"(["a",1])"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", R"({"a":"b"})"}}));
-  EXPECT_FALSE(PQSParamsHelper::tagsArray({{"tags", R"(["a")"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"fields", R"(["a"])"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", std::int64_t{5}}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", ""}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", "a"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", "[1,2]"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", R"(["a",1])"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", R"({"a":"b"})"}}));
+  EXPECT_FALSE(PQSParamsHelper::tagsArray(platform.json, {{"tags", R"(["a")"}}));
 }
 
 TEST_F(PQSParamsHelperTest, FieldsComeBackFromTheirText) {
-  EXPECT_EQ(PQSParamsHelper::fieldsDictionary({{"fields", R"({"k":1,"l":["x"]})"}}),
+  EXPECT_EQ(PQSParamsHelper::fieldsDictionary(platform.json, {{"fields", R"({"k":1,"l":["x"]})"}}),
             (Dictionary{{"k", std::int64_t{1}}, {"l", Array{"x"}}}));
-  EXPECT_EQ(PQSParamsHelper::fieldsDictionary({{"fields", "{}"}}), Dictionary());
+  EXPECT_EQ(PQSParamsHelper::fieldsDictionary(platform.json, {{"fields", "{}"}}), Dictionary());
 }
 
 TEST_F(PQSParamsHelperTest, FieldsThatAreNoMapYieldNothing) {
-  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary({}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary({{"tags", "{}"}}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary({{"fields", std::int64_t{5}}}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary({{"fields", "[]"}}));
-  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary({{"fields", "{"}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary(platform.json, {}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary(platform.json, {{"tags", "{}"}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary(platform.json, {{"fields", std::int64_t{5}}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary(platform.json, {{"fields", "[]"}}));
+  EXPECT_FALSE(PQSParamsHelper::fieldsDictionary(platform.json, {{"fields", "{"}}));
 }
 
 }  // namespace

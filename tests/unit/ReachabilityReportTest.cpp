@@ -7,7 +7,7 @@
 
 #include "Classes/TaskQueue.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -26,11 +26,10 @@ class LaggingReachability : public QXNetworkingReachabilityTool {
 };
 
 TEST(ReachabilityReportTest, OnlyTheReportOfAReachableNetworkStartsTheQueue) {
-  auto& platform = *new FakePlatform;  // Installed for the life of the process.
-  auto& reachability = *new LaggingReachability;
-  Platform::install(platformWith(platform.seams(), reachability));
-  const auto queue = TaskQueue::make(1);
-  queue->add(std::make_shared<TaskExecutor>(
+  LaggingReachability reachability;
+  Library& library = keptLibrary(FakePlatform::kept().seams());
+  const auto queue = TaskQueue::make(reachability, [] { return 1; });
+  queue->add(library.uploader.makeExecutor(
       std::make_shared<DataTask>("a.jpg", "images", Data("bytes"), AWSParameterMap())));
   reachability.report(false);
   EXPECT_EQ(queue->waitingCount(), 1U);

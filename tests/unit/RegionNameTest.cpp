@@ -12,10 +12,10 @@ using testing::SizeIs;
 
 class RegionName : public UploadFixture {
  protected:
-  static void generate(const std::string& region) {
+  void generate(const std::string& region) {
     UploadTokenModel model;
     model.region = region;
-    AWSConfigure::shared().generateAWSConfiguration("avatar", model);
+    library.configure.generateAWSConfiguration("avatar", model);
   }
 };
 

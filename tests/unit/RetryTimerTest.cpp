@@ -7,6 +7,7 @@
 
 #include "Classes/AWSConfigure.h"
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -18,7 +19,7 @@ class RetryTimerTest : public testing::Test {
   RetryTimerTest() {
     store("u1", "scope of u1");
     store("u2", "scope of u2");
-    AWSConfigure::shared().backgroundUploadCallback.store(
+    library.configure.backgroundUploadCallback.store(
         [this](const std::string& scope, const std::optional<std::string>&, const AWSParameterMap&,
                const std::optional<Error>&) { attempts_.push_back(scope); });
   }
@@ -36,7 +37,7 @@ class RetryTimerTest : public testing::Test {
   }
   void signIn(const std::string& user) {
     platform_.mediator.signIn(user, "token", "https://backend.test");
-    AWSConfigure::shared().retryFire();
+    library.configure.retryFire();
   }
   void run() { platform_.dispatch.runUntilIdle(); }
   void advance(double seconds) {
@@ -44,7 +45,8 @@ class RetryTimerTest : public testing::Test {
     run();
   }
 
-  FakePlatform& platform_ = FakePlatform::installed();
+  FakePlatform& platform_ = FakePlatform::kept();
+  Library& library = keptLibrary(platform_.seams());
   std::vector<std::string> attempts_;
 };
 
@@ -84,8 +86,8 @@ TEST_F(RetryTimerTest, SecondStartNeitherReschedulesNorTicks) {
   signIn("u1");
   run();
   advance(30);
-  RetryTimer::fireIfNeed();
-  RetryTimer::fireIfNeed();
+  library.retryTimer.fireIfNeed();
+  library.retryTimer.fireIfNeed();
   run();
   EXPECT_EQ(attempts_.size(), 1U);
   advance(30);
@@ -116,13 +118,13 @@ TEST_F(RetryTimerTest, IncompleteIdentityKeepsThePreviousUsersTasksRetried) {
   signIn("u1");
   run();
   platform_.mediator.signOut();
-  AWSConfigure::shared().userDidChange();
+  library.configure.userDidChange();
   advance(60);
   EXPECT_EQ(attempts_, (Scopes{"scope of u1", "scope of u1"}));
 }
 
 TEST_F(RetryTimerTest, TickWithoutASchedulerIsSkipped) {
-  RetryTimer::fireIfNeed();
+  library.retryTimer.fireIfNeed();
   run();
   EXPECT_EQ(attempts_, Scopes{});
   signIn("u1");

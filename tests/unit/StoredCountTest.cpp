@@ -28,7 +28,7 @@ std::string entryOf(const std::string& name, const std::string& count = "0") {
 class StoredCountTest : public UploadFixture {
  protected:
   StoredCountTest() {
-    AWSConfigure::shared().resumeStoredTasks = true;
+    library.configure.resumeStoredTasks = true;
     platform.mediator.signIn("u1", "token", "https://backend.test");
     for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
       platform.files.put(kDirectory + "/" + name, "bytes");
@@ -45,7 +45,7 @@ class ImpossibleCount : public StoredCountTest, public testing::WithParamInterfa
 TEST_P(ImpossibleCount, IsADamagedEntryAndStopsNothing) {
   putLog(entryOf("0.jpg", GetParam()) + entryOf("1.jpg") + entryOf("2.jpg"));
   platform.objectStore.failAll(Error{"ObjectStore", 3, "down"});
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   run();
   EXPECT_THAT(platform.logger.messages(),
               Contains("[Error] damaged log set aside, 2 kept, 1 lost"));
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Counts, ImpossibleCount,
 TEST_F(StoredCountTest, LogThatAnotherProgramChangesUnderneathStopsNothing) {
   putLog(entryOf("0.jpg") + entryOf("1.jpg") + entryOf("2.jpg"));
   platform.objectStore.failAll(Error{"ObjectStore", 3, "down"});
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   putLog(entryOf("0.jpg", "9223372036854775807"));
   scheduler->retryLocalTask();
   run();

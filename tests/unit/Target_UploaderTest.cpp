@@ -24,7 +24,7 @@ class TargetUploaderTest : public UploadFixture {
     std::string queue;
   };
 
-  TargetUploaderTest() { Target_Uploader::registerWith(platform.mediator); }
+  TargetUploaderTest() { Target_Uploader::registerWith(platform.mediator, library); }
 
   void perform(const std::string& action, const Dictionary& parameters) {
     platform.mediator.performTarget("Target_Uploader", action, parameters);
@@ -66,7 +66,7 @@ class TargetUploaderTest : public UploadFixture {
   AWSParameterMap queuedExtra(const std::string& action, const Dictionary& parameters) {
     setUpOffline();
     perform(action, parameters);
-    const auto stored = AWSConfigure::shared().scheduler.load()->localTaskExecutor();
+    const auto stored = library.configure.scheduler.load()->localTaskExecutor();
     EXPECT_EQ(stored.size(), 1U);
     return stored.empty() ? AWSParameterMap() : stored.front()->task->extra();
   }
@@ -94,8 +94,8 @@ class TargetUploaderTest : public UploadFixture {
     EXPECT_TRUE(platform.messageClients.requests().empty());
     EXPECT_TRUE(platform.files.paths().empty());
     EXPECT_TRUE(platform.mediator.trackedEvents().empty());
-    EXPECT_EQ(TaskQueue::shared()->total(), 0);
-    EXPECT_EQ(AWSUploader::generateFileCount, 0);
+    EXPECT_EQ(library.taskQueue->total(), 0);
+    EXPECT_EQ(library.uploader.generateFileCount, 0);
   }
 
   std::vector<Completed> completed;
@@ -104,7 +104,7 @@ class TargetUploaderTest : public UploadFixture {
 // ---- The target
 
 TEST_F(TargetUploaderTest, KnowsTheSevenActionsAndNoOther) {
-  Target_Uploader target;
+  Target_Uploader target(library);
   for (const char* action :
        {"Action_SetUp:", "Action_SetMaxBackgroundConcurrent:", "Action_RegisterBackground:",
         "Action_Upload:", "Action_BackgroundUpload:", "Action_BackgroundUploadImage:",
@@ -118,7 +118,7 @@ TEST_F(TargetUploaderTest, KnowsTheSevenActionsAndNoOther) {
 
 TEST_F(TargetUploaderTest, IsFoundByItsName) {
   perform("Action_SetMaxBackgroundConcurrent:", {{"count", 3}});
-  EXPECT_EQ(AWSConfigure::shared().maxBackgroundConcurrentCount, 3);
+  EXPECT_EQ(library.configure.maxBackgroundConcurrentCount, 3);
   EXPECT_TRUE(platform.mediator.unknownActions().empty());
 }
 
@@ -143,10 +143,10 @@ TEST_F(TargetUploaderTest, MissingParametersAreLoggedUpToTheThresholdOfFive) {
 
 TEST_F(TargetUploaderTest, SetUpAppliesIdentityObserverAndItemCallback) {
   perform("Action_SetUp:", {{"needServerResize", true}});
-  AWSConfigure& configure = AWSConfigure::shared();
+  AWSConfigure& configure = library.configure;
   EXPECT_TRUE(configure.needServerResize);
-  ASSERT_TRUE(configure.configParameters.load());
-  EXPECT_EQ(configure.configParameters.load()->userId, "123456");
+  ASSERT_TRUE(configure.session.load()->configParameters);
+  EXPECT_EQ(configure.session.load()->configParameters->userId, "123456");
   EXPECT_NE(configure.scheduler.load(), nullptr);
   EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 1U);
   EXPECT_TRUE(configure.backgroundUploadItemCallback.load());
@@ -157,10 +157,10 @@ TEST_F(TargetUploaderTest, SetUpAppliesTheIdentityBetweenTheSwitchesAndTheObserv
   int asked = 0;
   platform.mediator.answer("Account_GetUserId", [this, &asked](const std::vector<Value>&) {
     ++asked;
-    EXPECT_TRUE(AWSConfigure::shared().needServerResize);
-    EXPECT_TRUE(AWSConfigure::shared().resumeStoredTasks);
+    EXPECT_TRUE(library.configure.needServerResize);
+    EXPECT_TRUE(library.configure.resumeStoredTasks);
     EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 0U);
-    EXPECT_FALSE(AWSConfigure::shared().backgroundUploadItemCallback.load());
+    EXPECT_FALSE(library.configure.backgroundUploadItemCallback.load());
     return Value("123456");
   });
   perform("Action_SetUp:", {{"needServerResize", true}, {"resumeStoredTasks", true}});
@@ -169,29 +169,29 @@ TEST_F(TargetUploaderTest, SetUpAppliesTheIdentityBetweenTheSwitchesAndTheObserv
 }
 
 TEST_F(TargetUploaderTest, SetUpWithFalseDiffersInTheSwitchAlone) {
-  AWSConfigure::shared().needServerResize = true;
+  library.configure.needServerResize = true;
   perform("Action_SetUp:", {{"needServerResize", false}});
-  EXPECT_FALSE(AWSConfigure::shared().needServerResize);
-  EXPECT_TRUE(AWSConfigure::shared().configParameters.load());
+  EXPECT_FALSE(library.configure.needServerResize);
+  EXPECT_TRUE(library.configure.session.load()->configParameters);
   EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 1U);
-  EXPECT_TRUE(AWSConfigure::shared().backgroundUploadItemCallback.load());
+  EXPECT_TRUE(library.configure.backgroundUploadItemCallback.load());
 }
 
 class NoBoolean : public TargetUploaderTest, public testing::WithParamInterface<Dictionary> {};
 
 TEST_P(NoBoolean, SetsNothingUpAndIsLogged) {
   bool earlierCalled = false;
-  AWSConfigure::shared().backgroundUploadItemCallback.store(
+  library.configure.backgroundUploadItemCallback.store(
       [&earlierCalled](const auto&, const auto&, const auto&, const auto&) {
         earlierCalled = true;
       });
-  AWSConfigure::shared().needServerResize = true;
+  library.configure.needServerResize = true;
   perform("Action_SetUp:", GetParam());
   expectOnlyLog("miss needServerResize", "Action_SetUp(_:)");
-  EXPECT_TRUE(AWSConfigure::shared().needServerResize);
-  EXPECT_FALSE(AWSConfigure::shared().configParameters.load());
+  EXPECT_TRUE(library.configure.needServerResize);
+  EXPECT_FALSE(library.configure.session.load()->configParameters);
   EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 0U);
-  AWSConfigure::shared().backgroundUploadItemCallback.load()("", std::nullopt, {}, std::nullopt);
+  library.configure.backgroundUploadItemCallback.load()("", std::nullopt, {}, std::nullopt);
   EXPECT_TRUE(earlierCalled);
 }
 
@@ -205,7 +205,7 @@ TEST_F(TargetUploaderTest, UserChangeAppliesTheNewIdentity) {
   perform("Action_SetUp:", {{"needServerResize", false}});
   platform.mediator.signIn("other", "token2", "https://backend.test");
   platform.notifications.post(kUserChangedNotification);
-  EXPECT_EQ(AWSConfigure::shared().configParameters.load()->userId, "other");
+  EXPECT_EQ(library.configure.session.load()->configParameters->userId, "other");
 }
 
 TEST_F(TargetUploaderTest, SecondSetUpRegistersASecondObserver) {
@@ -220,14 +220,14 @@ TEST_F(TargetUploaderTest, SecondSetUpRegistersASecondObserver) {
 TEST_F(TargetUploaderTest, SetUpWithoutIdentityStillObservesAndRoutes) {
   platform.mediator.signOut();
   perform("Action_SetUp:", {{"needServerResize", false}});
-  EXPECT_FALSE(AWSConfigure::shared().configParameters.load());
+  EXPECT_FALSE(library.configure.session.load()->configParameters);
   EXPECT_EQ(platform.notifications.observerCount(kUserChangedNotification), 1U);
-  EXPECT_TRUE(AWSConfigure::shared().backgroundUploadItemCallback.load());
+  EXPECT_TRUE(library.configure.backgroundUploadItemCallback.load());
 }
 
 TEST_F(TargetUploaderTest, BackgroundSuccessIsReportedToTheBackendAndAFailureIsNot) {
   perform("Action_SetUp:", {{"needServerResize", false}});
-  const auto callback = AWSConfigure::shared().backgroundUploadItemCallback.load();
+  const auto callback = library.configure.backgroundUploadItemCallback.load();
   callback("avatar", "https://cdn.test/a.jpg", {{"uuid", "77"}}, Error{"AWSUploaderError", 3, ""});
   EXPECT_TRUE(platform.messageClients.requests(kUpdateUrl).empty());
   callback("avatar", std::nullopt, {{"uuid", "77"}}, std::nullopt);
@@ -238,12 +238,12 @@ TEST_F(TargetUploaderTest, BackgroundSuccessIsReportedToTheBackendAndAFailureIsN
 
 TEST_F(TargetUploaderTest, SetUpReplacesAnEarlierItemCallback) {
   bool earlierCalled = false;
-  AWSConfigure::shared().backgroundUploadItemCallback.store(
+  library.configure.backgroundUploadItemCallback.store(
       [&earlierCalled](const auto&, const auto&, const auto&, const auto&) {
         earlierCalled = true;
       });
   perform("Action_SetUp:", {{"needServerResize", false}});
-  AWSConfigure::shared().backgroundUploadItemCallback.load()("", std::nullopt, {}, std::nullopt);
+  library.configure.backgroundUploadItemCallback.load()("", std::nullopt, {}, std::nullopt);
   EXPECT_FALSE(earlierCalled);
 }
 
@@ -281,7 +281,7 @@ class Concurrent : public TargetUploaderTest, public testing::WithParamInterface
 
 TEST_P(Concurrent, CountIsStoredUnchanged) {
   perform("Action_SetMaxBackgroundConcurrent:", {{"count", GetParam()}});
-  EXPECT_EQ(AWSConfigure::shared().maxBackgroundConcurrentCount, GetParam());
+  EXPECT_EQ(library.configure.maxBackgroundConcurrentCount, GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Counts, Concurrent,
@@ -295,7 +295,7 @@ TEST_F(TargetUploaderTest, CountOfAnotherTypeChangesNothingSilently) {
         Dictionary{{"count", std::numeric_limits<std::uint64_t>::max()}}}) {
     perform("Action_SetMaxBackgroundConcurrent:", parameters);
   }
-  EXPECT_EQ(AWSConfigure::shared().maxBackgroundConcurrentCount, 6);
+  EXPECT_EQ(library.configure.maxBackgroundConcurrentCount, 6);
   EXPECT_TRUE(platform.logger.records().empty());
 }
 
@@ -321,7 +321,7 @@ class RegisterBackground : public TargetUploaderTest {
 
 TEST_F(RegisterBackground, HostReceivesExtraValuesAsTexts) {
   perform("Action_RegisterBackground:", {{"callback", recorder(called)}});
-  AWSConfigure::shared().backgroundUploadCallback.load()(
+  library.configure.backgroundUploadCallback.load()(
       "avatar", "https://cdn.test/a.jpg",
       {{"i", std::int64_t{5}}, {"s", "a"}, {"u", std::uint64_t{18446744073709551615U}}, {"d", 0.1}},
       std::nullopt);
@@ -337,7 +337,7 @@ TEST_F(RegisterBackground, HostReceivesExtraValuesAsTexts) {
 TEST_F(RegisterBackground, HostReceivesFailuresUnchanged) {
   perform("Action_RegisterBackground:", {{"callback", recorder(called)}});
   const Error error{"AWSUploaderError", 3, "413"};
-  AWSConfigure::shared().backgroundUploadCallback.load()("avatar", std::nullopt, {}, error);
+  library.configure.backgroundUploadCallback.load()("avatar", std::nullopt, {}, error);
   ASSERT_EQ(called.size(), 1U);
   EXPECT_FALSE(called[0].url);
   EXPECT_TRUE(called[0].extra.empty());
@@ -348,7 +348,7 @@ TEST_F(RegisterBackground, LaterCallbackReplacesTheEarlier) {
   std::vector<Called> later;
   perform("Action_RegisterBackground:", {{"callback", recorder(called)}});
   perform("Action_RegisterBackground:", {{"callback", recorder(later)}});
-  AWSConfigure::shared().backgroundUploadCallback.load()("avatar", std::nullopt, {}, std::nullopt);
+  library.configure.backgroundUploadCallback.load()("avatar", std::nullopt, {}, std::nullopt);
   EXPECT_TRUE(called.empty());
   EXPECT_EQ(later.size(), 1U);
 }
@@ -360,15 +360,15 @@ TEST_F(RegisterBackground, UnusableCallbackLeavesTheEarlierSilently) {
   perform("Action_RegisterBackground:", {{"callback", complete()}});
   perform("Action_RegisterBackground:",
           {{"callback", Value::callback<HostBackgroundCallback>(nullptr)}});
-  AWSConfigure::shared().backgroundUploadCallback.load()("avatar", std::nullopt, {}, std::nullopt);
+  library.configure.backgroundUploadCallback.load()("avatar", std::nullopt, {}, std::nullopt);
   EXPECT_EQ(called.size(), 1U);
   EXPECT_TRUE(platform.logger.records().empty());
 }
 
 TEST_F(RegisterBackground, NeedsNoSetUp) {
   perform("Action_RegisterBackground:", {{"callback", recorder(called)}});
-  EXPECT_FALSE(AWSConfigure::shared().configParameters.load());
-  EXPECT_FALSE(AWSConfigure::shared().backgroundUploadItemCallback.load());
+  EXPECT_FALSE(library.configure.session.load()->configParameters);
+  EXPECT_FALSE(library.configure.backgroundUploadItemCallback.load());
 }
 
 // ---- Missing parameters of the upload actions
@@ -490,14 +490,14 @@ TEST_F(TargetUploaderTest, UploadReturnsAtOnceAndCompletesOnTheMainQueue) {
   EXPECT_FALSE(completed[0].error);
   EXPECT_EQ(completed[0].queue, "main");
   EXPECT_EQ(platform.objectStore.object("photos", "u/7/1700000000-5420.jpg"), Data("bytes"));
-  EXPECT_EQ(AWSUploader::generateFileCount, 1);
+  EXPECT_EQ(library.uploader.generateFileCount, 1);
 }
 
 TEST_F(TargetUploaderTest, UploadNeedsNoSetUpAndIsNeitherQueuedNorStored) {
   perform("Action_Upload:", uploadParameters());
   run();
   EXPECT_EQ(completed.size(), 1U);
-  EXPECT_EQ(TaskQueue::shared()->total(), 0);
+  EXPECT_EQ(library.taskQueue->total(), 0);
   EXPECT_TRUE(platform.files.paths().empty());
 }
 
@@ -548,8 +548,8 @@ TEST_F(TargetUploaderTest, UploadsStartedOnTwoThreadsGetDifferentNames) {
   platform.random.push(1);
   platform.random.push(1);
   const Dictionary parameters = uploadParameters();
-  std::thread other([&] { Target_Uploader().Action_Upload(parameters); });
-  Target_Uploader().Action_Upload(parameters);
+  std::thread other([&] { Target_Uploader(library).Action_Upload(parameters); });
+  Target_Uploader(library).Action_Upload(parameters);
   other.join();
   run();
   const auto uploads = platform.objectStore.uploads();
@@ -609,7 +609,7 @@ INSTANTIATE_TEST_SUITE_P(Values, DisableToPQS,
 TEST_F(TargetUploaderTest, BackgroundUploadWithoutIdentityOnlyCounts) {
   perform("Action_BackgroundUpload:", backgroundParameters());
   run();
-  EXPECT_EQ(AWSUploader::generateFileCount, 1);
+  EXPECT_EQ(library.uploader.generateFileCount, 1);
   EXPECT_TRUE(platform.files.paths().empty());
 }
 
@@ -619,7 +619,7 @@ TEST_F(TargetUploaderTest, BackgroundUploadStoresBytesUnderTheGeneratedName) {
   platform.random.push(42);
   perform("Action_BackgroundUpload:", backgroundParameters());
   EXPECT_EQ(platform.files.text("/documents/aws-0011/123456/1700000000-5420.jpg"), "bytes");
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 TEST_F(TargetUploaderTest, BackgroundUploadReachesTheHostsCallback) {
@@ -802,7 +802,7 @@ TEST_F(TargetUploaderTest, FinishedImageUploadIsReportedToTheBackend) {
 }
 
 TEST_F(TargetUploaderTest, FinishedImageUploadIsNotReportedWithoutSetUp) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   perform("Action_BackgroundUploadImage:", imageParameters());
   run();
   EXPECT_EQ(platform.objectStore.uploads().size(), 1U);

@@ -25,7 +25,8 @@ class TaskExecutorTest : public UploadFixture {
   };
 
   std::shared_ptr<TaskExecutor> make(std::shared_ptr<Task> task) {
-    auto executor = std::make_shared<TaskExecutor>(std::move(task));
+    auto executor =
+        std::make_shared<TaskExecutor>(library.platform, library.configure, std::move(task));
     executor->uploadWorker = platform.uploadClients.make({}, 30);
     executor->complete = [this](const std::shared_ptr<TaskExecutor>& reporter,
                                 const std::optional<std::string>& url,
@@ -44,7 +45,7 @@ class TaskExecutorTest : public UploadFixture {
     run();
     return executor;
   }
-  void resizeOnServer() { AWSConfigure::shared().needServerResize = true; }
+  void resizeOnServer() { library.configure.needServerResize = true; }
 
   void expectFailure(AWSErrorCode code, const std::string& message,
                      const std::optional<std::string>& url, const std::string& queue) {
@@ -61,8 +62,8 @@ class TaskExecutorTest : public UploadFixture {
 // ---- Before the transfer
 
 TEST_F(TaskExecutorTest, TaskWithoutDataFailsAtOnceAndAsksForNoCredentials) {
-  const auto executor =
-      make(std::make_shared<FileTask>("a.jpg", "avatar", "gone.jpg", 0, AWSParameterMap{}));
+  const auto executor = make(std::make_shared<FileTask>(platform.files, "a.jpg", "avatar",
+                                                        "gone.jpg", 0, AWSParameterMap{}));
   executor->execute();
   expectFailure(AWSErrorCode::missParamters, "[Error] not found file or data", std::nullopt, "");
   EXPECT_EQ(reports[0].executor, executor);
@@ -536,10 +537,9 @@ class ForgetfulMediator : public QXMediator {
 };
 
 TEST(TaskExecutorHost, WithoutAnItemIdServiceGetsAGeneratedIdAndOneReport) {
-  // Installed once, and in use until the process ends.
-  static FakePlatform platform;
-  static ForgetfulMediator mediator(platform.mediator);
-  Platform::install(platformWith(platform.seams(), mediator));
+  FakePlatform& platform = FakePlatform::kept();
+  ForgetfulMediator mediator(platform.mediator);
+  Library& library = keptLibrary(platformWith(platform.seams(), mediator));
   platform.mediator.signIn("123456", "token", "https://backend.test");
   platform.clock.set(1'712'345'678);
   platform.messageClients.answer(
@@ -554,6 +554,7 @@ TEST(TaskExecutorHost, WithoutAnItemIdServiceGetsAGeneratedIdAndOneReport) {
                                                    {"authorized_path", ""},
                                                    {"download_url_prefix", "https://c"}}}}}});
   auto executor = std::make_shared<TaskExecutor>(
+      library.platform, library.configure,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("b"), AWSParameterMap{}));
   std::vector<std::int64_t> ids;
   executor->complete = [&ids](const auto&, const auto&, const AWSCallbackStatus& status,
@@ -581,7 +582,7 @@ TEST_P(GenerataItemId, JoinsUserRemainderAndShortenedTime) {
   platform.mediator.answer("Account_GetUserId",
                            GetParam().userId ? Value(*GetParam().userId) : Value());
   platform.clock.set(GetParam().now);
-  EXPECT_EQ(TaskExecutor::generataItemId(), GetParam().expected);
+  EXPECT_EQ(TaskExecutor::generataItemId(library.platform), GetParam().expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -617,7 +618,8 @@ TEST_F(TaskExecutorTest, EveryOutcomeIsFineWithoutACallback) {
     executor->execute();
     run();
   };
-  silent(std::make_shared<FileTask>("a.jpg", "avatar", "gone", 0, AWSParameterMap{}));
+  silent(
+      std::make_shared<FileTask>(platform.files, "a.jpg", "avatar", "gone", 0, AWSParameterMap{}));
   silent(dataTask());
   silent(dataTask({{"itemId", "1"}}));
   silent(std::make_shared<DataTask>("a.jpg", "cellar", Data("b"), AWSParameterMap{}));
@@ -696,8 +698,8 @@ TEST_F(TaskExecutorTest, PayloadGoesWithTheAttempt) {
 TEST_F(TaskExecutorTest, FileIsReadOncePerAttempt) {
   platform.files.put("/documents/a.jpg", "stored");
   platform.objectStore.hold();
-  const auto executor =
-      attempt(std::make_shared<FileTask>("a.jpg", "avatar", "a.jpg", 0, AWSParameterMap{}));
+  const auto executor = attempt(
+      std::make_shared<FileTask>(platform.files, "a.jpg", "avatar", "a.jpg", 0, AWSParameterMap{}));
   platform.files.erase("/documents/a.jpg");
   platform.objectStore.release();
   run();
@@ -708,8 +710,10 @@ TEST_F(TaskExecutorTest, FileIsReadOncePerAttempt) {
 TEST_F(TaskExecutorTest, HundredThousandImmediateReportsLeaveNothingBehind) {
   const auto token = std::make_shared<int>(0);
   for (int i = 0; i < 100'000; ++i) {
-    auto executor = std::make_shared<TaskExecutor>(
-        std::make_shared<FileTask>("a.jpg", "avatar", "gone", 0, AWSParameterMap{}));
+    auto executor =
+        std::make_shared<TaskExecutor>(library.platform, library.configure,
+                                       std::make_shared<FileTask>(platform.files, "a.jpg", "avatar",
+                                                                  "gone", 0, AWSParameterMap{}));
     executor->complete = [token](const auto&, const auto&, const auto&, std::int64_t) { ++*token; };
     executor->execute();
   }
@@ -721,6 +725,7 @@ TEST_F(TaskExecutorTest, ThousandUploadsLeaveNothingBehind) {
   const auto token = std::make_shared<int>(0);
   for (int i = 0; i < 1000; ++i) {
     auto executor = std::make_shared<TaskExecutor>(
+        library.platform, library.configure,
         dataTask(i % 2 == 0 ? AWSParameterMap{} : AWSParameterMap{{"itemId", "1"}}));
     executor->complete = [token](const auto&, const auto&, const auto&, std::int64_t) { ++*token; };
     executor->execute();
@@ -734,9 +739,9 @@ TEST_F(TaskExecutorTest, ThousandUploadsLeaveNothingBehind) {
 
 TEST_F(TaskExecutorTest, Sha1IsFortyLowerCaseHexadecimals) {
   // The digests of FIPS 180.
-  EXPECT_EQ(sha1(Data()), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-  EXPECT_EQ(sha1(Data("abc")), "a9993e364706816aba3e25717850c26c9cd0d89d");
-  EXPECT_EQ(sha1(Data("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
+  EXPECT_EQ(sha1(platform.sha1, Data()), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+  EXPECT_EQ(sha1(platform.sha1, Data("abc")), "a9993e364706816aba3e25717850c26c9cd0d89d");
+  EXPECT_EQ(sha1(platform.sha1, Data("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
             "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
 }
 

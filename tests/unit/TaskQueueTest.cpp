@@ -15,6 +15,7 @@
 
 #include "Classes/AWSConfigure.h"
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -43,14 +44,16 @@ class TaskQueueTest : public testing::Test {
  protected:
   /// Reports only when told to.
   std::shared_ptr<TaskExecutor> running(const std::string& name) {
-    return std::make_shared<TaskExecutor>(std::make_shared<ProbeTask>(name, [this, name] {
-      started.push_back(name);
-      return Data("bytes");
-    }));
+    return std::make_shared<TaskExecutor>(library.platform, library.configure,
+                                          std::make_shared<ProbeTask>(name, [this, name] {
+                                            started.push_back(name);
+                                            return Data("bytes");
+                                          }));
   }
   /// Reports inside execute().
-  static std::shared_ptr<TaskExecutor> instant(std::function<void()> onStart) {
+  std::shared_ptr<TaskExecutor> instant(std::function<void()> onStart) {
     return std::make_shared<TaskExecutor>(
+        library.platform, library.configure,
         std::make_shared<ProbeTask>("instant", [onStart = std::move(onStart)] {
           onStart();
           return std::optional<Data>();
@@ -69,14 +72,15 @@ class TaskQueueTest : public testing::Test {
     return executors;
   }
 
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
   std::vector<std::string> started;
 };
 
 using Names = std::vector<std::string>;
 
 TEST_F(TaskQueueTest, SixOfTenStartInOrderAndEachCompletionStartsTheNext) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   const auto executors = addRunning(*queue, 10);
   queue->start();
   EXPECT_EQ(started, (Names{"0", "1", "2", "3", "4", "5"}));
@@ -91,7 +95,7 @@ TEST_F(TaskQueueTest, SixOfTenStartInOrderAndEachCompletionStartsTheNext) {
 }
 
 TEST_F(TaskQueueTest, AddAloneStartsNothing) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   addRunning(*queue, 2);
   EXPECT_TRUE(started.empty());
   EXPECT_EQ(queue->total(), 2);
@@ -99,50 +103,50 @@ TEST_F(TaskQueueTest, AddAloneStartsNothing) {
 }
 
 TEST_F(TaskQueueTest, ConfiguredLimitOfZeroRunsOneAtATime) {
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 0;
-  const auto executors = addRunning(*TaskQueue::shared(), 3);
-  TaskQueue::shared()->start();
+  library.configure.maxBackgroundConcurrentCount = 0;
+  const auto executors = addRunning(*library.taskQueue, 3);
+  library.taskQueue->start();
   EXPECT_EQ(started, (Names{"0"}));
   succeed(executors[0]);
   EXPECT_EQ(started, (Names{"0", "1"}));
 }
 
 TEST_F(TaskQueueTest, NegativeLimitRunsOneAtATime) {
-  AWSConfigure::shared().maxBackgroundConcurrentCount = -4;
-  addRunning(*TaskQueue::shared(), 3);
-  TaskQueue::shared()->start();
+  library.configure.maxBackgroundConcurrentCount = -4;
+  addRunning(*library.taskQueue, 3);
+  library.taskQueue->start();
   EXPECT_EQ(started, (Names{"0"}));
 }
 
 TEST_F(TaskQueueTest, FixedLimitOfAQueueWinsOverTheConfiguredOne) {
-  const auto queue = TaskQueue::make(2);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 2; });
   addRunning(*queue, 5);
   queue->start();
   EXPECT_EQ(started, (Names{"0", "1"}));
 }
 
 TEST_F(TaskQueueTest, FixedLimitOfZeroRunsOneAtATime) {
-  const auto queue = TaskQueue::make(0);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 0; });
   addRunning(*queue, 3);
   queue->start();
   EXPECT_EQ(started, (Names{"0"}));
 }
 
 TEST_F(TaskQueueTest, RaisedLimitCountsAtTheNextStart) {
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 1;
-  addRunning(*TaskQueue::shared(), 5);
-  TaskQueue::shared()->start();
+  library.configure.maxBackgroundConcurrentCount = 1;
+  addRunning(*library.taskQueue, 5);
+  library.taskQueue->start();
   EXPECT_EQ(started.size(), 1U);
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 3;
-  TaskQueue::shared()->start();
+  library.configure.maxBackgroundConcurrentCount = 3;
+  library.taskQueue->start();
   EXPECT_EQ(started, (Names{"0", "1", "2"}));
 }
 
 TEST_F(TaskQueueTest, LoweredLimitStartsNothingUntilEnoughHaveReported) {
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 3;
-  const auto executors = addRunning(*TaskQueue::shared(), 6);
-  TaskQueue::shared()->start();
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 1;
+  library.configure.maxBackgroundConcurrentCount = 3;
+  const auto executors = addRunning(*library.taskQueue, 6);
+  library.taskQueue->start();
+  library.configure.maxBackgroundConcurrentCount = 1;
   succeed(executors[0]);
   succeed(executors[1]);
   EXPECT_EQ(started.size(), 3U);
@@ -152,7 +156,7 @@ TEST_F(TaskQueueTest, LoweredLimitStartsNothingUntilEnoughHaveReported) {
 
 TEST_F(TaskQueueTest, UnreachableNetworkStartsNothingUntilItComesBack) {
   platform.reachability.setReachable(false);
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   addRunning(*queue, 2);
   queue->start();
   EXPECT_TRUE(started.empty());
@@ -162,7 +166,7 @@ TEST_F(TaskQueueTest, UnreachableNetworkStartsNothingUntilItComesBack) {
 }
 
 TEST_F(TaskQueueTest, LostNetworkStartsNothing) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   addRunning(*queue, 2);
   platform.reachability.setReachable(false);
   EXPECT_TRUE(started.empty());
@@ -173,7 +177,7 @@ TEST_F(TaskQueueTest, LostNetworkStartsNothing) {
 }
 
 TEST_F(TaskQueueTest, NetworkLostWhileFillingSlotsLeavesTheRestWaiting) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   queue->add(instant([this] { platform.reachability.setReachable(false); }));
   addRunning(*queue, 2);
   queue->start();
@@ -182,7 +186,7 @@ TEST_F(TaskQueueTest, NetworkLostWhileFillingSlotsLeavesTheRestWaiting) {
 }
 
 TEST_F(TaskQueueTest, ListenerOfADestroyedQueueDoesNothing) {
-  auto queue = TaskQueue::make(1);
+  auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const std::weak_ptr<TaskQueue> weak = queue;
   queue->add(running("0"));
   queue.reset();
@@ -192,7 +196,7 @@ TEST_F(TaskQueueTest, ListenerOfADestroyedQueueDoesNothing) {
 }
 
 TEST_F(TaskQueueTest, LateReportAfterResetLeavesTheCountAtZero) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   const auto executors = addRunning(*queue, 8);
   queue->start();
   queue->reset();
@@ -206,7 +210,7 @@ TEST_F(TaskQueueTest, LateReportAfterResetLeavesTheCountAtZero) {
 }
 
 TEST_F(TaskQueueTest, ExecutorWithoutCompletionFreesItsSlotAndStartsTheNext) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executors = addRunning(*queue, 2);
   ASSERT_FALSE(executors[0]->complete);
   queue->start();
@@ -215,7 +219,7 @@ TEST_F(TaskQueueTest, ExecutorWithoutCompletionFreesItsSlotAndStartsTheNext) {
 }
 
 TEST_F(TaskQueueTest, PreviousCallbackGetsTheSameArgumentsWithItsSlotAlreadyFree) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executor = running("0");
   int calls = 0;
   executor->complete = [&](const std::shared_ptr<TaskExecutor>& reporting,
@@ -237,7 +241,7 @@ TEST_F(TaskQueueTest, PreviousCallbackGetsTheSameArgumentsWithItsSlotAlreadyFree
 }
 
 TEST_F(TaskQueueTest, FailureStartsTheNextAsSuccessDoes) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executors = addRunning(*queue, 2);
   queue->start();
   const TaskExecutor::Complete complete = executors[0]->complete;
@@ -247,7 +251,7 @@ TEST_F(TaskQueueTest, FailureStartsTheNextAsSuccessDoes) {
 }
 
 TEST_F(TaskQueueTest, CallbackMayAddAndStart) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto first = running("first");
   first->complete = [&](const auto&, const auto&, const auto&, std::int64_t) {
     queue->add(running("second"));
@@ -260,7 +264,7 @@ TEST_F(TaskQueueTest, CallbackMayAddAndStart) {
 }
 
 TEST_F(TaskQueueTest, CallbackMayReplaceTheCompletionThatRuns) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executor = running("0");
   std::string seen;
   // Long enough to lie on the heap, so that a use after the replacement shows.
@@ -279,7 +283,7 @@ TEST_F(TaskQueueTest, CallbackMayReplaceTheCompletionThatRuns) {
 }
 
 TEST_F(TaskQueueTest, RunningExecutorKeepsItsQueueAlive) {
-  auto queue = TaskQueue::make(1);
+  auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executors = addRunning(*queue, 2);
   queue->start();
   queue.reset();
@@ -288,7 +292,7 @@ TEST_F(TaskQueueTest, RunningExecutorKeepsItsQueueAlive) {
 }
 
 TEST_F(TaskQueueTest, HundredThousandSynchronousExecutorsRunInConstantStack) {
-  const auto queue = TaskQueue::make(3);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 3; });
   constexpr int kCount = 100000;
   int ran = 0;
   std::uintptr_t lowest = UINTPTR_MAX;
@@ -308,7 +312,7 @@ TEST_F(TaskQueueTest, HundredThousandSynchronousExecutorsRunInConstantStack) {
 }
 
 TEST_F(TaskQueueTest, ChainOfExecutorsThatEachAddTheNextRunsInConstantStack) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   int left = 20000;
   std::uintptr_t lowest = UINTPTR_MAX;
   std::uintptr_t highest = 0;
@@ -327,7 +331,7 @@ TEST_F(TaskQueueTest, ChainOfExecutorsThatEachAddTheNextRunsInConstantStack) {
 }
 
 TEST_F(TaskQueueTest, IdleOnlyWhenNothingWaitsAndNothingRuns) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   EXPECT_TRUE(queue->idle());
   const auto executor = running("0");
   queue->add(executor);
@@ -339,7 +343,7 @@ TEST_F(TaskQueueTest, IdleOnlyWhenNothingWaitsAndNothingRuns) {
 }
 
 TEST_F(TaskQueueTest, FilenamesAreOfTasksAnnouncedWaitingAndRunning) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   using Set = std::set<std::string>;
   queue->announce("2");
   auto executors = addRunning(*queue, 2);
@@ -353,7 +357,7 @@ TEST_F(TaskQueueTest, FilenamesAreOfTasksAnnouncedWaitingAndRunning) {
 }
 
 TEST_F(TaskQueueTest, FilenameOfARunningTaskStaysUntilItsCompletionReturns) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executor = running("a");
   std::set<std::string> duringTheReport;
   executor->complete = [&](const auto&, const auto&, const auto&, std::int64_t) {
@@ -367,7 +371,7 @@ TEST_F(TaskQueueTest, FilenameOfARunningTaskStaysUntilItsCompletionReturns) {
 }
 
 TEST_F(TaskQueueTest, ResetMayDestroyExecutorsThatUseTheQueue) {
-  const auto queue = TaskQueue::make(1);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   struct UsesQueue {
     std::shared_ptr<TaskQueue> queue;
     std::size_t* waiting;
@@ -384,7 +388,7 @@ TEST_F(TaskQueueTest, RacingStartsAndReportsNeverExceedTheLimitAndStrandNothing)
   constexpr int kThreads = 4;
   constexpr int kPerThread = 3000;
   constexpr int kLimit = 2;
-  const auto queue = TaskQueue::make(kLimit);
+  const auto queue = TaskQueue::make(platform.reachability, [] { return kLimit; });
   std::atomic<int> active = 0;
   std::atomic<int> most = 0;
   std::atomic<int> ran = 0;

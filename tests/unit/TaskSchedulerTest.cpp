@@ -48,17 +48,17 @@ class TaskSchedulerTest : public UploadFixture {
         reports.push_back({name, scope, url, extra, error});
       };
     };
-    AWSConfigure::shared().backgroundUploadCallback.store(recorder("host"));
-    AWSConfigure::shared().backgroundUploadItemCallback.store(recorder("item"));
+    library.configure.backgroundUploadCallback.store(recorder("host"));
+    library.configure.backgroundUploadItemCallback.store(recorder("item"));
   }
 
-  static std::shared_ptr<TaskExecutor> dataExecutor(const std::string& filename,
-                                                    AWSParameterMap extra = {}) {
-    return AWSUploader::makeExecutor(
+  std::shared_ptr<TaskExecutor> dataExecutor(const std::string& filename,
+                                             AWSParameterMap extra = {}) {
+    return library.uploader.makeExecutor(
         std::make_shared<DataTask>(filename, "avatar", Data("bytes"), std::move(extra)));
   }
   /// Queues a stored task whose attempts end when run() is called.
-  static void add(TaskScheduler& scheduler, const std::string& filename) {
+  void add(TaskScheduler& scheduler, const std::string& filename) {
     scheduler.add(dataExecutor(filename));
   }
   static void report(const std::shared_ptr<TaskExecutor>& executor,
@@ -73,7 +73,7 @@ class TaskSchedulerTest : public UploadFixture {
   }
   void storeUnavailable() { platform.objectStore.failAll(Error{"ObjectStore", 3, "down"}); }
   std::optional<std::int64_t> loggedCount(const std::string& filename) {
-    const auto tasks = UserTaskStorage("u1").localTasks();
+    const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
     for (const auto& task : tasks) {
       if (task->filename() == filename) return task->uploadCount();
     }
@@ -96,11 +96,11 @@ class TaskSchedulerTest : public UploadFixture {
 };
 
 TEST_F(TaskSchedulerTest, NewSchedulerEmptiesTheSharedQueueAndOpensTheDirectory) {
-  const auto& queue = TaskQueue::shared();
+  const auto& queue = library.taskQueue;
   for (int i = 0; i < 8; ++i) queue->add(dataExecutor(std::to_string(i)));
   queue->start();
   ASSERT_EQ(queue->concurrentCount(), 6);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   EXPECT_TRUE(queue->idle());
   EXPECT_EQ(queue->total(), 0);
   EXPECT_EQ(platform.files.kind(kDirectory), PathKind::directory);
@@ -108,8 +108,8 @@ TEST_F(TaskSchedulerTest, NewSchedulerEmptiesTheSharedQueueAndOpensTheDirectory)
 }
 
 TEST_F(TaskSchedulerTest, UploadRunsFromTheStoredFileAndSuccessDeletesFileAndEntry) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   const auto given = dataExecutor("a.jpg", {{"itemId", "42"}});
   platform.reachability.setReachable(false);
   scheduler->add(given);
@@ -135,11 +135,11 @@ TEST_F(TaskSchedulerTest, UploadRunsFromTheStoredFileAndSuccessDeletesFileAndEnt
                                              {"itemId", std::int64_t{42}}}));
     EXPECT_FALSE(report.error);
   }
-  EXPECT_TRUE(TaskQueue::shared()->idle());
+  EXPECT_TRUE(library.taskQueue->idle());
 }
 
 TEST_F(TaskSchedulerTest, GivenExecutorIsReplacedByOneOverTheStoredFile) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto given = dataExecutor("a.jpg", {{"ratio", 2.0}});
   const auto queued = scheduler->syncLocl(given);
   EXPECT_NE(queued, given);
@@ -152,7 +152,7 @@ TEST_F(TaskSchedulerTest, GivenExecutorIsReplacedByOneOverTheStoredFile) {
 }
 
 TEST_F(TaskSchedulerTest, GivenCompletionIsKeptBehindTheStorage) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto given = dataExecutor("a.jpg");
   int calls = 0;
   given->complete = [&](const auto&, const std::optional<std::string>& url,
@@ -169,7 +169,7 @@ TEST_F(TaskSchedulerTest, GivenCompletionIsKeptBehindTheStorage) {
 
 TEST_F(TaskSchedulerTest, StoredTaskKeepsItsExecutorWhichIsBoundToTheStorage) {
   putStoredTasks(1);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executor = scheduler->localTaskExecutor().front();
   EXPECT_EQ(scheduler->syncLocl(executor), executor);
   report(executor, failure());
@@ -177,7 +177,7 @@ TEST_F(TaskSchedulerTest, StoredTaskKeepsItsExecutorWhichIsBoundToTheStorage) {
 }
 
 TEST_F(TaskSchedulerTest, BoundTaskInMemoryIsLeftAloneByAFailure) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executor = dataExecutor("a.jpg");
   int told = 0;
   executor->complete = [&](const auto&, const auto&, const auto&, std::int64_t) { ++told; };
@@ -188,9 +188,9 @@ TEST_F(TaskSchedulerTest, BoundTaskInMemoryIsLeftAloneByAFailure) {
 }
 
 TEST_F(TaskSchedulerTest, FirstFailureOfAStoredTaskIsTrackedAsItsFirstAttempt) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   storeUnavailable();
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   add(*scheduler, "a.jpg");
   run();
   scheduler->retryLocalTask();
@@ -208,11 +208,12 @@ TEST_F(TaskSchedulerTest, OutcomeIsTrackedWithTimeAndItemBeforeTheCallbacksHear)
                                                {"imageFrom", "2"}});
   executor->uploadTime = 1.25;
   std::size_t trackedBefore = 0;
-  AWSConfigure::shared().backgroundUploadCallback.store(
+  library.configure.backgroundUploadCallback.store(
       [&](const auto&, const auto&, const auto&, const auto&) {
         trackedBefore = platform.mediator.trackedEvents().size();
       });
-  TaskScheduler::reportResult(executor, "https://cdn.test/x", AWSCallbackStatus::success(), 7);
+  library.makeScheduler("u1")->reporter()(executor, "https://cdn.test/x",
+                                          AWSCallbackStatus::success(), 7);
   EXPECT_EQ(trackedBefore, 1U);
   const auto events = platform.mediator.trackedEvents();
   ASSERT_THAT(events, SizeIs(1));
@@ -222,8 +223,8 @@ TEST_F(TaskSchedulerTest, OutcomeIsTrackedWithTimeAndItemBeforeTheCallbacksHear)
 }
 
 TEST_F(TaskSchedulerTest, SuccessWhoseFileCannotBeRemovedIsReportedAndRetriedLater) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   platform.files.fail(Operation::remove, kDirectory + "/a.jpg");
   add(*scheduler, "a.jpg");
   run();
@@ -238,9 +239,9 @@ TEST_F(TaskSchedulerTest, SuccessWhoseFileCannotBeRemovedIsReportedAndRetriedLat
 }
 
 TEST_F(TaskSchedulerTest, FailureWhoseCountCannotBeWrittenIsReported) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   storeUnavailable();
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   platform.reachability.setReachable(false);
   add(*scheduler, "a.jpg");
   platform.files.fail(Operation::write, kLog);
@@ -253,9 +254,9 @@ TEST_F(TaskSchedulerTest, FailureWhoseCountCannotBeWrittenIsReported) {
 
 TEST_F(TaskSchedulerTest, RetryStartsTheTasksInTheOrderOfTheList) {
   putStoredTasks(5);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  AWSConfigure::shared().maxBackgroundConcurrentCount = 1;
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  library.configure.maxBackgroundConcurrentCount = 1;
+  const auto scheduler = library.makeScheduler("u1");
   std::vector<std::string> listed;
   for (const auto& executor : scheduler->localTaskExecutor()) {
     listed.push_back("u/7/" + executor->task->filename());
@@ -269,7 +270,7 @@ TEST_F(TaskSchedulerTest, RetryStartsTheTasksInTheOrderOfTheList) {
 }
 
 TEST_F(TaskSchedulerTest, AddDropsTheCompletionThatWasThere) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto given = dataExecutor("a.jpg");
   int calls = 0;
   given->complete = [&](const auto&, const auto&, const auto&, std::int64_t) { ++calls; };
@@ -280,7 +281,7 @@ TEST_F(TaskSchedulerTest, AddDropsTheCompletionThatWasThere) {
 }
 
 TEST_F(TaskSchedulerTest, NineFailuresKeepTheEntryWithCountNine) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executor = scheduler->syncLocl(dataExecutor("a.jpg"));
   for (int i = 1; i <= 9; ++i) {
     report(executor, failure());
@@ -290,7 +291,7 @@ TEST_F(TaskSchedulerTest, NineFailuresKeepTheEntryWithCountNine) {
 }
 
 TEST_F(TaskSchedulerTest, TenthFailureDeletesFileAndEntry) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executor = scheduler->syncLocl(dataExecutor("a.jpg"));
   for (int i = 1; i <= 10; ++i) report(executor, failure());
   EXPECT_EQ(loggedCount("a.jpg"), std::nullopt);
@@ -298,9 +299,9 @@ TEST_F(TaskSchedulerTest, TenthFailureDeletesFileAndEntry) {
 }
 
 TEST_F(TaskSchedulerTest, RetriesCarryTheCountAndEveryAttemptIsReported) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   storeUnavailable();
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   add(*scheduler, "a.jpg");
   run();
   EXPECT_EQ(loggedCount("a.jpg"), 1);
@@ -321,7 +322,7 @@ TEST_F(TaskSchedulerTest, RetriesCarryTheCountAndEveryAttemptIsReported) {
 
 TEST_F(TaskSchedulerTest, CountFromAnEarlierRunCounts) {
   putStoredTasks(1, 9);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executors = scheduler->localTaskExecutor();
   ASSERT_THAT(executors, SizeIs(1));
   scheduler->bindStorageComplete(*executors[0]);
@@ -333,7 +334,7 @@ TEST_F(TaskSchedulerTest, CountFromAnEarlierRunCounts) {
 
 TEST_F(TaskSchedulerTest, FailureOfATaskOfAnEarlierRunStoresItAgain) {
   putStoredTasks(2);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executors = scheduler->localTaskExecutor();
   ASSERT_THAT(executors, SizeIs(2));
   scheduler->bindStorageComplete(*executors[0]);
@@ -343,17 +344,17 @@ TEST_F(TaskSchedulerTest, FailureOfATaskOfAnEarlierRunStoresItAgain) {
 }
 
 TEST_F(TaskSchedulerTest, CounterOverflowStopsTheProcess) {
-  const auto scheduler = TaskScheduler::make("u1");
-  const auto executor = AWSUploader::makeExecutor(
-      std::make_shared<FileTask>("a.jpg", "avatar", "aws-0011/u1/a.jpg",
+  const auto scheduler = library.makeScheduler("u1");
+  const auto executor = library.uploader.makeExecutor(
+      std::make_shared<FileTask>(platform.files, "a.jpg", "avatar", "aws-0011/u1/a.jpg",
                                  std::numeric_limits<std::int64_t>::max(), AWSParameterMap()));
   scheduler->bindStorageComplete(*executor);
   EXPECT_DEATH(report(executor, failure()), "overflow");
 }
 
 TEST_F(TaskSchedulerTest, TaskWhoseFileCannotBeWrittenRunsFromMemoryUnlogged) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   platform.files.fail(Operation::write, kDirectory + "/a.jpg");
   const auto given = dataExecutor("a.jpg");
   EXPECT_EQ(scheduler->syncLocl(given), given);
@@ -365,8 +366,8 @@ TEST_F(TaskSchedulerTest, TaskWhoseFileCannotBeWrittenRunsFromMemoryUnlogged) {
 }
 
 TEST_F(TaskSchedulerTest, TaskThatCannotBeLoggedRunsFromMemoryAndLeavesNothing) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   platform.files.fail(Operation::write, kLog);
   add(*scheduler, "a.jpg");
   EXPECT_THAT(platform.files.paths(), IsEmpty());
@@ -376,8 +377,8 @@ TEST_F(TaskSchedulerTest, TaskThatCannotBeLoggedRunsFromMemoryAndLeavesNothing) 
 }
 
 TEST_F(TaskSchedulerTest, TaskWhoseValuesCannotBeWrittenRunsFromMemoryBesideTheOthers) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   const auto good = scheduler->syncLocl(dataExecutor("good.jpg"));
   const auto bad = dataExecutor("bad.jpg", {{"text", std::string("\x02")}});
   EXPECT_EQ(scheduler->syncLocl(bad), bad);
@@ -387,9 +388,9 @@ TEST_F(TaskSchedulerTest, TaskWhoseValuesCannotBeWrittenRunsFromMemoryBesideTheO
 }
 
 TEST_F(TaskSchedulerTest, FailureOfAnUnstoredTaskIsReportedAndForgotten) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   storeUnavailable();
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   platform.files.fail(Operation::write, kDirectory + "/a.jpg");
   add(*scheduler, "a.jpg");
   run();
@@ -400,35 +401,35 @@ TEST_F(TaskSchedulerTest, FailureOfAnUnstoredTaskIsReportedAndForgotten) {
 
 TEST_F(TaskSchedulerTest, RetryWhileOneIsQueuedOrRunsDoesNothing) {
   putStoredTasks(3);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   platform.reachability.setReachable(false);
-  TaskQueue::shared()->add(dataExecutor("waiting.jpg"));
+  library.taskQueue->add(dataExecutor("waiting.jpg"));
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->total(), 1);
+  EXPECT_EQ(library.taskQueue->total(), 1);
   platform.reachability.setReachable(true);
-  ASSERT_EQ(TaskQueue::shared()->concurrentCount(), 1);
+  ASSERT_EQ(library.taskQueue->concurrentCount(), 1);
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->total(), 1);
+  EXPECT_EQ(library.taskQueue->total(), 1);
 }
 
 TEST_F(TaskSchedulerTest, RetryQueuesTwoHundredOfTwoHundredAndFifty) {
   putStoredTasks(250);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->total(), 200);
-  EXPECT_EQ(TaskQueue::shared()->concurrentCount(), 6);
+  EXPECT_EQ(library.taskQueue->total(), 200);
+  EXPECT_EQ(library.taskQueue->concurrentCount(), 6);
 }
 
 TEST_F(TaskSchedulerTest, RetryWithoutStoredTasksQueuesNothing) {
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->total(), 0);
+  EXPECT_EQ(library.taskQueue->total(), 0);
 }
 
 TEST_F(TaskSchedulerTest, AfterTheSchedulerIsGoneTheReportArrivesAndTheStorageStays) {
-  auto scheduler = TaskScheduler::make("u1");
+  auto scheduler = library.makeScheduler("u1");
   const auto given = dataExecutor("a.jpg");
-  given->complete = &TaskScheduler::reportResult;
+  given->complete = library.makeScheduler("u1")->reporter();
   const auto executor = scheduler->syncLocl(given);
   scheduler.reset();
   report(executor, AWSCallbackStatus::success());
@@ -439,8 +440,9 @@ TEST_F(TaskSchedulerTest, AfterTheSchedulerIsGoneTheReportArrivesAndTheStorageSt
 
 TEST_F(TaskSchedulerTest, FailureReachesBothCallbacksAsTheSameError) {
   const auto executor = dataExecutor("a.jpg", {{"k", "v"}});
-  TaskScheduler::reportResult(executor, "https://cdn.test/would-be",
-                              AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "not yet"), 0);
+  library.makeScheduler("u1")->reporter()(
+      executor, "https://cdn.test/would-be",
+      AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "not yet"), 0);
   ASSERT_THAT(reports, SizeIs(2));
   EXPECT_EQ(reports[0].callback, "host");
   EXPECT_EQ(reports[1].callback, "item");
@@ -453,9 +455,9 @@ TEST_F(TaskSchedulerTest, FailureReachesBothCallbacksAsTheSameError) {
 }
 
 TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
-  AWSConfigure::shared().backgroundUploadCallback.store(nullptr);
-  AWSConfigure::shared().backgroundUploadItemCallback.store(nullptr);
-  TaskScheduler::reportResult(dataExecutor("a.jpg"), std::nullopt, failure(), 0);
+  library.configure.backgroundUploadCallback.store(nullptr);
+  library.configure.backgroundUploadItemCallback.store(nullptr);
+  library.makeScheduler("u1")->reporter()(dataExecutor("a.jpg"), std::nullopt, failure(), 0);
   EXPECT_THAT(platform.mediator.trackedEvents(), SizeIs(1));
 }
 
@@ -463,19 +465,19 @@ TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
 
 class TaskSchedulerResumeTest : public TaskSchedulerTest {
  protected:
-  TaskSchedulerResumeTest() { AWSConfigure::shared().resumeStoredTasks = true; }
+  TaskSchedulerResumeTest() { library.configure.resumeStoredTasks = true; }
 
   /// Applies the identity of "u1" with this token; yields the new scheduler.
   std::shared_ptr<TaskScheduler> signIn(const std::string& token) {
     platform.mediator.signIn("u1", token, "https://backend.test");
-    AWSConfigure::shared().userDidChange();
-    return AWSConfigure::shared().scheduler.load();
+    library.configure.userDidChange();
+    return library.configure.scheduler.load();
   }
 };
 
 TEST_F(TaskSchedulerResumeTest, TaskOfAnEarlierRunIsGoneAfterItsSuccess) {
   putStoredTasks(2);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto executors = scheduler->localTaskExecutor();
   scheduler->bindStorageComplete(*executors[0]);
   report(executors[0], AWSCallbackStatus::success());
@@ -486,10 +488,10 @@ TEST_F(TaskSchedulerResumeTest, TaskOfAnEarlierRunIsGoneAfterItsSuccess) {
 
 TEST_F(TaskSchedulerResumeTest, AllOfTwoHundredAndFiftyGoUpAfterOneTick) {
   putStoredTasks(250);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->total(), 200);
+  EXPECT_EQ(library.taskQueue->total(), 200);
   run();
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(250));
   EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
@@ -498,9 +500,9 @@ TEST_F(TaskSchedulerResumeTest, AllOfTwoHundredAndFiftyGoUpAfterOneTick) {
 
 TEST_F(TaskSchedulerResumeTest, FailedTasksWaitForTheNextTick) {
   putStoredTasks(450);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   storeUnavailable();
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
   run();
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(450)) << "each once";
@@ -513,18 +515,18 @@ TEST_F(TaskSchedulerResumeTest, FailedTasksWaitForTheNextTick) {
 
 TEST_F(TaskSchedulerTest, WithoutTheSwitchTheRestWaitsForTheNextTick) {
   putStoredTasks(250);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+  const auto scheduler = library.makeScheduler("u1");
   scheduler->retryLocalTask();
   run();
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(200));
 }
 
 TEST_F(TaskSchedulerResumeTest, BackgroundUploadReturnsAfterDataAndThenLogAreSynced) {
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   platform.reachability.setReachable(false);
   const std::size_t before = platform.files.calls().size();
-  AWSUploader::backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
+  library.uploader.backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
   const auto calls = platform.files.calls();
   ASSERT_THAT(calls, SizeIs(before + 2));
   const auto& data = calls[before];
@@ -540,7 +542,7 @@ TEST_F(TaskSchedulerResumeTest, BackgroundUploadReturnsAfterDataAndThenLogAreSyn
 
 TEST_F(TaskSchedulerResumeTest, TaskQueuedTwiceDoesNotComeBackAfterItsSuccess) {
   putStoredTasks(1);
-  const auto scheduler = TaskScheduler::make("u1");
+  const auto scheduler = library.makeScheduler("u1");
   const auto first = scheduler->localTaskExecutor();
   const auto second = scheduler->localTaskExecutor();
   scheduler->bindStorageComplete(*first[0]);
@@ -552,8 +554,8 @@ TEST_F(TaskSchedulerResumeTest, TaskQueuedTwiceDoesNotComeBackAfterItsSuccess) {
 }
 
 TEST_F(TaskSchedulerResumeTest, NewIdentityOfTheSameUserKeepsWhatTheOldOneStores) {
-  const auto old = TaskScheduler::make("u1");
-  const auto current = TaskScheduler::make("u1");
+  const auto old = library.makeScheduler("u1");
+  const auto current = library.makeScheduler("u1");
   old->syncLocl(dataExecutor("a.jpg"));
   current->syncLocl(dataExecutor("b.jpg"));
   EXPECT_EQ(loggedCount("a.jpg"), 0);
@@ -615,21 +617,21 @@ class WatchedFiles : public MemoryFiles {
 };
 
 TEST(TaskSchedulerTickTest, TickBetweenLogAndQueueDoesNotQueueTheTaskASecondTime) {
-  auto& platform = *new FakePlatform;  // Installed for the life of the process.
-  auto& files = *new WatchedFiles;
-  Platform::install(platformWith(platform.seams(), files));
+  FakePlatform& platform = FakePlatform::kept();
+  WatchedFiles files;
+  Library& library = keptLibrary(platformWith(platform.seams(), files));
   platform.reachability.setReachable(false);
-  AWSConfigure::shared().resumeStoredTasks = true;
-  const auto scheduler = TaskScheduler::make("u1");
+  library.configure.resumeStoredTasks = true;
+  const auto scheduler = library.makeScheduler("u1");
   std::size_t listed = 0;
   files.onLogged = [&] {
     listed = scheduler->localTaskExecutor().size();
     scheduler->retryLocalTask();
   };
-  scheduler->add(AWSUploader::makeExecutor(
+  scheduler->add(library.uploader.makeExecutor(
       std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap())));
   EXPECT_EQ(listed, 1U) << "the log had it already";
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -41,11 +42,12 @@ TEST(DataTask, TakesNewExtraValues) {
 
 class FileTaskTest : public testing::Test {
  protected:
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
 };
 
 TEST_F(FileTaskTest, KeepsItsFields) {
-  FileTask task("a.jpg", "avatar", "aws-0011/u/a.jpg", 3, {{"k", "v"}});
+  FileTask task(platform.files, "a.jpg", "avatar", "aws-0011/u/a.jpg", 3, {{"k", "v"}});
   EXPECT_EQ(task.filename(), "a.jpg");
   EXPECT_EQ(task.scope(), "avatar");
   EXPECT_EQ(task.filePath(), "aws-0011/u/a.jpg");
@@ -58,19 +60,19 @@ TEST_F(FileTaskTest, KeepsItsFields) {
 }
 
 TEST_F(FileTaskTest, HasAPathWhateverItsFieldsHold) {
-  EXPECT_TRUE(FileTask("", "", "", 0, {}).hasPath());
-  EXPECT_TRUE(FileTask("a.jpg", "avatar", "a.jpg", 9, {}).hasPath());
+  EXPECT_TRUE(FileTask(platform.files, "", "", "", 0, {}).hasPath());
+  EXPECT_TRUE(FileTask(platform.files, "a.jpg", "avatar", "a.jpg", 9, {}).hasPath());
 }
 
 TEST_F(FileTaskTest, ReadsItsPathBelowTheDocumentsDirectory) {
   platform.files.put("/documents/aws-0011/u/a.jpg", "content");
-  const FileTask task("other-name", "avatar", "aws-0011/u/a.jpg", 0, {});
+  const FileTask task(platform.files, "other-name", "avatar", "aws-0011/u/a.jpg", 0, {});
   ASSERT_TRUE(task.data());
   EXPECT_EQ(task.data()->text(), "content");
 }
 
 TEST_F(FileTaskTest, YieldsNothingUntilTheFileExists) {
-  const FileTask task("a.jpg", "avatar", "a.jpg", 0, {});
+  const FileTask task(platform.files, "a.jpg", "avatar", "a.jpg", 0, {});
   EXPECT_FALSE(task.data());
   platform.files.put("/documents/a.jpg", "now");
   ASSERT_TRUE(task.data());
@@ -79,7 +81,7 @@ TEST_F(FileTaskTest, YieldsNothingUntilTheFileExists) {
 
 TEST_F(FileTaskTest, ReadsTheFileAfreshEachTime) {
   platform.files.put("/documents/a.jpg", "first");
-  const FileTask task("a.jpg", "avatar", "a.jpg", 0, {});
+  const FileTask task(platform.files, "a.jpg", "avatar", "a.jpg", 0, {});
   EXPECT_EQ(task.data()->text(), "first");
   platform.files.put("/documents/a.jpg", "second");
   EXPECT_EQ(task.data()->text(), "second");
@@ -90,19 +92,19 @@ TEST_F(FileTaskTest, ReadsTheFileAfreshEachTime) {
 TEST_F(FileTaskTest, YieldsNothingWhenTheFileCannotBeRead) {
   platform.files.put("/documents/a.jpg", "content");
   platform.files.fail(MemoryFiles::Operation::read, "/documents/a.jpg");
-  EXPECT_FALSE(FileTask("a.jpg", "avatar", "a.jpg", 0, {}).data());
+  EXPECT_FALSE(FileTask(platform.files, "a.jpg", "avatar", "a.jpg", 0, {}).data());
   EXPECT_TRUE(platform.logger.records().empty());
 }
 
 TEST_F(FileTaskTest, YieldsNothingForAnEmptyPath) {
   platform.files.put("/documents/a.jpg", "content");
-  EXPECT_FALSE(FileTask("a.jpg", "avatar", "", 0, {}).data());
+  EXPECT_FALSE(FileTask(platform.files, "a.jpg", "avatar", "", 0, {}).data());
 }
 
 TEST_F(FileTaskTest, ReadsFromTheRootWithoutADocumentsDirectory) {
   platform.files.setDocumentDirectories({});
   platform.files.put("/a.jpg", "at the root");
-  const FileTask task("a.jpg", "avatar", "a.jpg", 0, {});
+  const FileTask task(platform.files, "a.jpg", "avatar", "a.jpg", 0, {});
   ASSERT_TRUE(task.data());
   EXPECT_EQ(task.data()->text(), "at the root");
 }

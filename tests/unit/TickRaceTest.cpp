@@ -16,6 +16,7 @@
 #include "Classes/TaskScheduler.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -60,8 +61,7 @@ class InterruptedFiles : public MemoryFiles {
 class TickRace : public testing::TestWithParam<bool> {
  protected:
   TickRace() {
-    Platform::install(platformWith(platform.seams(), files));
-    AWSConfigure::shared().resumeStoredTasks = GetParam();
+    library.configure.resumeStoredTasks = GetParam();
     platform.messageClients.answer(
         "v3/storage/get_upload_config",
         Dictionary{{"upload_token_map",
@@ -79,11 +79,11 @@ class TickRace : public testing::TestWithParam<bool> {
 
   std::shared_ptr<TaskScheduler> signIn(const std::string& token) {
     platform.mediator.signIn("u1", token, "https://backend.test");
-    AWSConfigure::shared().full(ConfigParameters::readFromHost());
-    return AWSConfigure::shared().scheduler.load();
+    library.configure.full(ConfigParameters::readFromHost(platform.mediator));
+    return library.configure.scheduler.load();
   }
   void add(const std::string& filename) {
-    scheduler->add(AWSUploader::makeExecutor(
+    scheduler->add(library.uploader.makeExecutor(
         std::make_shared<DataTask>(filename, "avatar", Data("bytes"), AWSParameterMap())));
   }
   /// Stores a task that is not in the queue, without a network.
@@ -94,9 +94,9 @@ class TickRace : public testing::TestWithParam<bool> {
   }
   void run() { platform.dispatch.runUntilIdle(); }
 
-  // Installed for the life of the process, as are the shared instances that refer to it.
-  FakePlatform& platform = *new FakePlatform;
-  InterruptedFiles& files = *new InterruptedFiles;
+  FakePlatform& platform = FakePlatform::kept();
+  InterruptedFiles files;
+  Library& library = keptLibrary(platformWith(platform.seams(), files));
   std::shared_ptr<TaskScheduler> scheduler;
 };
 
@@ -109,14 +109,14 @@ TEST_P(TickRace, TickBetweenLogAndQueueQueuesTheTaskOnce) {
   };
   add("a.jpg");
   EXPECT_EQ(listed, 1U) << "the log had it already";
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 TEST_P(TickRace, TaskThatIsQueuedBeforeATickReadsTheLogIsQueuedOnce) {
   platform.reachability.setReachable(false);
   files.beforeLogRead = [&] { add("a.jpg"); };
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 TEST_P(TickRace, TaskThatRunsAndEndsAfterATickHasReadTheLogGoesUpOnce) {
@@ -129,7 +129,7 @@ TEST_P(TickRace, TaskThatRunsAndEndsAfterATickHasReadTheLogGoesUpOnce) {
   scheduler->retryLocalTask();
   run();
   EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1));
-  EXPECT_EQ(TaskQueue::shared()->total(), 1);
+  EXPECT_EQ(library.taskQueue->total(), 1);
 }
 
 TEST_P(TickRace, TaskWhoseSuccessIsBeingRecordedGoesUpOnce) {
@@ -148,7 +148,7 @@ TEST_P(TickRace, TwoTicksAtATimeQueueATaskOnce) {
   storeAlone("a.jpg");
   files.afterLogRead = [&] { scheduler->retryLocalTask(); };
   scheduler->retryLocalTask();
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 TEST_P(TickRace, TaskThatOneTickHasSentIsNotSentByAnotherOneThatBeganBefore) {
@@ -167,7 +167,7 @@ TEST_P(TickRace, TaskOnItsWayIntoTheQueueAtANewIdentityIsQueuedOnce) {
   platform.reachability.setReachable(false);
   files.afterLogWrite = [&] { signIn("another")->retryLocalTask(); };
   add("a.jpg");
-  EXPECT_EQ(TaskQueue::shared()->waitingCount(), 1U);
+  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 TEST_P(TickRace, TaskThatRunsAtANewIdentityIsQueuedAgainWithoutTheSwitchAlone) {

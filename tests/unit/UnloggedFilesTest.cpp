@@ -28,8 +28,8 @@ class UnloggedFilesTest : public UploadFixture {
   UnloggedFilesTest() {
     for (const auto& [name, bytes] : payloads) platform.files.put(kDirectory + "/" + name, bytes);
   }
-  static std::unique_ptr<UserTaskStorage> open() {
-    return std::make_unique<UserTaskStorage>("u1", StoredTasks::resume);
+  std::unique_ptr<UserTaskStorage> open() {
+    return std::make_unique<UserTaskStorage>(library.platform, "u1", StoredTasks::resume);
   }
   /// The payloads stand in this folder, and nowhere else.
   void expectAllIn(const std::string& folder) {
@@ -105,7 +105,7 @@ TEST_F(UnloggedFilesTest, WithoutAFolderAllStay) {
 }
 
 TEST_F(UnloggedFilesTest, WithoutTheSwitchNothingIsMoved) {
-  const UserTaskStorage storage("u1");
+  const UserTaskStorage storage(library.platform, "u1");
   expectAllIn(kDirectory);
   EXPECT_THAT(platform.logger.messages(), IsEmpty());
 }
@@ -121,8 +121,8 @@ std::string entryOf(const std::string& name, const std::string& count = "0") {
 TEST_F(UnloggedFilesTest, EntriesOfARunWithoutTheSwitchGoUpAndTheRestIsMovedAside) {
   platform.files.put(kLog, "<plist version=\"1.0\"><dict>" + entryOf("1.jpg") + "</dict></plist>");
   platform.mediator.signIn("u1", "token", "https://backend.test");
-  AWSConfigure::shared().resumeStoredTasks = true;
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.resumeStoredTasks = true;
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   run();
   ASSERT_THAT(platform.objectStore.uploads(), SizeIs(1));
   EXPECT_EQ(platform.objectStore.uploads()[0].data.text(), "one");

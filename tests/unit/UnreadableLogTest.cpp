@@ -29,7 +29,7 @@ std::string entryOf(const std::string& name, const std::string& count = "0") {
 class UnreadableLogTest : public UploadFixture {
  protected:
   UnreadableLogTest() {
-    AWSConfigure::shared().resumeStoredTasks = true;
+    library.configure.resumeStoredTasks = true;
     platform.mediator.signIn("u1", "token", "https://backend.test");
     for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
       platform.files.put(kDirectory + "/" + name, "bytes");
@@ -43,7 +43,7 @@ class UnreadableLogTest : public UploadFixture {
 TEST_F(UnreadableLogTest, LogThatWasUnreadableAtTheStartIsReadByTheNextTick) {
   putLog(entryOf("0.jpg") + entryOf("1.jpg") + entryOf("2.jpg"));
   platform.files.fail(Operation::read, kLog);
-  AWSConfigure::shared().full(ConfigParameters::readFromHost());
+  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
   run();
   EXPECT_THAT(platform.objectStore.uploads(), IsEmpty());
   platform.files.clearFaults();

@@ -14,6 +14,7 @@
 
 #include "Classes/AWSConfigure.h"
 #include "fakes/FakePlatform.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 
@@ -45,11 +46,12 @@ class UploadFixture : public testing::Test {
   }
   void run() { platform.dispatch.runUntilIdle(); }
   /// The key under which the utility of "avatar" is registered by now.
-  static std::string utilityKey() {
-    return "avatar" + AWSConfigure::shared().configUUID.load().value_or("");
+  std::string utilityKey() {
+    return "avatar" + library.configure.session.load()->configUUID.value_or("");
   }
 
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
 };
 
 /// Bytes that a test can recognise by their place and see destroyed.

@@ -16,6 +16,7 @@
 
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
+#include "unit/KeptLibrary.h"
 
 namespace qx {
 namespace {
@@ -67,7 +68,8 @@ class UserTaskStorageTest : public testing::Test {
     return value ? *value : Value();
   }
 
-  FakePlatform& platform = FakePlatform::installed();
+  FakePlatform& platform = FakePlatform::kept();
+  Library& library = keptLibrary(platform.seams());
 };
 
 // ---- The directory
@@ -75,7 +77,7 @@ class UserTaskStorageTest : public testing::Test {
 TEST_F(UserTaskStorageTest, OpeningCreatesTheDirectoryAndTouchesNoLog) {
   platform.files.put(kLog, "whatever");
   platform.files.erase(kDirectory);
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_EQ(platform.files.kind(kDirectory), PathKind::directory);
   EXPECT_TRUE(storage.userDirPathExist());
   EXPECT_THAT(platform.files.paths(), IsEmpty());
@@ -83,14 +85,14 @@ TEST_F(UserTaskStorageTest, OpeningCreatesTheDirectoryAndTouchesNoLog) {
 
 TEST_F(UserTaskStorageTest, ExistingDirectoryIsLeftAlone) {
   platform.files.put(kLog, "whatever");
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_THAT(platform.files.calls(), IsEmpty());
 }
 
 TEST_F(UserTaskStorageTest, DirectoryThatIsAFileDoesNotExist) {
   platform.files.put(kDirectory, "a file");
   testing::internal::CaptureStdout();
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("File exists"));
   EXPECT_FALSE(storage.userDirPathExist());
 }
@@ -98,14 +100,14 @@ TEST_F(UserTaskStorageTest, DirectoryThatIsAFileDoesNotExist) {
 TEST_F(UserTaskStorageTest, FailedCreationPrintsTheDescriptionAlone) {
   platform.files.failAll(Operation::createDirectory);
   testing::internal::CaptureStdout();
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), kDirectory + ": Input/output error\n");
   EXPECT_FALSE(storage.userDirPathExist());
 }
 
 TEST_F(UserTaskStorageTest, EmptyDocumentsPathStartsAtTheRoot) {
   platform.files.setDocumentDirectories({});
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   EXPECT_THAT(platform.files.paths(), ElementsAre("/aws-0011/u1/a.jpg", "/aws-0011/u1/logs.plist"));
 }
@@ -113,7 +115,7 @@ TEST_F(UserTaskStorageTest, EmptyDocumentsPathStartsAtTheRoot) {
 // ---- Storing
 
 TEST_F(UserTaskStorageTest, StoredTaskIsAFileWithItsBytesAndOneEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   const auto stored = store(storage, "a.jpg", {{"itemId", "42"}});
   EXPECT_EQ(stored->filePath(), "aws-0011/u1/a.jpg");
   EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
@@ -126,7 +128,7 @@ TEST_F(UserTaskStorageTest, StoredTaskIsAFileWithItsBytesAndOneEntry) {
 }
 
 TEST_F(UserTaskStorageTest, TaskWithoutExtraValuesHasAnEmptyExtraSection) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   const Value log = logFile();
   const Dictionary& entry = *log.asDictionary()->at("a.jpg").asDictionary();
@@ -134,7 +136,7 @@ TEST_F(UserTaskStorageTest, TaskWithoutExtraValuesHasAnEmptyExtraSection) {
 }
 
 TEST_F(UserTaskStorageTest, DataIsWrittenPlainlyAndTheLogAtomically) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   const auto calls = platform.files.calls();
   ASSERT_THAT(calls, SizeIs(3));
@@ -147,16 +149,16 @@ TEST_F(UserTaskStorageTest, DataIsWrittenPlainlyAndTheLogAtomically) {
 }
 
 TEST_F(UserTaskStorageTest, StorageFileAloneLeavesTheLogUntouched) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   ASSERT_TRUE(storage.storageFile(dataTask("a.jpg")));
   EXPECT_FALSE(platform.files.text(kLog));
   EXPECT_FALSE(storage.filePath("a.jpg"));
 }
 
 TEST_F(UserTaskStorageTest, StoredTaskComesBackAsItselfAndWritesNothing) {
-  UserTaskStorage storage("u1");
-  const auto task =
-      std::make_shared<FileTask>("a.jpg", "images", "aws-0011/u1/a.jpg", 4, AWSParameterMap());
+  UserTaskStorage storage(library.platform, "u1");
+  const auto task = std::make_shared<FileTask>(platform.files, "a.jpg", "images",
+                                               "aws-0011/u1/a.jpg", 4, AWSParameterMap());
   EXPECT_EQ(storage.storageFile(task), task);
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
@@ -180,26 +182,26 @@ class OddTask : public Task {
 };
 
 TEST_F(UserTaskStorageTest, TaskThatOnlySaysItIsStoredYieldsNoTask) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_EQ(storage.storageFile(std::make_shared<OddTask>(/*hasPath=*/true)), nullptr);
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
 
 TEST_F(UserTaskStorageTest, TaskWithoutBytesYieldsNoTask) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_EQ(storage.storageFile(std::make_shared<OddTask>(/*hasPath=*/false)), nullptr);
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
 
 TEST_F(UserTaskStorageTest, FailedDataWriteYieldsNoTaskAndNoEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   platform.files.fail(Operation::write, kDirectory + "/a.jpg");
   EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
 
 TEST_F(UserTaskStorageTest, RemovedDirectoryIsNotCreatedAgain) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   platform.files.erase(kDirectory);
   EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
   EXPECT_FALSE(storage.syncLog());
@@ -207,7 +209,7 @@ TEST_F(UserTaskStorageTest, RemovedDirectoryIsNotCreatedAgain) {
 }
 
 TEST_F(UserTaskStorageTest, SameNameTwiceKeepsTheLaterEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg", {{"turn", std::int64_t{1}}});
   store(storage, "a.jpg", {{"turn", std::int64_t{2}}});
   const AWSLogMap log = storage.localLogs();
@@ -216,7 +218,7 @@ TEST_F(UserTaskStorageTest, SameNameTwiceKeepsTheLaterEntry) {
 }
 
 TEST_F(UserTaskStorageTest, FailedLogWriteAnswersFalseAndKeepsTheEntryInMemory) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   const auto stored = storage.storageFile(dataTask("a.jpg"));
   platform.files.fail(Operation::write, kLog);
   EXPECT_FALSE(storage.storageLog(*stored));
@@ -227,7 +229,7 @@ TEST_F(UserTaskStorageTest, FailedLogWriteAnswersFalseAndKeepsTheEntryInMemory) 
 }
 
 TEST_F(UserTaskStorageTest, MemoryEntryKeepsTheKindsOfItsValues) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   const AWSParameterMap extra = {{"double", 2.0},
                                  {"float", 0.1F},
                                  {"int", std::int64_t{-5}},
@@ -240,7 +242,7 @@ TEST_F(UserTaskStorageTest, MemoryEntryKeepsTheKindsOfItsValues) {
 }
 
 TEST_F(UserTaskStorageTest, LogBringsValuesBackAsTheirNarrowestKind) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg",
         {{"double", 2.5},
          {"float", 0.1F},
@@ -260,7 +262,7 @@ TEST_F(UserTaskStorageTest, LogBringsValuesBackAsTheirNarrowestKind) {
 // ---- Deleting
 
 TEST_F(UserTaskStorageTest, RemovedTaskLeavesNeitherFileNorEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   store(storage, "b.jpg");
   EXPECT_TRUE(storage.remove("a.jpg"));
@@ -269,7 +271,7 @@ TEST_F(UserTaskStorageTest, RemovedTaskLeavesNeitherFileNorEntry) {
 }
 
 TEST_F(UserTaskStorageTest, RemovingTheLastTaskLeavesAnEmptyLog) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   EXPECT_TRUE(storage.remove("a.jpg"));
   EXPECT_EQ(logFile(), Value(Dictionary()));
@@ -277,10 +279,10 @@ TEST_F(UserTaskStorageTest, RemovingTheLastTaskLeavesAnEmptyLog) {
 
 TEST_F(UserTaskStorageTest, RemoveOfATaskOfAnEarlierRunChangesNothing) {
   {
-    UserTaskStorage earlier("u1");
+    UserTaskStorage earlier(library.platform, "u1");
     store(earlier, "a.jpg");
   }
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   const auto before = platform.files.text(kLog);
   EXPECT_FALSE(storage.remove("a.jpg"));
   EXPECT_FALSE(storage.remove("never.jpg"));
@@ -290,17 +292,17 @@ TEST_F(UserTaskStorageTest, RemoveOfATaskOfAnEarlierRunChangesNothing) {
 
 TEST_F(UserTaskStorageTest, FirstWriteOfARunDropsEarlierEntriesAndKeepsTheirFiles) {
   {
-    UserTaskStorage earlier("u1");
+    UserTaskStorage earlier(library.platform, "u1");
     store(earlier, "a.jpg");
   }
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "b.jpg");
   EXPECT_THAT(loggedNames(storage), ElementsAre("b.jpg"));
   EXPECT_TRUE(platform.files.text(kDirectory + "/a.jpg"));
 }
 
 TEST_F(UserTaskStorageTest, FileThatCannotBeRemovedKeepsItsEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   platform.files.fail(Operation::remove, kDirectory + "/a.jpg");
   EXPECT_FALSE(storage.remove("a.jpg"));
@@ -309,7 +311,7 @@ TEST_F(UserTaskStorageTest, FileThatCannotBeRemovedKeepsItsEntry) {
 }
 
 TEST_F(UserTaskStorageTest, EntryOfAMissingFileIsRemoved) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "a.jpg");
   platform.files.erase(kDirectory + "/a.jpg");
   EXPECT_TRUE(storage.remove("a.jpg"));
@@ -317,7 +319,7 @@ TEST_F(UserTaskStorageTest, EntryOfAMissingFileIsRemoved) {
 }
 
 TEST_F(UserTaskStorageTest, DeletingAMissingFileSucceeds) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_TRUE(storage.deleteFile("aws-0011/u1/gone.jpg"));
 }
 
@@ -328,7 +330,7 @@ TEST_F(UserTaskStorageTest, TaskIsRebuiltFromTheLog) {
                                                  "<key>upload_count</key><integer>3</integer>") +
                                                 "<key>extra</key><dict><key>n</key>"
                                                 "<integer>5</integer></dict>"));
-  const auto tasks = UserTaskStorage("u1").localTasks();
+  const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
   ASSERT_THAT(tasks, SizeIs(1));
   EXPECT_EQ(tasks[0]->filename(), "a.jpg");
   EXPECT_EQ(tasks[0]->scope(), "images");
@@ -340,14 +342,14 @@ TEST_F(UserTaskStorageTest, TaskIsRebuiltFromTheLog) {
 TEST_F(UserTaskStorageTest, CountWrittenAsAnIntegralRealIsThatInteger) {
   platform.files.put(
       kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg", "<key>upload_count</key><real>4.0</real>")));
-  const auto tasks = UserTaskStorage("u1").localTasks();
+  const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
   ASSERT_THAT(tasks, SizeIs(1));
   EXPECT_EQ(tasks[0]->uploadCount(), 4);
 }
 
 TEST_F(UserTaskStorageTest, MissingCountIsZeroAndMissingExtraIsEmpty) {
   platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg")));
-  const auto tasks = UserTaskStorage("u1").localTasks();
+  const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
   ASSERT_THAT(tasks, SizeIs(1));
   EXPECT_EQ(tasks[0]->uploadCount(), 0);
   EXPECT_THAT(tasks[0]->extra(), IsEmpty());
@@ -358,7 +360,7 @@ TEST_F(UserTaskStorageTest, CountThatNoIntegerCanHoldIsZero) {
                             "<integer>18446744073709551615</integer>", "<string>many</string>"}) {
     platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg", "<key>upload_count</key>" +
                                                                             std::string(count))));
-    const auto tasks = UserTaskStorage("u1").localTasks();
+    const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
     ASSERT_THAT(tasks, SizeIs(1)) << count;
     EXPECT_EQ(tasks[0]->uploadCount(), 0) << count;
   }
@@ -372,14 +374,14 @@ TEST_F(UserTaskStorageTest, EntryWithoutBasePathOrScopeIsSkipped) {
   for (const std::string& sections :
        {std::string(), std::string("<key>extra</key><dict/>"), scopeOnly, pathOnly}) {
     platform.files.put(kLog, logWith("a.jpg", sections));
-    EXPECT_THAT(UserTaskStorage("u1").localTasks(), IsEmpty()) << sections;
+    EXPECT_THAT(UserTaskStorage(library.platform, "u1").localTasks(), IsEmpty()) << sections;
   }
 }
 
 TEST_F(UserTaskStorageTest, AbsentAndEmptyInformationYieldNoTask) {
   const AWSLogEntry empty;
-  EXPECT_EQ(UserTaskStorage::task("a.jpg", nullptr), nullptr);
-  EXPECT_EQ(UserTaskStorage::task("a.jpg", &empty), nullptr);
+  EXPECT_EQ(UserTaskStorage(library.platform, "u1").task("a.jpg", nullptr), nullptr);
+  EXPECT_EQ(UserTaskStorage(library.platform, "u1").task("a.jpg", &empty), nullptr);
 }
 
 TEST_F(UserTaskStorageTest, UnusableLogReadsAsEmpty) {
@@ -391,14 +393,14 @@ TEST_F(UserTaskStorageTest, UnusableLogReadsAsEmpty) {
         // One misshapen entry makes the whole log unusable.
         logWith("a.jpg", base("aws-0011/u1/a.jpg") + "<key>extra</key><array/>")}) {
     platform.files.put(kLog, log);
-    UserTaskStorage storage("u1");
+    UserTaskStorage storage(library.platform, "u1");
     EXPECT_THAT(storage.localLogs(), IsEmpty()) << log;
     EXPECT_THAT(storage.localTasks(), IsEmpty()) << log;
   }
 }
 
 TEST_F(UserTaskStorageTest, MissingOrUnreadableLogReadsAsEmpty) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_THAT(storage.localLogs(), IsEmpty());
   store(storage, "a.jpg");
   platform.files.fail(Operation::read, kLog);
@@ -407,7 +409,7 @@ TEST_F(UserTaskStorageTest, MissingOrUnreadableLogReadsAsEmpty) {
 
 TEST_F(UserTaskStorageTest, ReadingTheLogLeavesTheMemoryEmpty) {
   platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u1/a.jpg")));
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   ASSERT_THAT(storage.localTasks(), SizeIs(1));
   EXPECT_FALSE(storage.filePath("a.jpg"));
   EXPECT_FALSE(storage.entry("a.jpg"));
@@ -415,21 +417,21 @@ TEST_F(UserTaskStorageTest, ReadingTheLogLeavesTheMemoryEmpty) {
 
 TEST_F(UserTaskStorageTest, LogTruncatedAnywhereNeverYieldsAHalfEntry) {
   {
-    UserTaskStorage storage("u1");
+    UserTaskStorage storage(library.platform, "u1");
     store(storage, "a.jpg", {{"text", "value"}});
     store(storage, "b.jpg", {{"number", std::int64_t{5}}});
   }
   const std::string whole = *platform.files.text(kLog);
   for (std::size_t size = 0; size < whole.size(); ++size) {
     platform.files.put(kLog, whole.substr(0, size));
-    const AWSLogMap log = UserTaskStorage("u1").localLogs();
+    const AWSLogMap log = UserTaskStorage(library.platform, "u1").localLogs();
     EXPECT_TRUE(log.empty() || log.size() == 2) << size;
   }
 }
 
 TEST_F(UserTaskStorageTest, LogWithAnyByteFlippedIsReadWithoutACrash) {
   {
-    UserTaskStorage storage("u1");
+    UserTaskStorage storage(library.platform, "u1");
     store(storage, "a.jpg", {{"text", "value"}, {"real", 2.5}});
   }
   const std::string whole = *platform.files.text(kLog);
@@ -438,7 +440,7 @@ TEST_F(UserTaskStorageTest, LogWithAnyByteFlippedIsReadWithoutACrash) {
       std::string damaged = whole;
       damaged[at] = static_cast<char>(damaged[at] ^ (1 << bit));
       platform.files.put(kLog, damaged);
-      EXPECT_LE(UserTaskStorage("u1").localTasks().size(), 1U);
+      EXPECT_LE(UserTaskStorage(library.platform, "u1").localTasks().size(), 1U);
     }
   }
 }
@@ -450,12 +452,12 @@ TEST_F(UserTaskStorageTest, UserIdThatIsNoPlainNameNeverReachesTheFiles) {
        {std::string(), std::string("."), std::string(".."), std::string("../u2"),
         std::string("a/b"), std::string("a\0b", 3)}) {
     testing::internal::CaptureStdout();
-    UserTaskStorage storage(user);
+    UserTaskStorage storage(library.platform, user);
     EXPECT_THAT(testing::internal::GetCapturedStdout(), Not(IsEmpty()));
     EXPECT_FALSE(storage.userDirPathExist());
     EXPECT_EQ(storage.storageFile(dataTask("a.jpg")), nullptr);
-    EXPECT_FALSE(storage.storageLog(
-        FileTask("a.jpg", "images", "aws-0011/" + user + "/a.jpg", 0, AWSParameterMap())));
+    EXPECT_FALSE(storage.storageLog(FileTask(platform.files, "a.jpg", "images",
+                                             "aws-0011/" + user + "/a.jpg", 0, AWSParameterMap())));
     EXPECT_FALSE(storage.syncLog());
     EXPECT_THAT(storage.localTasks(), IsEmpty());
     EXPECT_FALSE(storage.remove("a.jpg"));
@@ -465,13 +467,13 @@ TEST_F(UserTaskStorageTest, UserIdThatIsNoPlainNameNeverReachesTheFiles) {
 }
 
 TEST_F(UserTaskStorageTest, FileNameThatIsNoPlainNameIsNotStored) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   for (const std::string& name :
        {std::string(), std::string(".."), std::string("../a.jpg"), std::string("a/b.jpg"),
         std::string("a\0.jpg", 6), std::string("logs.plist")}) {
     EXPECT_EQ(storage.storageFile(dataTask(name)), nullptr) << name;
-    EXPECT_FALSE(
-        storage.storageLog(FileTask(name, "images", "aws-0011/u1/a.jpg", 0, AWSParameterMap())))
+    EXPECT_FALSE(storage.storageLog(
+        FileTask(platform.files, name, "images", "aws-0011/u1/a.jpg", 0, AWSParameterMap())))
         << name;
   }
   EXPECT_THAT(platform.files.paths(), IsEmpty());
@@ -486,9 +488,10 @@ TEST_F(UserTaskStorageTest, EntryWhosePathLeavesTheDirectoryIsNeverUsed) {
         std::string("aws-0011/u1/.."), std::string("aws-0011/u1/"), std::string("aws-0011/u1"),
         std::string("aws-0011/u1/logs.plist"), std::string()}) {
     platform.files.put(kLog, logWith("a.jpg", base(path)));
-    UserTaskStorage storage("u1");
+    UserTaskStorage storage(library.platform, "u1");
     EXPECT_THAT(storage.localTasks(), IsEmpty()) << path;
-    EXPECT_FALSE(storage.storageLog(FileTask("a.jpg", "images", path, 0, AWSParameterMap())));
+    EXPECT_FALSE(storage.storageLog(
+        FileTask(platform.files, "a.jpg", "images", path, 0, AWSParameterMap())));
     EXPECT_FALSE(storage.remove("a.jpg")) << path;
     EXPECT_FALSE(storage.deleteFile(path)) << path;
   }
@@ -499,13 +502,13 @@ TEST_F(UserTaskStorageTest, EntryWhosePathLeavesTheDirectoryIsNeverUsed) {
 
 TEST_F(UserTaskStorageTest, EntryWhoseNameLeavesTheDirectoryIsNeverUsed) {
   platform.files.put(kLog, logWith("../u2/a.jpg", base("aws-0011/u1/a.jpg")));
-  EXPECT_THAT(UserTaskStorage("u1").localTasks(), IsEmpty());
+  EXPECT_THAT(UserTaskStorage(library.platform, "u1").localTasks(), IsEmpty());
 }
 
 // ---- Values that no property list can hold
 
 TEST_F(UserTaskStorageTest, TaskThatCannotBeWrittenHarmsNoOther) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   store(storage, "good.jpg");
   const auto bad = storage.storageFile(dataTask("bad.jpg", {{"text", std::string("\x01")}}));
   ASSERT_TRUE(bad);
@@ -520,7 +523,7 @@ TEST_F(UserTaskStorageTest, TaskThatCannotBeWrittenHarmsNoOther) {
 }
 
 TEST_F(UserTaskStorageTest, TextsThatXmlCannotHoldAreRefusedWhereverTheyStand) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   const std::string invalid = "\xC3\x28";
   const auto refused = [&](const std::string& filename, const std::string& scope,
                            const AWSParameterMap& extra) {
@@ -539,7 +542,7 @@ TEST_F(UserTaskStorageTest, TextsThatXmlCannotHoldAreRefusedWhereverTheyStand) {
 // ---- Many at once
 
 TEST_F(UserTaskStorageTest, ThreadsStoreAndRemoveWithoutLosingAnEntry) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   constexpr int kThreads = 4;
   constexpr int kPerThread = 100;
   std::vector<std::thread> threads;
@@ -559,7 +562,7 @@ TEST_F(UserTaskStorageTest, ThreadsStoreAndRemoveWithoutLosingAnEntry) {
 }
 
 TEST_F(UserTaskStorageTest, EachAnsweredStoreIsInTheLogAtThatInstant) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&storage, t] {
@@ -574,7 +577,7 @@ TEST_F(UserTaskStorageTest, EachAnsweredStoreIsInTheLogAtThatInstant) {
 }
 
 TEST_F(UserTaskStorageTest, EachCallThatWaitsForNobodyWrites) {
-  UserTaskStorage storage("u1");
+  UserTaskStorage storage(library.platform, "u1");
   EXPECT_TRUE(storage.syncLog());
   EXPECT_TRUE(storage.syncLog());
   EXPECT_EQ(platform.files.writeCount(kLog), 2U);
@@ -586,7 +589,7 @@ class UserTaskStorageResumeTest : public UserTaskStorageTest {
  protected:
   /// Three stored tasks, as a run with the switch leaves them.
   void storeThree() {
-    UserTaskStorage storage("u1", StoredTasks::resume);
+    UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
     for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) store(storage, name, {{"text", name}});
   }
   /// Where an entry stands in the log: from its key to the next one's, or to the root's end.
@@ -607,7 +610,7 @@ class UserTaskStorageResumeTest : public UserTaskStorageTest {
 
 TEST_F(UserTaskStorageResumeTest, LaterWritesKeepTheEntriesOfEarlierRuns) {
   storeThree();
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_EQ(storage.filePath("1.jpg"), "aws-0011/u1/1.jpg");
   store(storage, "new.jpg");
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg", "new.jpg"));
@@ -616,7 +619,7 @@ TEST_F(UserTaskStorageResumeTest, LaterWritesKeepTheEntriesOfEarlierRuns) {
 
 TEST_F(UserTaskStorageResumeTest, DeleteFindsTheTasksOfEarlierRuns) {
   storeThree();
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_TRUE(storage.remove("1.jpg"));
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
   EXPECT_FALSE(platform.files.text(kDirectory + "/1.jpg"));
@@ -625,13 +628,13 @@ TEST_F(UserTaskStorageResumeTest, DeleteFindsTheTasksOfEarlierRuns) {
 TEST_F(UserTaskStorageResumeTest, OpeningAnIntactLogWritesNothing) {
   storeThree();
   const std::size_t calls = platform.files.calls().size();
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_THAT(platform.files.calls(), SizeIs(calls));
   EXPECT_THAT(platform.logger.records(), IsEmpty());
 }
 
 TEST_F(UserTaskStorageResumeTest, DataAndThenLogAreSynced) {
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   store(storage, "a.jpg");
   const auto calls = platform.files.calls();
   ASSERT_THAT(calls, SizeIs(3));
@@ -647,7 +650,7 @@ TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryAreMovedAsideWhenTheSto
   platform.files.put(kDirectory + "/.qx-17-3.tmp", "half a log");
   platform.files.put(kDirectory + "/.foreign", "not ours");
   platform.files.put(kDirectory + "/folder/file", "not ours");
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_THAT(platform.files.paths(),
               ElementsAre(kDirectory + "/.foreign", kDirectory + "/0.jpg", kDirectory + "/1.jpg",
                           kDirectory + "/2.jpg", kDirectory + "/folder/file", kLog,
@@ -660,14 +663,14 @@ TEST_F(UserTaskStorageResumeTest, DataFilesWithoutAnEntryStayBesideADamagedLog) 
   platform.files.put(kDirectory + "/.qx-17-3.tmp", "half a log");
   platform.files.put(kLog + ".damaged-1", "an earlier one");
   const auto before = platform.files.paths();
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_EQ(platform.files.paths(), before);
 }
 
 TEST_F(UserTaskStorageResumeTest, EntryWhoseDataFileIsGoneIsDroppedWhenTheStorageOpens) {
   storeThree();
   platform.files.erase(kDirectory + "/1.jpg");
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_FALSE(storage.filePath("1.jpg"));
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
   EXPECT_THAT(platform.logger.records(), IsEmpty());
@@ -679,7 +682,7 @@ TEST_F(UserTaskStorageResumeTest, DirectoryThatCannotBeListedCostsNoEntryAndNoFi
   platform.files.erase(kDirectory + "/1.jpg");
   platform.files.fail(Operation::list, kDirectory);
   const auto before = platform.files.paths();
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg"));
   EXPECT_EQ(platform.files.paths(), before);
 }
@@ -690,7 +693,7 @@ TEST_F(UserTaskStorageResumeTest, LogThatCannotBeReadIsNeverWrittenOver) {
   const auto before = platform.files.paths();
   const auto log = platform.files.text(kLog);
   platform.files.fail(Operation::read, kLog);
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_EQ(platform.files.paths(), before);
   const auto task = storage.storageFile(dataTask("new.jpg"));
   ASSERT_TRUE(task);
@@ -713,7 +716,7 @@ TEST_F(UserTaskStorageResumeTest, DamagedLogThatCannotBeSetAsideIsNeverWrittenOv
   damaged.replace(damaged.find("<string>images", second), 8, "<strinh>");
   platform.files.put(kLog, damaged);
   platform.files.fail(Operation::write, kLog + ".damaged-1");
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_THAT(platform.logger.messages(),
               ElementsAre("[Error] damaged log could not be set aside, 2 kept, 1 lost"));
   EXPECT_FALSE(storage.syncLog());
@@ -732,14 +735,14 @@ TEST_F(UserTaskStorageResumeTest, LoggerThatHearsOfTheDamageMayUseTheStorage) {
   storeThree();
   platform.files.put(kLog, platform.files.text(kLog)->substr(0, 700));
   platform.files.fail(Operation::write, kLog + ".damaged-1");
-  const auto storage = UserTaskStorage::resumed("u1");
+  const auto storage = library.storages.open("u1", StoredTasks::resume);
   platform.files.clearFaults();
   int asked = 0;
   // Asked for each record.
   platform.mediator.answer("QXConfig_currentEnvironmentIsProduction",
                            [&](const std::vector<Value>&) {
                              ++asked;
-                             EXPECT_EQ(UserTaskStorage::resumed("u1"), storage);
+                             EXPECT_EQ(library.storages.open("u1", StoredTasks::resume), storage);
                              EXPECT_TRUE(storage->syncLog());
                              return Value(false);
                            });
@@ -755,7 +758,7 @@ TEST_F(UserTaskStorageResumeTest, DamagedLogIsSetAsideAndItsWholeEntriesAreKept)
   damaged.replace(damaged.find("<string>images", second), 8, "<strinh>");
   platform.files.put(kLog, damaged);
   platform.files.put(kLog + ".damaged-1", "an earlier one");
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_EQ(aside(2), damaged);
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "2.jpg"));
   EXPECT_EQ(storage.entry("2.jpg")->at("extra"), (AWSParameterMap{{"text", "2.jpg"}}));
@@ -769,7 +772,7 @@ TEST_F(UserTaskStorageResumeTest, LogTruncatedAnywhereKeepsEveryWholeEntry) {
   const std::string whole = *platform.files.text(kLog);
   for (std::size_t size = 1; size < whole.size(); ++size) {
     platform.files.put(kLog, whole.substr(0, size));
-    UserTaskStorage storage("u1", StoredTasks::resume);
+    UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
     std::size_t kept = 0;
     for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
       if (storage.filePath(name)) ++kept;
@@ -790,7 +793,7 @@ TEST_F(UserTaskStorageResumeTest, LogWithAnyByteFlippedKeepsEveryOtherEntry) {
       std::string damaged = whole;
       damaged[at] = static_cast<char>(damaged[at] ^ bits);
       platform.files.put(kLog, damaged);
-      UserTaskStorage storage("u1", StoredTasks::resume);
+      UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
       for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) {
         const auto [begin, end] = placeOf(whole, name);
         EXPECT_TRUE((at >= begin && at < end) || storage.contains(name)) << at << " " << name;
@@ -807,7 +810,7 @@ TEST_F(UserTaskStorageResumeTest, MovedDocumentsDirectoryChangesNothing) {
   }
   platform.files.erase("/documents");
   platform.files.setDocumentDirectories({"/elsewhere/documents"});
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_THAT(storage.localTasks(), SizeIs(3));
   EXPECT_EQ(storage.localTasks()[0]->data()->text(), "bytes");
   EXPECT_TRUE(storage.remove("0.jpg"));
@@ -817,16 +820,16 @@ TEST_F(UserTaskStorageResumeTest, MovedDocumentsDirectoryChangesNothing) {
 TEST_F(UserTaskStorageResumeTest, EntryThatLeavesTheDirectoryIsNotResumed) {
   platform.files.put("/documents/aws-0011/u2/theirs.jpg", "theirs");
   platform.files.put(kLog, logWith("a.jpg", base("aws-0011/u2/theirs.jpg")));
-  UserTaskStorage storage("u1", StoredTasks::resume);
+  UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
   EXPECT_FALSE(storage.filePath("a.jpg"));
   EXPECT_FALSE(storage.remove("a.jpg"));
   EXPECT_EQ(platform.files.text("/documents/aws-0011/u2/theirs.jpg"), "theirs");
 }
 
 TEST_F(UserTaskStorageResumeTest, StorageInUseIsTheOneThatIsResumed) {
-  const auto first = UserTaskStorage::resumed("u1");
-  EXPECT_EQ(UserTaskStorage::resumed("u1"), first);
-  EXPECT_NE(UserTaskStorage::resumed("u2"), first);
+  const auto first = library.storages.open("u1", StoredTasks::resume);
+  EXPECT_EQ(library.storages.open("u1", StoredTasks::resume), first);
+  EXPECT_NE(library.storages.open("u2", StoredTasks::resume), first);
 }
 
 /// Where the four threads of a test stand.
@@ -874,12 +877,12 @@ class CrowdedPropertyLists : public SimplePropertyLists {
 };
 
 TEST(UserTaskStorageSharingTest, FourThreadsThatStoreFourHundredTasksShareWrites) {
-  auto& platform = *new FakePlatform;  // Installed for the life of the process.
-  auto& crowd = *new Crowd;
-  auto& files = *new CrowdedFiles(crowd);
-  auto& propertyLists = *new CrowdedPropertyLists(crowd);
-  Platform::install(platformWith(platform.seams(), files, propertyLists));
-  UserTaskStorage storage("u1");
+  FakePlatform& platform = FakePlatform::kept();
+  Crowd crowd;
+  CrowdedFiles files(crowd);
+  CrowdedPropertyLists propertyLists(crowd);
+  Library& library = keptLibrary(platformWith(platform.seams(), files, propertyLists));
+  UserTaskStorage storage(library.platform, "u1");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&crowd, &storage, t] {

@@ -1,0 +1,56 @@
+#include "Classes/Library.h"
+
+#include <utility>
+
+namespace qx {
+
+Library::Library(const Platform& seams)
+    : platform(seams),
+      tracking(platform),
+      storages(platform),
+      // The slot is read at each tick, so that a tick always serves the identity applied last.
+      retryTimer(platform.dispatch,
+                 [this] {
+                   if (const auto current = configure.scheduler.load()) current->retryLocalTask();
+                 }),
+      configure(platform, tracking, retryTimer,
+                [this](const std::string& userId) { return makeScheduler(userId); }),
+      taskQueue(TaskQueue::make(platform.reachability,
+                                [this] { return configure.maxBackgroundConcurrentCount.load(); })),
+      uploader(platform, configure, tracking),
+      downloader(platform, configure, tracking) {}
+
+std::shared_ptr<TaskScheduler> Library::makeScheduler(const std::string& userId) {
+  return TaskScheduler::make(
+      {.tracking = tracking,
+       .storages = storages,
+       .queue = taskQueue,
+       .makeExecutor =
+           [this](std::shared_ptr<Task> task) { return uploader.makeExecutor(std::move(task)); },
+       .report =
+           [this](const std::string& scope, const std::optional<std::string>& url,
+                  const AWSParameterMap& extra, const std::optional<Error>& error) {
+             configure.reportBackgroundUpload(scope, url, extra, error);
+           }},
+      userId, configure.resumeStoredTasks ? StoredTasks::resume : StoredTasks::startEmpty);
+}
+
+Library& Library::shared() {
+  // Never destroyed: queues, timers and the completions of requests use it until the process ends.
+  static Library& library = *new Library(Platform::current());
+  return library;
+}
+
+AWSConfigure& AWSConfigure::shared() {
+  return Library::shared().configure;
+}
+
+const std::shared_ptr<TaskQueue>& TaskQueue::shared() {
+  return Library::shared().taskQueue;
+}
+
+RetryTimer& RetryTimer::shared() {
+  return Library::shared().retryTimer;
+}
+
+}  // namespace qx
