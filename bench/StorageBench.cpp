@@ -18,7 +18,7 @@
 
 #include "Classes/Library.h"
 #include "fakes/PlatformWith.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace {
 

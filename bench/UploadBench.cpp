@@ -28,7 +28,7 @@
 #include "bench/UploadSides.h"
 #include "bench/UploadSink.h"
 #include "platform/Error.h"
-#include "platform/linux/LinuxJson.h"
+#include "platforms/shared/LinuxJson.h"
 
 namespace qx::bench {
 namespace {

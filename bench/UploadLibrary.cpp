@@ -6,7 +6,7 @@
 #include "Classes/Target_Uploader.h"
 #include "bench/UploadSides.h"
 #include "platform/Error.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace qx::bench {
 namespace {

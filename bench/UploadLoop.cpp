@@ -8,8 +8,8 @@
 
 #include "bench/UploadSides.h"
 #include "platform/Error.h"
-#include "platform/linux/HttpEngine.h"
-#include "platform/linux/SigV4.h"
+#include "platforms/shared/HttpEngine.h"
+#include "s3/SigV4.h"
 
 namespace qx::bench {
 namespace {

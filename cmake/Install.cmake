@@ -29,9 +29,12 @@ install(FILES ${platform_headers} DESTINATION ${QX_HEADERS_DIR}/platform COMPONE
 install(FILES Classes/Target_Uploader.h Classes/AWSCallbackStatus.h
   DESTINATION ${QX_HEADERS_DIR}/Classes COMPONENT development)
 if(TARGET qx_platform_linux)
-  install(FILES platform/linux/LinuxPlatform.h platform/linux/Mediator.h
-    platform/linux/MessageSignature.h
-    DESTINATION ${QX_HEADERS_DIR}/platform/linux COMPONENT development)
+  install(FILES platforms/linux/LinuxPlatform.h
+    DESTINATION ${QX_HEADERS_DIR}/platforms/linux COMPONENT development)
+  install(FILES platforms/shared/Mediator.h
+    DESTINATION ${QX_HEADERS_DIR}/platforms/shared COMPONENT development)
+  install(FILES http/MessageSignature.h
+    DESTINATION ${QX_HEADERS_DIR}/http COMPONENT development)
 endif()
 if(TARGET qx_testing)
   file(GLOB fake_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/fakes/*.h)

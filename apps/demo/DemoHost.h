@@ -13,7 +13,7 @@
 
 #include "platform/Mutex.h"
 #include "platform/Platform.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace demo {
 

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "platform/linux/LinuxFiles.h"
+#include "platforms/shared/LinuxFiles.h"
 
 namespace qx::app {
 

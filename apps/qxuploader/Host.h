@@ -18,7 +18,7 @@
 #include "Settings.h"
 #include "platform/Mutex.h"
 #include "platform/Platform.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace qx::app {
 

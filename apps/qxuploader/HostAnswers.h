@@ -11,7 +11,7 @@
 
 #include "platform/Mutex.h"
 #include "platform/Value.h"
-#include "platform/linux/Mediator.h"
+#include "platforms/shared/Mediator.h"
 
 namespace qx::app {
 

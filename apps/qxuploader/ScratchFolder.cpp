@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/linux/LinuxFiles.h"
+#include "platforms/shared/LinuxFiles.h"
 
 namespace qx::app {
 namespace {

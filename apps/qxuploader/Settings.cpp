@@ -6,7 +6,7 @@
 
 #include "ConfigFile.h"
 #include "TokenCommand.h"
-#include "platform/linux/LinuxFiles.h"
+#include "platforms/shared/LinuxFiles.h"
 
 namespace qx::app {
 namespace {

@@ -8,7 +8,7 @@
 #include "Settings.h"
 #include "StoredTasks.h"
 #include "UnknownScopes.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace qx::app {
 

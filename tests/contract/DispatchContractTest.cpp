@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fakes/FakeDispatch.h"
-#include "platform/linux/LinuxDispatch.h"
+#include "platforms/shared/LinuxDispatch.h"
 
 namespace qx {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "contract/TemporaryDirectory.h"
 #include "fakes/MemoryFiles.h"
-#include "platform/linux/LinuxFiles.h"
+#include "platforms/shared/LinuxFiles.h"
 
 namespace qx {
 namespace {

@@ -15,11 +15,11 @@
 #include "fakes/FakeHost.h"
 #include "fakes/FakeMediator.h"
 #include "fakes/FakeValues.h"
-#include "platform/linux/LinuxClock.h"
-#include "platform/linux/LinuxNotificationCentre.h"
-#include "platform/linux/LinuxReachability.h"
-#include "platform/linux/LinuxSha1.h"
-#include "platform/linux/Mediator.h"
+#include "platforms/linux/LinuxReachability.h"
+#include "platforms/shared/LinuxClock.h"
+#include "platforms/shared/LinuxNotificationCentre.h"
+#include "platforms/shared/LinuxSha1.h"
+#include "platforms/shared/Mediator.h"
 
 namespace qx {
 namespace {

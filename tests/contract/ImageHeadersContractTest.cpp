@@ -10,7 +10,7 @@
 
 #include "contract/Python.h"
 #include "fakes/FakeValues.h"
-#include "platform/linux/LinuxImageHeaders.h"
+#include "platforms/shared/LinuxImageHeaders.h"
 
 namespace qx {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "fakes/SimpleFormats.h"
-#include "platform/linux/LinuxJson.h"
+#include "platforms/shared/LinuxJson.h"
 
 namespace qx {
 namespace {

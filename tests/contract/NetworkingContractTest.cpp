@@ -14,10 +14,10 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeMessageClients.h"
 #include "fakes/FakeUploadClients.h"
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/LinuxJson.h"
-#include "platform/linux/MessageClient.h"
-#include "platform/linux/UploadClient.h"
+#include "http/MessageClient.h"
+#include "http/UploadClient.h"
+#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxJson.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {

@@ -16,9 +16,9 @@
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakeClock.h"
 #include "fakes/FakeObjectStore.h"
-#include "platform/linux/HttpEngine.h"
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/LinuxObjectStore.h"
+#include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxDispatch.h"
+#include "s3/LinuxObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {

@@ -9,7 +9,7 @@
 
 #include "contract/Python.h"
 #include "fakes/SimpleFormats.h"
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 namespace qx {
 namespace {

@@ -25,8 +25,8 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
 #include "fakes/Sanitized.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 namespace qx {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ActionLine.h"
-#include "platform/linux/LinuxJson.h"
+#include "platforms/shared/LinuxJson.h"
 
 namespace {
 

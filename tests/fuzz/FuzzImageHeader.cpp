@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/LinuxImageHeaders.h"
+#include "platforms/shared/LinuxImageHeaders.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   qx::LinuxImageHeaders headers;

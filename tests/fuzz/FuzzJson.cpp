@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/linux/LinuxJson.h"
+#include "platforms/shared/LinuxJson.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   qx::LinuxJson json;

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   qx::LinuxPropertyLists lists;

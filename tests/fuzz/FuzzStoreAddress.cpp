@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/HttpEngine.h"
-#include "platform/linux/StoreAddress.h"
+#include "platforms/shared/HttpEngine.h"
+#include "s3/StoreAddress.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(bytes), size);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/Utf8.h"
-#include "platform/linux/StoreError.h"
+#include "s3/StoreError.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   qx::HttpAnswer answer;

@@ -15,7 +15,7 @@
 #include "Classes/UserTaskStorage.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 namespace {
 

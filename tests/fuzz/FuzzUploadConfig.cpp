@@ -5,12 +5,12 @@
 #include <string>
 
 #include "Classes/StorageGetUploadConfigRequest.h"
+#include "http/Rfc3339.h"
+#include "http/UriEncoding.h"
 #include "platform/Url.h"
-#include "platform/linux/HttpEngine.h"
-#include "platform/linux/LinuxJson.h"
-#include "platform/linux/Rfc3339.h"
-#include "platform/linux/StoreAddress.h"
-#include "platform/linux/UriEncoding.h"
+#include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxJson.h"
+#include "s3/StoreAddress.h"
 
 namespace {
 

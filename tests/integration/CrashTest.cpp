@@ -13,8 +13,8 @@
 
 #include "integration/HostProcess.h"
 #include "integration/TestHost.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 namespace qx {
 namespace {

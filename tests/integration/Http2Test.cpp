@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "integration/Devstack.h"
-#include "platform/linux/HttpEngine.h"
+#include "platforms/shared/HttpEngine.h"
 
 namespace qx {
 namespace {

@@ -17,7 +17,7 @@
 #include "Classes/Target_Uploader.h"
 #include "Classes/UploadTokenModel.h"
 #include "integration/Devstack.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace qx {
 

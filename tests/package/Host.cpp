@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "Classes/Target_Uploader.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 int main() {
   auto& platform = *new qx::LinuxPlatform;

@@ -67,7 +67,7 @@ class InstalledPackage(unittest.TestCase):
     def testEveryInstalledHeaderCompilesAlone(self):
         include = self.prefix / "include" / "QXAwsUploader"
         headers = sorted(include.rglob("*.h"))
-        self.assertIn(include / "platform/linux/LinuxPlatform.h", headers)
+        self.assertIn(include / "platforms/linux/LinuxPlatform.h", headers)
         for header in headers:
             run("c++", "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{include}",
                 f"-I{include / 'testing'}", header)

@@ -7,9 +7,9 @@
 
 #include "Classes/StorageGetUploadConfigRequest.h"
 #include "fakes/FakeClock.h"
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/LinuxJson.h"
-#include "platform/linux/MessageClient.h"
+#include "http/MessageClient.h"
+#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxJson.h"
 #include "unit/linux/PeakMemory.h"
 #include "unit/linux/ScriptedServer.h"
 

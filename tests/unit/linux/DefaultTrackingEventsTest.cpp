@@ -1,4 +1,4 @@
-#include "platform/linux/DefaultTrackingEvents.h"
+#include "platforms/shared/DefaultTrackingEvents.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // What the developer of a host is told of its usual mistakes.
-#include "platform/linux/DeveloperMistakes.h"
+#include "platforms/shared/DeveloperMistakes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakeHost.h"
-#include "platform/linux/LinuxPlatform.h"
-#include "platform/linux/Mediator.h"
+#include "platforms/linux/LinuxPlatform.h"
+#include "platforms/shared/Mediator.h"
 
 namespace qx {
 namespace {

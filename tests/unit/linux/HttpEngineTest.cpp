@@ -1,4 +1,4 @@
-#include "platform/linux/HttpEngine.h"
+#include "platforms/shared/HttpEngine.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/linux/LinuxImageHeaders.h"
+#include "platforms/shared/LinuxImageHeaders.h"
 #include "unit/linux/ImageBytes.h"
 
 namespace qx {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "contract/Python.h"
-#include "platform/linux/LinuxImageHeaders.h"
+#include "platforms/shared/LinuxImageHeaders.h"
 #include "unit/linux/ImageBytes.h"
 #include "unit/linux/PeakMemory.h"
 

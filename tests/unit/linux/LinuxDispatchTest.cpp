@@ -1,5 +1,5 @@
 // What only real threads can show; the rest is in the contract of every Dispatch.
-#include "platform/linux/LinuxDispatch.h"
+#include "platforms/shared/LinuxDispatch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // What only a real disk can show; the rest is in the contract of every Files.
-#include "platform/linux/LinuxFiles.h"
+#include "platforms/shared/LinuxFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

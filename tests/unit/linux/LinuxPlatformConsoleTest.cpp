@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "fakes/FakeHost.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 namespace qx {
 namespace {

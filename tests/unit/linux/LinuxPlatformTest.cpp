@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 
 #include <dirent.h>
 #include <gmock/gmock.h>

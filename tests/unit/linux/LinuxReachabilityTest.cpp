@@ -1,5 +1,5 @@
 // Changes of the kernel's routes, in a network namespace of its own; the rest is in the contract.
-#include "platform/linux/LinuxReachability.h"
+#include "platforms/linux/LinuxReachability.h"
 
 #include <gtest/gtest.h>
 #include <net/if.h>

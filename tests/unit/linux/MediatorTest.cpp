@@ -1,4 +1,4 @@
-#include "platform/linux/Mediator.h"
+#include "platforms/shared/Mediator.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/MessageClient.h"
+#include "http/MessageClient.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "fakes/FakeClock.h"
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/LinuxJson.h"
-#include "platform/linux/Rfc3339.h"
+#include "http/Rfc3339.h"
+#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxJson.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {

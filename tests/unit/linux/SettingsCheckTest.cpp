@@ -6,7 +6,7 @@
 
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakeHost.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platforms/linux/LinuxPlatform.h"
 #include "unit/linux/TlsServer.h"
 
 namespace qx {

@@ -1,4 +1,4 @@
-#include "platform/linux/SigV4.h"
+#include "s3/SigV4.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/StoreAddress.h"
-#include "platform/linux/UriEncoding.h"
+#include "http/UriEncoding.h"
+#include "s3/StoreAddress.h"
 
 namespace qx {
 namespace {

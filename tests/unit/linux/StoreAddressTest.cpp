@@ -1,4 +1,4 @@
-#include "platform/linux/StoreAddress.h"
+#include "s3/StoreAddress.h"
 
 #include <gtest/gtest.h>
 

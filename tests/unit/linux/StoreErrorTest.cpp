@@ -1,4 +1,4 @@
-#include "platform/linux/StoreError.h"
+#include "s3/StoreError.h"
 
 #include <gtest/gtest.h>
 

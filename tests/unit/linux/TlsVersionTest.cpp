@@ -14,7 +14,7 @@
 #include <future>
 #include <string>
 
-#include "platform/linux/HttpEngine.h"
+#include "platforms/shared/HttpEngine.h"
 #include "unit/linux/TlsServer.h"
 
 namespace qx {

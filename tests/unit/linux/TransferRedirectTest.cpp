@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/StoreAddress.h"
+#include "s3/StoreAddress.h"
 #include "unit/linux/ScriptedServer.h"
 #include "unit/linux/TlsServer.h"
 #include "unit/linux/TransferFixture.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/TransferUtility.h"
+#include "s3/TransferUtility.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

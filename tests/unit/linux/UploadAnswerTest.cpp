@@ -4,8 +4,8 @@
 
 #include <future>
 
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/UploadClient.h"
+#include "http/UploadClient.h"
+#include "platforms/shared/LinuxDispatch.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {

@@ -1,4 +1,4 @@
-#include "platform/linux/UploadClient.h"
+#include "http/UploadClient.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <future>
 
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/Multipart.h"
+#include "http/Multipart.h"
+#include "platforms/shared/LinuxDispatch.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {

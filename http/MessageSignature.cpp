@@ -1,0 +1,19 @@
+#include "http/MessageSignature.h"
+
+#include "platforms/shared/Sha256.h"
+
+namespace qx {
+
+std::pair<std::string, std::string> hmacMessageSignature(const MessageToSign& message) {
+  const std::string time = std::to_string(message.time);
+  std::string text(message.method);
+  text += '\n';
+  text += message.pathAndQuery;
+  text += '\n';
+  text += time;
+  text += '\n';
+  text += hex(sha256(message.body));
+  return {"QX-SIGNATURE", "t=" + time + ",v1=" + hex(hmacSha256(message.accessToken, text))};
+}
+
+}  // namespace qx

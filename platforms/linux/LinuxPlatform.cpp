@@ -1,0 +1,163 @@
+#include "platforms/linux/LinuxPlatform.h"
+
+#include <limits>
+#include <utility>
+
+#include "http/MessageClient.h"
+#include "http/UploadClient.h"
+#include "platforms/linux/LinuxReachability.h"
+#include "platforms/shared/DefaultTrackingEvents.h"
+#include "platforms/shared/DeveloperMistakes.h"
+#include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxClock.h"
+#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/LinuxImageHeaders.h"
+#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/LinuxNotificationCentre.h"
+#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxSha1.h"
+#include "s3/LinuxObjectStore.h"
+
+namespace qx {
+namespace {
+
+constexpr double kMainQueueLookSeconds = 3;
+
+/// The logger of a host that has none: no record is wanted.
+class NoLogger : public QXLogger {
+ public:
+  int threshold() override { return std::numeric_limits<int>::max(); }
+  void write(const LogRecord& /*record*/) override {}
+};
+
+void tell(QXLogger& logger, const SettingFault& fault) {
+  constexpr int kLevel = 5;
+  if (logger.threshold() > kLevel) return;
+  logger.write({kLevel, "[Error] setting " + fault.setting + ": " + fault.reason, "QXAwsUploader",
+                "QXAwsUploader/LinuxPlatform", "LinuxPlatform(settings:)", __LINE__});
+}
+
+std::vector<std::string> documentDirectories(const LinuxSettings& settings) {
+  const std::optional<std::string> directory =
+      settings.documentsDirectory ? settings.documentsDirectory : defaultDocumentsDirectory();
+  return directory ? std::vector{*directory} : std::vector<std::string>();
+}
+
+}  // namespace
+
+/// In the order of making; each part uses only what stands above it.
+struct LinuxPlatform::Parts {
+  explicit Parts(LinuxSettings settings)
+      : logger(settings.logger != nullptr ? *settings.logger : noLogger),
+        trackingEvents(settings.trackingEvents != nullptr ? *settings.trackingEvents
+                                                          : defaultTrackingEvents),
+        console(settings.console != nullptr ? *settings.console : Console::standardOutput()),
+        developer(settings.developer),
+        mediator(settings.logger, developer ? &mistakes : nullptr),
+        files(documentDirectories(settings)),
+        dispatch(std::move(settings.mainQueuePoster)),
+        reachability(std::move(settings.reachabilityHosts)),
+        engine({.caFile = std::move(settings.caFile),
+                .proxy = std::move(settings.proxy),
+                .noProxy = std::move(settings.noProxy)}),
+        messageClients(engine, dispatch.globalQueue(), clock, json,
+                       std::move(settings.messageSigner), std::move(settings.localisedText)),
+        uploadClients(engine, dispatch.globalQueue()),
+        objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint),
+                    settings.resourceTimeoutCountsStandstillOnly) {
+    if (developer) watchMainQueue();
+  }
+
+  /// Looks every few seconds whether somebody runs the main queue.
+  void watchMainQueue() {
+    mainQueueWatch = dispatch.makeTimer(dispatch.globalQueue());
+    mainQueueWatch->setEventHandler([this] {
+      const LinuxDispatch::MainQueueUse use = dispatch.mainQueueUse();
+      mistakes.mainQueueAt(use.put, use.started);
+    });
+    mainQueueWatch->scheduleNow(kMainQueueLookSeconds, 0);
+    mainQueueWatch->resume();
+  }
+
+  NoLogger noLogger;
+  DefaultTrackingEvents defaultTrackingEvents;
+  QXLogger& logger;
+  QXTrackingEvents& trackingEvents;
+  Console& console;
+  LinuxClock clock;
+  LinuxRandom random;
+  LinuxUuid uuid;
+  LinuxJson json;
+  LinuxPropertyLists propertyLists;
+  LinuxImageHeaders imageHeaders;
+  LinuxSha1 sha1;
+  LinuxNotificationCentre notifications;
+  const bool developer;
+  DeveloperMistakes mistakes;
+  Mediator mediator;
+  LinuxFiles files;
+  LinuxDispatch dispatch;
+  LinuxReachability reachability;
+  HttpEngine engine;
+  LinuxMessageClients messageClients;
+  LinuxUploadClients uploadClients;
+  LinuxObjectStore objectStore;
+  std::unique_ptr<Timer> mainQueueWatch;
+};
+
+LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
+  const std::vector<SettingFault> faults = check(settings);
+  parts_ = std::make_unique<Parts>(std::move(settings));
+  for (const SettingFault& fault : faults) tell(parts_->logger, fault);
+}
+
+LinuxPlatform::~LinuxPlatform() {
+  // First the transfers, which end with an error each; then the work that is left, their
+  // completions among it, while every seam is still there for it.
+  parts_->engine.stop();
+  parts_->dispatch.shutDown();
+  if (!parts_->developer) return;
+  const LinuxDispatch::MainQueueUse use = parts_->dispatch.mainQueueUse();
+  parts_->mistakes.mainQueueAtTheEnd(use.put, use.started);
+}
+
+Mediator& LinuxPlatform::mediator() {
+  return parts_->mediator;
+}
+
+NotificationCentre& LinuxPlatform::notifications() {
+  return parts_->notifications;
+}
+
+Platform LinuxPlatform::seams() {
+  Parts& parts = *parts_;
+  return {.mediator = parts.mediator,
+          .logger = parts.logger,
+          .notifications = parts.notifications,
+          .trackingEvents = parts.trackingEvents,
+          .messageClients = parts.messageClients,
+          .uploadClients = parts.uploadClients,
+          .reachability = parts.reachability,
+          .objectStore = parts.objectStore,
+          .files = parts.files,
+          .propertyLists = parts.propertyLists,
+          .json = parts.json,
+          .imageHeaders = parts.imageHeaders,
+          .sha1 = parts.sha1,
+          .dispatch = parts.dispatch,
+          .random = parts.random,
+          .uuid = parts.uuid,
+          .clock = parts.clock,
+          .console = parts.console};
+}
+
+void LinuxPlatform::runMainQueue() {
+  parts_->dispatch.runMainQueue();
+}
+
+void LinuxPlatform::stopMainQueue() {
+  parts_->dispatch.stopMainQueue();
+}
+
+}  // namespace qx

@@ -1,0 +1,903 @@
+#include "platforms/shared/HttpEngine.h"
+
+#include <curl/curl.h>
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <pthread.h>
+#include <strings.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <thread>
+#include <utility>
+
+#include "http/Redaction.h"
+#include "platform/Mutex.h"
+
+namespace qx {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+using Time = SteadyClock::time_point;
+
+/// Requests under way to one host; further ones wait, so that a burst of uploads opens no more
+/// connections than a server likes, and a stalled server holds up nobody else.
+constexpr std::size_t kMaxActivePerHost = 32;
+constexpr std::size_t kMaxIdleHandles = 32;
+/// libcurl's own limit, four per transfer under way, closes connections whenever a burst ends.
+constexpr long kMaxIdleConnections = 32;
+/// From here on a body asks first with "Expect: 100-continue": one round trip against sending it in
+/// vain.
+constexpr std::int64_t kExpectFrom = std::int64_t{1} << 20;
+constexpr long kExpectTimeoutMs = 500;
+constexpr std::size_t kLongestUrl = 64 << 10;
+/// Up to here a body leaves in one write with its head: a packet and a wake-up of the server less.
+constexpr std::int64_t kTinyBody = 16 << 10;
+constexpr std::int64_t kSmallBody = 64 << 10;
+constexpr long kSmallUploadBuffer = 64 << 10;
+constexpr long kLargeUploadBuffer = 512 << 10;
+/// How much the kernel takes beyond what is on the wire. Its own limit, megabytes, would have a
+/// slow connection look silent for minutes, and progress run ahead by as much. Half of this costs
+/// an eighth of the rate of a GiB over loopback.
+constexpr int kUnsentInKernel = 512 << 10;
+constexpr long kSmallReceiveBuffer = 16 << 10;
+constexpr long kLargeReceiveBuffer = 256 << 10;
+
+SteadyClock::duration seconds(double value) {
+  return std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(value));
+}
+
+Error transportError(CURLcode code, std::string description) {
+  return {"Transport", kTransportErrorBase + static_cast<std::int64_t>(code),
+          std::move(description)};
+}
+
+HttpFailure failureOf(CURLcode code) {
+  switch (code) {
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+      return HttpFailure::connection;
+    case CURLE_OPERATION_TIMEDOUT:
+      return HttpFailure::timeout;
+    default:
+      return HttpFailure::other;
+  }
+}
+
+std::string_view hostPart(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
+  return url.substr(0, url.find_first_of("/?#", start));
+}
+
+/// The name and password of a URL, with or without a scheme; empty when there are none.
+std::string_view userInfo(std::string_view url) {
+  std::string_view host = hostPart(url);
+  if (const std::size_t scheme = host.find("://"); scheme != std::string_view::npos) {
+    host.remove_prefix(scheme + 3);
+  }
+  const std::size_t at = host.rfind('@');
+  return at == std::string_view::npos ? std::string_view() : host.substr(0, at);
+}
+
+bool isToken(std::string_view name) {
+  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+  return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           kMarks.find(c) != std::string_view::npos;
+  });
+}
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view kBlank = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kBlank);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+}
+
+/// The number of a Content-Length: digits alone, at most 2^63-1.
+std::optional<std::int64_t> lengthOf(std::string_view text) {
+  std::int64_t length = 0;
+  const char* end = text.data() + text.size();
+  const auto read = std::from_chars(text.data(), end, length);
+  if (text.starts_with('-') || read.ec != std::errc() || read.ptr != end) return std::nullopt;
+  return length;
+}
+
+/// See HttpAnswer::framed. Whatever contradicts itself is no certain end: the next reader of the
+/// same answer may understand it differently.
+bool isFramed(const HTTPHeaders& headers, std::string_view version, std::int64_t received) {
+  int lengths = 0;
+  int codings = 0;
+  bool chunked = false;
+  for (const auto& [name, value] : headers) {
+    if (name == "content-length") {
+      ++lengths;
+      if (lengthOf(value) != received) return false;
+    } else if (name == "transfer-encoding") {
+      ++codings;
+      chunked = strcasecmp(value.c_str(), "chunked") == 0;
+    }
+  }
+  if (lengths > 1 || codings > 1) return false;
+  if (codings == 1) return chunked && version == "HTTP/1.1";
+  return lengths == 1 || !version.starts_with("HTTP/1");
+}
+
+template <typename T>
+void set(CURL* easy, CURLoption option, T value) {
+  // An option this libcurl does not know is a build against the wrong version.
+  if (curl_easy_setopt(easy, option, value) != CURLE_OK) fatal("libcurl refuses an option");
+}
+
+struct FreeList {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+}  // namespace
+
+std::string libraryUserAgent() {
+  return "QXAwsUploader/" QX_VERSION;
+}
+
+std::optional<std::string_view> HttpAnswer::header(std::string_view name) const {
+  for (const auto& [key, value] : headers) {
+    if (key == name) return value;
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& headers) {
+  const auto isUnsafe = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7f'; };
+  if (std::any_of(url.begin(), url.end(), isUnsafe)) {
+    return transportError(CURLE_URL_MALFORMAT, "the URL holds a blank or a control character");
+  }
+  const std::size_t scheme = url.find("://");
+  const bool isHttp =
+      scheme != std::string::npos && (strncasecmp(url.c_str(), "http://", scheme + 3) == 0 ||
+                                      strncasecmp(url.c_str(), "https://", scheme + 3) == 0);
+  if (!isHttp) return transportError(CURLE_UNSUPPORTED_PROTOCOL, "not an HTTP URL");
+  if (hostPart(url).size() == scheme + 3 || url.size() > kLongestUrl) {
+    return transportError(CURLE_URL_MALFORMAT, "the URL has no host or is too long");
+  }
+  const auto breaksLine = [](char c) { return c == '\r' || c == '\n' || c == '\0'; };
+  for (const auto& [name, value] : headers) {
+    if (!isToken(name)) {
+      return transportError(CURLE_BAD_FUNCTION_ARGUMENT, "a header name is not a token");
+    }
+    if (std::any_of(value.begin(), value.end(), breaksLine)) {
+      return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
+                            "the header " + name + " holds a line break or NUL");
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<double> parseHttpDate(std::string_view text) {
+  const time_t seconds = curl_getdate(std::string(text).c_str(), nullptr);
+  if (seconds == -1) return std::nullopt;
+  return static_cast<double>(seconds);
+}
+
+void setHeader(HTTPHeaders& headers, const std::string& name, std::string value) {
+  std::erase_if(headers, [&](const auto& field) {
+    return strcasecmp(field.first.c_str(), name.c_str()) == 0;
+  });
+  headers.emplace_back(name, std::move(value));
+}
+
+namespace {
+
+using Connections = std::vector<curl_socket_t>;
+
+/// One request on its way, from send to its answer. Only the engine's thread touches it once it has
+/// been handed over.
+struct Transfer {
+  HttpRequest request;
+  HttpEngine::AnswerHandler answered;
+  HttpAnswer answer;
+  Time notBefore;
+
+  // While it is under way.
+  CURL* easy = nullptr;
+  std::unique_ptr<curl_slist, FreeList> headers;
+  std::array<char, CURL_ERROR_SIZE> message{};
+  Time started;
+  /// When a byte that the idle timeout counts moved last, and how many had moved then.
+  Time lastMoved;
+  curl_off_t moved = 0;
+  /// The same of the bytes of bodies.
+  Time lastBodyMoved;
+  curl_off_t bodyMoved = 0;
+  /// Of the request's body, as far as the kernel has taken it.
+  curl_off_t sent = 0;
+  /// The connection, and how many bytes the kernel holds for it that the other side has not
+  /// confirmed.
+  const Connections* connections = nullptr;
+  curl_socket_t connection = CURL_SOCKET_BAD;
+  int unconfirmed = 0;
+  std::int64_t bodySize = 0;
+  std::size_t piece = 0;
+  std::size_t offset = 0;
+  std::int64_t received = 0;
+  /// "HTTP/1.1" and the like, as the answer says.
+  std::string version;
+  /// Why a callback of ours ended it.
+  std::optional<Error> stopped;
+  /// An error answer that goes on and on: its status and what is there of it will do.
+  bool heardEnough = false;
+  /// The blank line after the last head has come.
+  bool headEnded = false;
+
+  std::size_t read(char* out, std::size_t room) {
+    std::size_t written = 0;
+    while (written < room && piece < request.body.size()) {
+      const Data& data = request.body[piece];
+      const std::size_t count = std::min(room - written, data.size() - offset);
+      if (count > 0) std::memcpy(out + written, data.bytes() + offset, count);
+      written += count;
+      offset += count;
+      if (offset == data.size()) {
+        ++piece;
+        offset = 0;
+      }
+    }
+    return written;
+  }
+
+  bool seek(std::int64_t position) {
+    if (position < 0 || position > bodySize) return false;
+    piece = 0;
+    offset = static_cast<std::size_t>(position);
+    while (piece < request.body.size() && offset >= request.body[piece].size()) {
+      offset -= request.body[piece].size();
+      ++piece;
+    }
+    return true;
+  }
+
+  void header(std::string_view line) {
+    if (line.starts_with("HTTP/")) {
+      // A new head; what came before was an interim answer.
+      answer.headers.clear();
+      const std::size_t blank = line.find(' ');
+      int status = 0;
+      if (blank != std::string_view::npos) {
+        std::from_chars(line.data() + blank + 1, line.data() + line.size(), status);
+      }
+      answer.status = status;
+      version = trimmed(line.substr(0, blank));
+      if (status / 100 != 1) answer.begun = true;
+      return;
+    }
+    if (line == "\r\n" || line == "\n") headEnded = answer.begun;
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    std::string name(line.substr(0, colon));
+    for (char& c : name) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    answer.headers.emplace_back(std::move(name), trimmed(line.substr(colon + 1)));
+  }
+
+  bool body(std::string_view bytes) {
+    received += static_cast<std::int64_t>(bytes.size());
+    if (request.headIsAnswer) return received <= static_cast<std::int64_t>(request.bodyLimit);
+    if (request.sink && answer.status == 200) {
+      if (!request.sink(bytes)) {
+        stopped = transportError(CURLE_WRITE_ERROR, "the answer cannot be stored");
+        return false;
+      }
+      if (request.progress) request.progress(received, expected());
+      return true;
+    }
+    if (answer.body.size() + bytes.size() > request.bodyLimit) {
+      heardEnough = request.sink || answer.status / 100 != 2;
+      if (heardEnough) {
+        answer.body.append(bytes.substr(0, request.bodyLimit - answer.body.size()));
+        return false;
+      }
+      stopped = transportError(CURLE_FILESIZE_EXCEEDED, "the answer is too large");
+      return false;
+    }
+    answer.body.append(bytes);
+    return true;
+  }
+
+  /// True when the head is all that the request waits for, and has come.
+  bool isAnsweredByHead() const {
+    return request.headIsAnswer && headEnded && (sent >= bodySize || answer.status / 100 != 2);
+  }
+
+  std::int64_t expected() const {
+    const auto text = answer.header("content-length");
+    return text ? lengthOf(*text).value_or(0) : 0;
+  }
+};
+
+std::size_t onRead(char* out, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<Transfer*>(transfer)->read(out, size * count);
+}
+
+int onSeek(void* transfer, curl_off_t position, int origin) {
+  const bool done = origin == SEEK_SET && static_cast<Transfer*>(transfer)->seek(position);
+  return done ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
+std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  static_cast<Transfer*>(transfer)->header({bytes, size * count});
+  return size * count;
+}
+
+std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  // A short count ends the transfer with CURLE_WRITE_ERROR.
+  return static_cast<Transfer*>(transfer)->body({bytes, size * count}) ? size * count : 0;
+}
+
+int onSocket(void* connections, curl_socket_t connection, curlsocktype /*purpose*/) {
+  // Without the option more bytes count as moved than have left; that is all.
+  ::setsockopt(connection, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentInKernel,
+               sizeof kUnsentInKernel);
+  static_cast<Connections*>(connections)->push_back(connection);
+  return CURL_SOCKOPT_OK;
+}
+
+int onClose(void* connections, curl_socket_t connection) {
+  std::erase(*static_cast<Connections*>(connections), connection);
+  return ::close(connection);
+}
+
+/// The local port of a connection, or 0.
+int localPort(curl_socket_t connection) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  if (::getsockname(connection, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+  if (address.ss_family == AF_INET) {
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+  }
+  if (address.ss_family != AF_INET6) return 0;
+  return ntohs(reinterpret_cast<const sockaddr_in6*>(&address)->sin6_port);
+}
+
+/// A request is about to go out. Only here does libcurl tell which connection it goes over.
+int onRequest(void* transfer, char* /*peer*/, char* /*here*/, int /*peerPort*/, int port) {
+  auto& one = *static_cast<Transfer*>(transfer);
+  const auto found = std::find_if(one.connections->begin(), one.connections->end(),
+                                  [port](curl_socket_t each) { return localPort(each) == port; });
+  one.connection = found == one.connections->end() ? CURL_SOCKET_BAD : *found;
+  return CURL_PREREQFUNC_OK;
+}
+
+int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
+  const auto& request = static_cast<Transfer*>(transfer)->request;
+  if (request.progress && !request.sink) {
+    request.progress(sent, static_cast<Transfer*>(transfer)->bodySize);
+  }
+  return 0;
+}
+
+}  // namespace
+
+// The life of a request:
+//
+//     send -> incoming_ -> [delayed_] -> [host.waiting] -> under way in multi_ -> answered
+class HttpEngine::Loop {
+ public:
+  explicit Loop(HttpEngineSettings settings)
+      : settings_(std::move(settings)), userAgent_(libraryUserAgent()) {
+    // The first call counts, and libcurl guards it against others at the same time.
+    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatal("libcurl cannot start");
+    multi_ = curl_multi_init();
+    if (multi_ == nullptr) fatal("libcurl has no memory");
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMaxIdleConnections);
+    thread_ = std::thread([this] { run(); });
+  }
+
+  ~Loop() {
+    for (CURL* easy : idle_) curl_easy_cleanup(easy);
+    curl_multi_cleanup(multi_);
+  }
+
+  /// Ends what is under way. Handlers that run meanwhile may still send.
+  void stop() {
+    {
+      MutexLock lock(mutex_);
+      if (stopping_) return;
+      stopping_ = true;
+    }
+    curl_multi_wakeup(multi_);
+    thread_.join();
+  }
+
+  void send(HttpRequest request, AnswerHandler answered) {
+    auto transfer = std::make_unique<Transfer>();
+    transfer->stopped = checkSendable(request.url, request.headers);
+    transfer->notBefore = SteadyClock::now() + seconds(std::max(request.delaySeconds, 0.0));
+    transfer->request = std::move(request);
+    transfer->answered = std::move(answered);
+    bool first = false;
+    {
+      MutexLock lock(mutex_);
+      if (!stopped_) {
+        first = incoming_.empty();
+        incoming_.emplace_back().swap(transfer);
+      }
+    }
+    if (transfer != nullptr) return refuse(*transfer);
+    // Later ones travel with the first one's wake-up.
+    if (first) curl_multi_wakeup(multi_);
+  }
+
+ private:
+  struct Host {
+    std::size_t active = 0;
+    std::deque<std::unique_ptr<Transfer>> waiting;
+  };
+
+  void run() {
+    pthread_setname_np(pthread_self(), "qx.http");
+    // The host's signal handlers are not to run here, and a broken connection under TLS would raise
+    // SIGPIPE.
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    while (takeIncoming()) {
+      startDelayed();
+      int running = 0;
+      curl_multi_perform(multi_, &running);
+      finishDone();
+      answerHeads();
+      endOverdue();
+      curl_multi_poll(multi_, nullptr, 0, pollTimeoutMs(), nullptr);
+    }
+    endAll();
+  }
+
+  /// False when the engine is to stop.
+  bool takeIncoming() {
+    std::vector<std::unique_ptr<Transfer>> taken;
+    {
+      MutexLock lock(mutex_);
+      taken.swap(incoming_);
+      if (stopping_) {
+        incoming_.swap(taken);
+        return false;
+      }
+    }
+    for (auto& transfer : taken) {
+      if (transfer->request.delaySeconds > 0 && !transfer->stopped) {
+        const Time due = transfer->notBefore;
+        delayed_.emplace(due, std::move(transfer));
+      } else {
+        admit(std::move(transfer));
+      }
+    }
+    return true;
+  }
+
+  void startDelayed() {
+    while (!delayed_.empty() && delayed_.begin()->first <= SteadyClock::now()) {
+      auto transfer = std::move(delayed_.begin()->second);
+      delayed_.erase(delayed_.begin());
+      admit(std::move(transfer));
+    }
+  }
+
+  void admit(std::unique_ptr<Transfer> transfer) {
+    if (transfer->stopped) {
+      answer(*transfer, CURLE_ABORTED_BY_CALLBACK);
+      return;
+    }
+    Host& host = hosts_[std::string(hostPart(transfer->request.url))];
+    if (host.active >= kMaxActivePerHost) {
+      host.waiting.push_back(std::move(transfer));
+    } else {
+      start(std::move(transfer), host);
+    }
+  }
+
+  CURL* takeHandle() {
+    if (!idle_.empty()) {
+      CURL* easy = idle_.back();
+      idle_.pop_back();
+      return easy;
+    }
+    CURL* easy = curl_easy_init();
+    if (easy == nullptr) fatal("libcurl has no memory");
+    set(easy, CURLOPT_NOSIGNAL, 1L);
+    // A transfer that ends while its host name is being looked up must not wait for the look-up.
+    set(easy, CURLOPT_QUICK_EXIT, 1L);
+    set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    set(easy, CURLOPT_FOLLOWLOCATION, 0L);
+    set(easy, CURLOPT_PATH_AS_IS, 1L);
+    set(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    set(easy, CURLOPT_TCP_NODELAY, 1L);
+    set(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+    set(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+    set(easy, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    if (settings_.caFile) {
+      set(easy, CURLOPT_CAINFO, settings_.caFile->c_str());
+      set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+      set(easy, CURLOPT_PROXY_CAINFO, settings_.caFile->c_str());
+      set(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
+    }
+    // The empty text turns off what the environment says.
+    set(easy, CURLOPT_PROXY, settings_.proxy ? settings_.proxy->c_str() : "");
+    set(easy, CURLOPT_NOPROXY, settings_.noProxy ? settings_.noProxy->c_str() : "");
+    set(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    set(easy, CURLOPT_USERAGENT, userAgent_.c_str());
+    set(easy, CURLOPT_EXPECT_100_TIMEOUT_MS, kExpectTimeoutMs);
+    set(easy, CURLOPT_SOCKOPTFUNCTION, onSocket);
+    set(easy, CURLOPT_SOCKOPTDATA, &connections_);
+    set(easy, CURLOPT_CLOSESOCKETFUNCTION, onClose);
+    set(easy, CURLOPT_CLOSESOCKETDATA, &connections_);
+    set(easy, CURLOPT_PREREQFUNCTION, onRequest);
+    set(easy, CURLOPT_READFUNCTION, onRead);
+    set(easy, CURLOPT_SEEKFUNCTION, onSeek);
+    set(easy, CURLOPT_HEADERFUNCTION, onHeader);
+    set(easy, CURLOPT_WRITEFUNCTION, onBody);
+    set(easy, CURLOPT_XFERINFOFUNCTION, onProgress);
+    return easy;
+  }
+
+  /// Sets all that differs between requests, whatever the handle did before.
+  void prepare(Transfer& transfer) {
+    const HttpRequest& request = transfer.request;
+    CURL* easy = transfer.easy;
+    for (const Data& piece : request.body) {
+      transfer.bodySize += static_cast<std::int64_t>(piece.size());
+    }
+    set(easy, CURLOPT_URL, request.url.c_str());
+    const bool plain =
+        transfer.bodySize == 0 && (request.method == "GET" || request.method == "HEAD");
+    const bool tiny =
+        request.body.size() == 1 && transfer.bodySize > 0 && transfer.bodySize <= kTinyBody;
+    // With the fields of an earlier request in place libcurl would not ask for the body again when
+    // it has to send it anew. First, for this sets the method, too.
+    set(easy, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
+    if (plain) {
+      set(easy, CURLOPT_UPLOAD, 0L);
+      set(easy, CURLOPT_NOBODY, request.method == "HEAD" ? 1L : 0L);
+      set(easy, CURLOPT_HTTPGET, request.method == "GET" ? 1L : 0L);
+      set(easy, CURLOPT_CUSTOMREQUEST, static_cast<const char*>(nullptr));
+    } else if (tiny) {
+      set(easy, CURLOPT_UPLOAD, 0L);
+      set(easy, CURLOPT_NOBODY, 0L);
+      set(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(transfer.bodySize));
+      set(easy, CURLOPT_POSTFIELDS, reinterpret_cast<const char*>(request.body.front().bytes()));
+      set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    } else {
+      set(easy, CURLOPT_NOBODY, 0L);
+      set(easy, CURLOPT_UPLOAD, 1L);
+      set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+      set(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(transfer.bodySize));
+      set(easy, CURLOPT_UPLOAD_BUFFERSIZE,
+          transfer.bodySize <= kSmallBody ? kSmallUploadBuffer : kLargeUploadBuffer);
+    }
+    set(easy, CURLOPT_BUFFERSIZE, request.sink ? kLargeReceiveBuffer : kSmallReceiveBuffer);
+    set(easy, CURLOPT_NOPROGRESS, request.progress && !request.sink ? 0L : 1L);
+
+    curl_slist* list = nullptr;
+    std::string line;
+    const auto append = [&list](const char* text) {
+      curl_slist* longer = curl_slist_append(list, text);
+      if (longer == nullptr) fatal("libcurl has no memory");
+      list = longer;
+    };
+    for (const auto& [name, value] : request.headers) {
+      line = name;
+      // libcurl's spelling of a field with nothing but blanks; with a colon it would leave it out.
+      line += trimmed(value).empty() ? ";" : ": " + value;
+      append(line.c_str());
+    }
+    if (transfer.bodySize < kExpectFrom) append("Expect:");
+    // Without a type of the request's own libcurl would make it that of a web form.
+    const bool typed = std::any_of(request.headers.begin(), request.headers.end(), [](auto& field) {
+      return strcasecmp(field.first.c_str(), "content-type") == 0;
+    });
+    if (tiny && !typed) append("Content-Type:");
+    transfer.headers.reset(list);
+    set(easy, CURLOPT_HTTPHEADER, list);
+    set(easy, CURLOPT_ERRORBUFFER, transfer.message.data());
+    set(easy, CURLOPT_READDATA, &transfer);
+    set(easy, CURLOPT_SEEKDATA, &transfer);
+    set(easy, CURLOPT_HEADERDATA, &transfer);
+    set(easy, CURLOPT_WRITEDATA, &transfer);
+    set(easy, CURLOPT_XFERINFODATA, &transfer);
+    set(easy, CURLOPT_PRIVATE, &transfer);
+    transfer.connections = &connections_;
+    set(easy, CURLOPT_PREREQDATA, &transfer);
+  }
+
+  void start(std::unique_ptr<Transfer> transfer, Host& host) {
+    ++host.active;
+    transfer->easy = takeHandle();
+    prepare(*transfer);
+    transfer->started = SteadyClock::now();
+    transfer->lastMoved = transfer->lastBodyMoved = transfer->started;
+    if (transfer->request.headIsAnswer) ++awaitingHeads_;
+    curl_multi_add_handle(multi_, transfer->easy);
+    nextSweep_ = std::min(nextSweep_, transfer->started + sweepInterval(*transfer));
+    active_.push_back(std::move(transfer));
+  }
+
+  void finishDone() {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+      if (message->msg != CURLMSG_DONE) continue;
+      Transfer* transfer = nullptr;
+      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+      end(transfer, message->data.result);
+    }
+  }
+
+  /// Answers the requests for which the head is enough. They stay under way until the answer's body
+  /// has ended as well.
+  void answerHeads() {
+    if (awaitingHeads_ == 0) return;
+    const Time now = SteadyClock::now();
+    std::vector<Transfer*> refused;
+    for (const auto& transfer : active_) {
+      if (!transfer->answered || !transfer->headEnded) continue;
+      observe(*transfer, now);
+      if (!transfer->isAnsweredByHead()) continue;
+      --awaitingHeads_;
+      takeTimes(*transfer, now);
+      HttpRequest& request = transfer->request;
+      request.totalTimeoutSeconds = transfer->answer.elapsedSeconds + request.idleTimeoutSeconds;
+      request.totalTimeoutIsForStandstill = false;
+      request.progress = nullptr;
+      if (transfer->sent < transfer->bodySize) refused.push_back(transfer.get());
+      answer(*transfer, CURLE_OK);
+    }
+    // Nobody wants the rest of their bodies.
+    for (Transfer* transfer : refused) end(transfer, CURLE_OK);
+  }
+
+  /// Takes a transfer off the wire, starts the next one of its host and reports.
+  void end(Transfer* ended, CURLcode code) {
+    const auto place = std::find_if(active_.begin(), active_.end(),
+                                    [ended](const auto& one) { return one.get() == ended; });
+    std::unique_ptr<Transfer> transfer = std::move(*place);
+    *place = std::move(active_.back());
+    active_.pop_back();
+    detach(*transfer);
+
+    const auto entry = hosts_.find(std::string(hostPart(transfer->request.url)));
+    Host& host = entry->second;
+    --host.active;
+    if (!host.waiting.empty()) {
+      auto next = std::move(host.waiting.front());
+      host.waiting.pop_front();
+      start(std::move(next), host);
+    } else if (host.active == 0) {
+      hosts_.erase(entry);
+    }
+    answer(*transfer, code);
+  }
+
+  static void takeTimes(Transfer& transfer, Time now) {
+    using Seconds = std::chrono::duration<double>;
+    transfer.answer.elapsedSeconds = Seconds(now - transfer.started).count();
+    transfer.answer.standstillSeconds = Seconds(now - transfer.lastBodyMoved).count();
+  }
+
+  void detach(Transfer& transfer) {
+    const Time now = SteadyClock::now();
+    observe(transfer, now);
+    if (transfer.answered) {
+      takeTimes(transfer, now);
+      if (transfer.request.headIsAnswer) --awaitingHeads_;
+    }
+    // Removing one that is not done closes its connection.
+    curl_multi_remove_handle(multi_, transfer.easy);
+    if (idle_.size() < kMaxIdleHandles) {
+      set(transfer.easy, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
+      set(transfer.easy, CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+      idle_.push_back(transfer.easy);
+    } else {
+      curl_easy_cleanup(transfer.easy);
+    }
+    transfer.easy = nullptr;
+  }
+
+  void answer(Transfer& transfer, CURLcode code) const {
+    if (!transfer.answered) return;
+    HttpAnswer& answer = transfer.answer;
+    answer.framed = isFramed(answer.headers, transfer.version, transfer.received);
+    if (transfer.stopped) {
+      answer.error = std::move(transfer.stopped);
+      answer.failure = HttpFailure::other;
+    } else if (code != CURLE_OK && !transfer.heardEnough && !transfer.isAnsweredByHead()) {
+      std::string text =
+          transfer.message.front() == '\0' ? curl_easy_strerror(code) : transfer.message.data();
+      // libcurl repeats a proxy that it cannot read.
+      if (settings_.proxy) leaveOut(text, userInfo(*settings_.proxy));
+      answer.error = transportError(code, std::move(text));
+      answer.failure = failureOf(code);
+    }
+    const AnswerHandler answered = std::exchange(transfer.answered, nullptr);
+    answered(std::move(answer));
+  }
+
+  /// How often to look whether a transfer still moves: an idle one ends at most this much late.
+  static SteadyClock::duration sweepInterval(const Transfer& transfer) {
+    const HttpRequest& request = transfer.request;
+    double interval = 1;
+    if (request.idleTimeoutSeconds > 0)
+      interval = std::min(interval, request.idleTimeoutSeconds / 8);
+    if (request.totalTimeoutSeconds > 0) {
+      interval = std::min(interval, request.totalTimeoutSeconds / 8);
+    }
+    return seconds(std::max(interval, 0.005));
+  }
+
+  void endOverdue() {
+    const Time now = SteadyClock::now();
+    if (now < nextSweep_) return;
+    nextSweep_ = Time::max();
+    std::vector<std::pair<Transfer*, const char*>> overdue;
+    for (const auto& transfer : active_) {
+      observe(*transfer, now);
+      const HttpRequest& request = transfer->request;
+      if (request.totalTimeoutSeconds > 0 &&
+          now - totalTimeoutBegin(*transfer) >= seconds(request.totalTimeoutSeconds)) {
+        overdue.emplace_back(transfer.get(), request.totalTimeoutIsForStandstill
+                                                 ? "the request timed out: nothing moved"
+                                                 : "the request took too long");
+      } else if (request.idleTimeoutSeconds > 0 &&
+                 now - transfer->lastMoved >= seconds(request.idleTimeoutSeconds)) {
+        overdue.emplace_back(transfer.get(), "the request timed out: nothing moved");
+      } else {
+        nextSweep_ = std::min(nextSweep_, now + sweepInterval(*transfer));
+      }
+    }
+    for (const auto& [transfer, why] : overdue) {
+      std::snprintf(transfer->message.data(), transfer->message.size(), "%s", why);
+      end(transfer, CURLE_OPERATION_TIMEDOUT);
+    }
+  }
+
+  static Time totalTimeoutBegin(const Transfer& transfer) {
+    return transfer.request.totalTimeoutIsForStandstill ? transfer.lastBodyMoved : transfer.started;
+  }
+
+  /// Notes what has moved since the last look. The head of an answer does not count: it is short,
+  /// and a server that sends it a byte now and then would hold the request for ever.
+  void observe(Transfer& transfer, Time now) const {
+    curl_off_t received = 0;
+    long request = 0;
+    curl_easy_getinfo(transfer.easy, CURLINFO_SIZE_UPLOAD_T, &transfer.sent);
+    curl_easy_getinfo(transfer.easy, CURLINFO_SIZE_DOWNLOAD_T, &received);
+    curl_easy_getinfo(transfer.easy, CURLINFO_REQUEST_SIZE, &request);
+    const int before = std::exchange(transfer.unconfirmed, unconfirmedBytes(transfer));
+    const curl_off_t body = transfer.sent + (transfer.request.sink ? received : 0);
+    const curl_off_t all = transfer.sent + received + request;
+    if (std::exchange(transfer.bodyMoved, body) != body || transfer.unconfirmed < before) {
+      transfer.lastBodyMoved = now;
+    }
+    if (std::exchange(transfer.moved, all) != all || transfer.unconfirmed < before) {
+      transfer.lastMoved = now;
+    }
+  }
+
+  /// What the kernel still holds of the request: on a slow line that is seconds' worth of bytes
+  /// after the last one was handed to it. 0 when it cannot be told.
+  int unconfirmedBytes(const Transfer& transfer) const {
+    const curl_socket_t connection = transfer.connection;
+    if (connection == CURL_SOCKET_BAD || transfer.sent == 0) return 0;
+    const auto uses = [connection](const auto& one) {
+      return one && one->connection == connection;
+    };
+    // Whose bytes are on a shared connection cannot be told.
+    if (std::count_if(active_.begin(), active_.end(), uses) > 1) return 0;
+    if (std::find(connections_.begin(), connections_.end(), connection) == connections_.end()) {
+      return 0;
+    }
+    int bytes = 0;
+    return ::ioctl(connection, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+  }
+
+  int pollTimeoutMs() {
+    Time wake = nextSweep_;
+    if (!delayed_.empty()) wake = std::min(wake, delayed_.begin()->first);
+    constexpr int kLongest = 60000;
+    if (wake == Time::max()) return kLongest;
+    const auto wait =
+        std::chrono::ceil<std::chrono::milliseconds>(wake - SteadyClock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(wait, 0, kLongest));
+  }
+
+  /// Every request ends with an error, those included that answer handlers send meanwhile.
+  void endAll() {
+    for (auto& [due, transfer] : delayed_) ended_.push_back(std::move(transfer));
+    for (auto& [name, host] : hosts_) {
+      for (auto& transfer : host.waiting) ended_.push_back(std::move(transfer));
+    }
+    for (auto& transfer : active_) {
+      detach(*transfer);
+      ended_.push_back(std::move(transfer));
+    }
+    delayed_.clear();
+    hosts_.clear();
+    active_.clear();
+    while (true) {
+      {
+        MutexLock lock(mutex_);
+        for (auto& transfer : incoming_) ended_.push_back(std::move(transfer));
+        incoming_.clear();
+        stopped_ = ended_.empty();
+      }
+      if (ended_.empty()) return;
+      std::vector<std::unique_ptr<Transfer>> ending;
+      ending.swap(ended_);
+      for (auto& transfer : ending) refuse(*transfer);
+    }
+  }
+
+  void refuse(Transfer& transfer) const {
+    if (!transfer.stopped) {
+      transfer.stopped =
+          transportError(CURLE_ABORTED_BY_CALLBACK, "the HTTP engine has been shut down");
+    }
+    answer(transfer, CURLE_ABORTED_BY_CALLBACK);
+  }
+
+  // Constant after construction.
+  const HttpEngineSettings settings_;
+  const std::string userAgent_;
+  CURLM* multi_ = nullptr;
+  std::thread thread_;
+
+  Mutex mutex_;
+  std::vector<std::unique_ptr<Transfer>> incoming_ QX_GUARDED_BY(mutex_);
+  bool stopping_ QX_GUARDED_BY(mutex_) = false;
+  /// The thread takes nothing any more.
+  bool stopped_ QX_GUARDED_BY(mutex_) = false;
+
+  // The engine's thread only.
+  std::multimap<Time, std::unique_ptr<Transfer>> delayed_;
+  std::map<std::string, Host, std::less<>> hosts_;
+  std::vector<std::unique_ptr<Transfer>> active_;
+  std::vector<std::unique_ptr<Transfer>> ended_;
+  std::vector<CURL*> idle_;
+  Connections connections_;
+  /// Requests under way that are answered by a head and have not been.
+  std::size_t awaitingHeads_ = 0;
+  Time nextSweep_ = Time::max();
+};
+
+HttpEngine::HttpEngine(HttpEngineSettings settings)
+    : loop_(std::make_unique<Loop>(std::move(settings))) {}
+
+HttpEngine::~HttpEngine() {
+  stop();
+}
+
+void HttpEngine::stop() {
+  loop_->stop();
+}
+
+void HttpEngine::send(HttpRequest request, AnswerHandler answered) {
+  loop_->send(std::move(request), std::move(answered));
+}
+
+}  // namespace qx

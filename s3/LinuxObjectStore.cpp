@@ -1,0 +1,54 @@
+#include "s3/LinuxObjectStore.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "s3/StoreAddress.h"
+#include "s3/TransferUtility.h"
+
+namespace qx {
+
+LinuxObjectStore::LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
+                                   std::string globalEndpoint,
+                                   bool resourceTimeoutCountsStandstillOnly)
+    : globalEndpoint_(std::move(globalEndpoint)),
+      context_(std::make_shared<StoreContext>(engine, completions, clock,
+                                              resourceTimeoutCountsStandstillOnly)) {}
+
+LinuxObjectStore::~LinuxObjectStore() = default;
+
+std::optional<AWSServiceConfiguration> LinuxObjectStore::makeServiceConfiguration(
+    AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
+    AWSBasicSessionCredentialsProvider credentials) {
+  const auto known = std::find_if(kAWSRegions.begin(), kAWSRegions.end(),
+                                  [region](const auto& entry) { return entry.second == region; });
+  const bool named = region == AWSRegionType::unknown && canSignRegion(regionName);
+  if (known == kAWSRegions.end() && !named) return std::nullopt;
+  if (!StoreEndpoint::parse(endpoint.urlString)) return std::nullopt;
+  AWSServiceConfiguration configuration;
+  configuration.region = region;
+  configuration.regionName = named ? regionName : known->first;
+  configuration.endpoint = std::move(endpoint);
+  configuration.credentials = std::move(credentials);
+  return configuration;
+}
+
+void LinuxObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
+                                                 const std::string& key) {
+  auto endpoint = StoreEndpoint::parse(configuration.endpoint.urlString);
+  // A configuration that makeServiceConfiguration would not have made registers nothing.
+  if (!endpoint) return;
+  std::shared_ptr<AWSS3TransferUtility> utility =
+      std::make_shared<TransferUtility>(context_, std::move(*endpoint), configuration);
+  MutexLock lock(mutex_);
+  std::swap(utilities_[key], utility);
+}
+
+std::shared_ptr<AWSS3TransferUtility> LinuxObjectStore::S3TransferUtilityForKey(
+    const std::string& key) {
+  MutexLock lock(mutex_);
+  const auto found = utilities_.find(key);
+  return found == utilities_.end() ? nullptr : found->second;
+}
+
+}  // namespace qx

@@ -1,0 +1,157 @@
+#include "s3/StoreAddress.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "http/UriEncoding.h"
+#include "platform/AWSRegion.h"
+
+namespace qx {
+namespace {
+
+std::string lowered(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lower;
+}
+
+bool isLowerAlnum(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+}
+
+bool isAddress4(const std::string& host) {
+  in_addr address{};
+  return inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
+bool isAddress6(const std::string& host) {
+  in6_addr address{};
+  // inet_pton takes a NUL for the end, and whatever follows it would be let through.
+  return host.find('\0') == std::string::npos && inet_pton(AF_INET6, host.c_str(), &address) == 1;
+}
+
+bool isHostName(std::string_view host) {
+  return !host.empty() && host.size() <= 253 && host.find("..") == std::string_view::npos &&
+         host.front() != '.' && std::all_of(host.begin(), host.end(), [](char c) {
+           return isLowerAlnum(c) || c == '-' || c == '.' || c == '_';
+         });
+}
+
+/// True when the bucket can be a part of a host name.
+bool isDnsBucket(const std::string& bucket) {
+  return bucket.size() >= 3 && bucket.size() <= 63 && isLowerAlnum(bucket.front()) &&
+         isLowerAlnum(bucket.back()) && isHostName(bucket) &&
+         bucket.find('_') == std::string::npos && !isAddress4(bucket);
+}
+
+/// True when `host` is the endpoint's name for one of the store's regions: "s3.eu-west-1.x.com",
+/// "s3-eu-west-1.x.com" or "s3.dualstack.eu-west-1.x.com" for the endpoint "s3.x.com".
+bool isRegionalName(const std::string& endpoint, const std::string& host) {
+  const std::size_t dot = endpoint.find('.');
+  if (dot == std::string::npos || endpoint.find('.', dot + 1) == std::string::npos) return false;
+  const std::string first = endpoint.substr(0, dot);
+  const std::string rest = endpoint.substr(dot);
+  constexpr std::array<std::string_view, 3> kForms = {".", "-", ".dualstack."};
+  return std::any_of(kAWSRegions.begin(), kAWSRegions.end(), [&](const auto& region) {
+    return std::any_of(kForms.begin(), kForms.end(), [&](std::string_view form) {
+      return host == first + std::string(form) + std::string(region.first) + rest;
+    });
+  });
+}
+
+bool isSameStore(const StoreEndpoint& endpoint, const std::string& bucket,
+                 const std::string& host) {
+  if (host == endpoint.host) return true;
+  if (endpoint.isLiteral()) return false;
+  if (host.ends_with("." + endpoint.host)) return true;
+  const std::string prefix = bucket + ".";
+  return isRegionalName(endpoint.host, host) ||
+         (host.starts_with(prefix) && isRegionalName(endpoint.host, host.substr(prefix.size())));
+}
+
+int defaultPort(const std::string& scheme) {
+  return scheme == "https" ? 443 : 80;
+}
+
+}  // namespace
+
+std::optional<StoreEndpoint> StoreEndpoint::parse(std::string_view url) {
+  StoreEndpoint endpoint;
+  const std::size_t scheme = url.find("://");
+  if (scheme == std::string_view::npos) return std::nullopt;
+  endpoint.scheme = lowered(url.substr(0, scheme));
+  if (endpoint.scheme != "http" && endpoint.scheme != "https") return std::nullopt;
+  std::string_view rest = url.substr(scheme + 3);
+  if (rest.ends_with('/')) rest.remove_suffix(1);
+  std::string_view port;
+  if (rest.starts_with('[')) {
+    const std::size_t close = rest.find(']');
+    if (close == std::string_view::npos) return std::nullopt;
+    if (!isAddress6(std::string(rest.substr(1, close - 1)))) return std::nullopt;
+    endpoint.host = lowered(rest.substr(0, close + 1));
+    port = rest.substr(close + 1);
+  } else {
+    const std::size_t colon = rest.find(':');
+    endpoint.host = lowered(rest.substr(0, colon));
+    if (!isHostName(endpoint.host)) return std::nullopt;
+    if (colon != std::string_view::npos) port = rest.substr(colon);
+  }
+  if (!port.empty()) {
+    int number = 0;
+    const char* end = port.data() + port.size();
+    const auto read = std::from_chars(port.data() + 1, end, number);
+    if (port.front() != ':' || read.ec != std::errc() || read.ptr != end || number < 1 ||
+        number > 65535) {
+      return std::nullopt;
+    }
+    if (number != defaultPort(endpoint.scheme)) endpoint.port = number;
+  }
+  return endpoint;
+}
+
+bool StoreEndpoint::isLiteral() const {
+  return host.starts_with('[') || isAddress4(host) || host == "localhost" ||
+         host.ends_with(".localhost");
+}
+
+std::string StoreEndpoint::authority() const {
+  return port ? host + ":" + std::to_string(*port) : host;
+}
+
+StoreAddress addressOf(const StoreEndpoint& endpoint, const std::string& bucket,
+                       const std::string& encodedKey) {
+  const bool dotted = bucket.find('.') != std::string::npos;
+  if (!endpoint.isLiteral() && isDnsBucket(bucket) && !(dotted && endpoint.scheme == "https")) {
+    return {endpoint.scheme, bucket + "." + endpoint.authority(), "/" + encodedKey};
+  }
+  return {endpoint.scheme, endpoint.authority(), "/" + percentEncode(bucket) + "/" + encodedKey};
+}
+
+std::optional<StoreAddress> redirectedAddress(const StoreEndpoint& endpoint,
+                                              const StoreAddress& current,
+                                              const std::string& bucket,
+                                              const std::string& encodedKey,
+                                              std::string_view target) {
+  if (target.starts_with('/') && !target.starts_with("//")) return current;
+  const std::size_t scheme = target.find("://");
+  if (scheme == std::string_view::npos) return std::nullopt;
+  const auto to = StoreEndpoint::parse(target.substr(0, target.find_first_of("/?#", scheme + 3)));
+  if (!to || !isSameStore(endpoint, bucket, to->host)) return std::nullopt;
+  if (current.scheme == "https" && to->scheme != "https") return std::nullopt;
+  // Another port of the same host can be anybody's; from plain HTTP, TLS at its own port is the
+  // store's.
+  const bool samePort = to->scheme == endpoint.scheme && to->port == endpoint.port;
+  const bool toTls = endpoint.scheme == "http" && to->scheme == "https" && !to->port;
+  if (!samePort && !toTls) return std::nullopt;
+  const bool bucketInHost = to->host.starts_with(bucket + ".") &&
+                            isSameStore(endpoint, bucket, to->host.substr(bucket.size() + 1));
+  if (bucketInHost) return StoreAddress{to->scheme, to->authority(), "/" + encodedKey};
+  return StoreAddress{to->scheme, to->authority(), "/" + percentEncode(bucket) + "/" + encodedKey};
+}
+
+}  // namespace qx

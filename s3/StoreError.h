@@ -1,0 +1,23 @@
+// What the store says when it refuses: its XML error record, and the error value made from it.
+//
+// Threads: pure functions.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Error.h"
+#include "platforms/shared/HttpEngine.h"
+
+namespace qx {
+
+/// The text of the first <name> element without children, entities resolved, control characters
+/// and broken UTF-8 replaced, at most 512 bytes. Empty when there is none. No more of XML is read.
+std::string xmlElementText(std::string_view xml, std::string_view name);
+
+/// The error of an answer that is no success, as ObjectStore.h describes it. Occurrences of
+/// `secrets` in what the store says are left out.
+Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets);
+
+}  // namespace qx
