@@ -15,6 +15,7 @@
 
 #include "platform/Error.h"
 #include "platform/Mutex.h"
+#include "platforms/shared/TimerTicks.h"
 
 namespace qx {
 namespace {
@@ -352,8 +353,25 @@ class LinuxDispatch::LinuxSemaphore : public Semaphore {
 };
 
 /// What a timer shares with its thread and with the ticks it has put on its queue.
+///
+///     made ──► scheduled ──┐
+///       │                  ├──► ticking ──► stopped
+///       └────► resumed ────┘
 struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
+  enum class Life { made, scheduled, resumed, ticking, stopped };
+
   explicit TimerState(DispatchQueue& onQueue) : queue(onQueue) {}
+
+  /// True when the timer's thread is to start: the timer has been both scheduled and resumed.
+  bool takeStep(Life step) QX_REQUIRES(mutex) {
+    if (life == Life::made || life == step) {
+      life = step;
+      return false;
+    }
+    if (life != Life::scheduled && life != Life::resumed) return false;
+    life = Life::ticking;
+    return true;
+  }
 
   /// The timer's thread: puts a tick on the queue whenever one is due.
   void serve() {
@@ -361,40 +379,35 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
     for (;;) {
       {
         MutexLock lock(mutex);
-        while (alive && SteadyClock::now() < due) changed.waitUntil(mutex, due);
-        if (!alive) return;
+        while (life == Life::ticking && SteadyClock::now() < due) changed.waitUntil(mutex, due);
+        if (life == Life::stopped) return;
         due += interval;
-        // One that has not run yet stands for this one, too.
-        if (std::exchange(posted, true)) continue;
-        posting = true;
+        const TickStep step = stepOf(ticks, TickEvent::due);
+        ticks = step.next;
+        if (!step.act) continue;
+        usesQueue = true;
       }
       queue.async([state = shared_from_this()] { state->tick(); });
       MutexLock lock(mutex);
-      posting = false;
+      usesQueue = false;
       changed.notifyAll();
     }
   }
-  /// One handler at a time: a tick that comes while it runs makes it run once more.
   void tick() {
-    {
-      MutexLock lock(mutex);
-      posted = false;
-      if (!alive) return;
-      again = true;
-      if (running) return;
-      running = true;
-      runner = std::this_thread::get_id();
-    }
-    for (;;) {
+    for (TickEvent event = TickEvent::begun;; event = TickEvent::ended) {
       Work now;
       {
         MutexLock lock(mutex);
-        if (!alive || !again) {
-          running = false;
+        const TickStep step = stepOf(ticks, event);
+        ticks = step.next;
+        const bool isRunner = event == TickEvent::ended || step.act;
+        if (!step.act || life == Life::stopped) {
+          // The thread in which the handler runs is the one that goes.
+          if (isRunner) runner = std::thread::id();
           changed.notifyAll();
           return;
         }
-        again = false;
+        runner = std::this_thread::get_id();
         now = handler;
       }
       if (now) now();
@@ -402,15 +415,15 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   }
   void stop() {
     MutexLock lock(mutex);
-    alive = false;
+    life = Life::stopped;
     changed.notifyAll();
   }
   void waitUntilStill() {
     MutexLock lock(mutex);
     // The queue need not live any longer than the timer.
-    while (posting) changed.wait(mutex);
+    while (usesQueue) changed.wait(mutex);
     // A handler may destroy its own timer; it would wait for itself.
-    while (running && runner != std::this_thread::get_id()) changed.wait(mutex);
+    while (runner != std::thread::id() && runner != std::this_thread::get_id()) changed.wait(mutex);
   }
 
   DispatchQueue& queue;
@@ -418,16 +431,11 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   Condition changed;
   Work handler QX_GUARDED_BY(mutex);
   SteadyClock::duration interval QX_GUARDED_BY(mutex){};
-  bool scheduled QX_GUARDED_BY(mutex) = false;
-  bool resumed QX_GUARDED_BY(mutex) = false;
-  bool started QX_GUARDED_BY(mutex) = false;
-  bool alive QX_GUARDED_BY(mutex) = true;
-  bool again QX_GUARDED_BY(mutex) = false;
-  bool running QX_GUARDED_BY(mutex) = false;
-  /// A tick is on its way: it has not begun to run.
-  bool posted QX_GUARDED_BY(mutex) = false;
-  /// The timer's thread is about to use the queue.
-  bool posting QX_GUARDED_BY(mutex) = false;
+  Life life QX_GUARDED_BY(mutex) = Life::made;
+  Ticks ticks QX_GUARDED_BY(mutex) = Ticks::none;
+  /// The timer's thread is putting a tick on the queue.
+  bool usesQueue QX_GUARDED_BY(mutex) = false;
+  /// The thread that runs the handler; none while it does not run.
   std::thread::id runner QX_GUARDED_BY(mutex);
 };
 
@@ -448,29 +456,26 @@ class LinuxDispatch::LinuxTimer : public Timer {
   }
   // The kernel's own slack (50 us) is all the leeway there is.
   void scheduleNow(double intervalSeconds, double /*leewaySeconds*/) override {
+    bool ready = false;
     {
       MutexLock lock(state_->mutex);
       state_->interval = std::chrono::duration_cast<SteadyClock::duration>(
           std::chrono::duration<double>(intervalSeconds));
-      state_->scheduled = true;
+      ready = state_->takeStep(TimerState::Life::scheduled);
     }
-    startIfReady();
+    if (ready) start();
   }
   void resume() override {
+    bool ready = false;
     {
       MutexLock lock(state_->mutex);
-      state_->resumed = true;
+      ready = state_->takeStep(TimerState::Life::resumed);
     }
-    startIfReady();
+    if (ready) start();
   }
 
  private:
-  void startIfReady() {
-    {
-      MutexLock lock(state_->mutex);
-      if (!state_->scheduled || !state_->resumed || state_->started) return;
-      state_->started = true;
-    }
+  void start() {
     // Kept here: the first tick may destroy this timer before the thread that made it comes back.
     const std::shared_ptr<Workers> workers = workers_;
     if (!workers->begin()) return;
