@@ -19,6 +19,8 @@
 #include <new>
 #include <system_error>
 
+#include "platforms/shared/ExchangeNames.h"
+
 namespace qx {
 namespace {
 
@@ -135,9 +137,7 @@ int writePlain(const std::string& path, std::span<const std::string_view> pieces
 bool swapNames(const std::string& aside, const std::string& path) {
   struct stat status;
   if (::lstat(path.c_str(), &status) < 0 || !S_ISREG(status.st_mode)) return false;
-  if (::renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) < 0) {
-    return false;
-  }
+  if (!exchangeNames(aside, path)) return false;
   ::unlink(aside.c_str());
   return true;
 }
