@@ -203,7 +203,7 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
   extra["OriginalImageWidthKey"] = pixelText(size->width);
   extra["OriginalImageHeightKey"] = pixelText(size->height);
   extra["OriginalImageFileSizeKey"] = std::to_string(data->size());
-  extra["OriginalImageSha1Key"] = sha1(library_.platform.sha1, *data);
+  extra["OriginalImageSha1Key"] = sha1(library_.platform.digests, *data);
   extra["OriginalImageFileFormatKey"] = *suffix;
   extra["OriginalImageUseDetUploadKey"] = readText(parameters, "useDetUpload").value_or("false");
   if (const auto updatePQS = readBool(parameters, "updatePQS")) {

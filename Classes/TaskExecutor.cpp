@@ -222,10 +222,10 @@ std::int64_t TaskExecutor::generataItemId(const Platform& platform) {
   return parseDecimal(std::to_string(remainder) + text.substr(3)).value_or(0);
 }
 
-std::string sha1(Sha1& digests, const Data& bytes) {
+std::string sha1(Digests& digests, const Data& bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
-  for (const std::byte b : digests.digest(bytes)) {
+  for (const std::byte b : digests.sha1(bytes.text())) {
     text += digits[std::to_integer<std::size_t>(b >> 4)];
     text += digits[std::to_integer<std::size_t>(b & std::byte{15})];
   }

@@ -67,6 +67,6 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
 using ExecutorFactory = std::function<std::shared_ptr<TaskExecutor>(std::shared_ptr<Task>)>;
 
 /// The SHA-1 of the bytes as 40 lower-case hexadecimal characters.
-std::string sha1(Sha1& digests, const Data& bytes);
+std::string sha1(Digests& digests, const Data& bytes);
 
 }  // namespace qx

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "bench/UploadSides.h"
+#include "http/Headers.h"
+#include "http/Hex.h"
 #include "platform/Error.h"
-#include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "s3/SigV4.h"
 
 namespace qx::bench {
@@ -121,8 +123,8 @@ class Loop : public Side {
     return easy;
   }
 
-  std::string payloadHash(const Data& object) const {
-    return hashed_ ? hex(sha256(object.text())) : std::string(kUnsignedPayload);
+  std::string payloadHash(const Data& object) {
+    return hashed_ ? hex(digests_.sha256(object.text())) : std::string(kUnsignedPayload);
   }
 
   Signature sign(const std::string& path, std::string payloadHash) {
@@ -171,7 +173,8 @@ class Loop : public Side {
   const std::string sessionToken_;
   const bool hashed_;
   const LoopSigning signing_;
-  SigV4Signer signer_;
+  OpenSslDigests digests_;
+  SigV4Signer signer_{digests_};
   Signature signature_;
   CURLM* multi_ = nullptr;
   std::vector<Request> requests_;

@@ -1,13 +1,12 @@
 #include "http/MessageClient.h"
 
-#include <strings.h>
-
 #include <charconv>
 #include <cmath>
 #include <utility>
 #include <vector>
 
 #include "http/Delivery.h"
+#include "http/Headers.h"
 #include "http/Multipart.h"
 #include "http/Redaction.h"
 #include "http/Rfc3339.h"
@@ -75,13 +74,6 @@ std::optional<std::string> parameterText(const Value& value) {
   return std::nullopt;
 }
 
-std::string_view valueOf(const HTTPHeaders& headers, const char* name) {
-  for (const auto& [key, value] : headers) {
-    if (strcasecmp(key.c_str(), name) == 0) return value;
-  }
-  return {};
-}
-
 /// Path and query of a URL as they stand on the request line.
 std::string pathAndQuery(std::string_view url) {
   const std::size_t scheme = url.find("://");
@@ -101,10 +93,7 @@ std::string messageUrl(std::string_view base, std::string_view api) {
 class MessageManager : public QXMessageAPINetworkingManager {
  public:
   struct Environment {
-    HttpEngine& engine;
-    DispatchQueue& completions;
-    Clock& clock;
-    Json& json;
+    MessageSeams seams;
     MessageSigner signer;
   };
 
@@ -118,7 +107,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
 
   void request(std::shared_ptr<const APIRequest> message, const std::optional<HTTPHeaders>& headers,
                double timeoutSeconds, ProgressCallback progress, Completion completion) override {
-    auto delivery = std::make_shared<Delivery>(environment_.completions);
+    auto delivery = std::make_shared<Delivery>(environment_.seams.completions);
     auto built = build(*message, headers);
     if (!built) {
       deliver(*delivery, std::move(completion), {built.error(), nullptr});
@@ -138,10 +127,10 @@ class MessageManager : public QXMessageAPINetworkingManager {
         delivery->progress([progress, fraction] { progress(fraction); });
       };
     }
-    environment_.engine.send(
+    environment_.seams.http.send(
         std::move(request),
         [delivery, message = std::move(message), completion = std::move(completion),
-         secrets = std::move(secrets), &json = environment_.json](HttpAnswer answer) mutable {
+         secrets = std::move(secrets), &json = environment_.seams.json](HttpAnswer answer) mutable {
           // Decoding belongs on the completion queue: the engine's thread moves others' bytes.
           delivery->finish([message = std::move(message), completion = std::move(completion),
                             secrets = std::move(secrets), &json,
@@ -191,7 +180,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
         form.append(Data(parameterText(value).value_or("")), name);
       }
       for (const MimeBody& part : mimeBodies) form.append(part.data, part.name);
-      MultipartBody body = makeMultipartBody(form.parts(), makeBoundary());
+      MultipartBody body = makeMultipartBody(form.parts(), makeBoundary(environment_.seams.random));
       setHeader(request.headers, "Content-Type", std::move(body.contentType));
       request.body = std::move(body.pieces);
       for (const Data& piece : request.body) signedBody += piece.text();
@@ -204,21 +193,21 @@ class MessageManager : public QXMessageAPINetworkingManager {
         separator = '&';
       }
     } else {
-      auto body = environment_.json.encode(parameters);
+      auto body = environment_.seams.json.encode(parameters);
       if (!body) return Error{"APIEncoder", 1, "a parameter cannot be written as JSON"};
       signedBody = *body;
       setHeader(request.headers, "Content-Type", "application/json");
       request.body.emplace_back(std::move(*body));
     }
-    built.secrets.emplace_back(valueOf(request.headers, kTokenHeader));
+    built.secrets.emplace_back(headerOf(request.headers, kTokenHeader).value_or(""));
     if (addSignature_) {
       const std::string path = pathAndQuery(request.url);
       MessageToSign toSign;
       toSign.method = request.method;
       toSign.pathAndQuery = path;
-      toSign.time = static_cast<std::int64_t>(std::floor(environment_.clock.now()));
+      toSign.time = static_cast<std::int64_t>(std::floor(environment_.seams.clock.now()));
       toSign.body = signedBody;
-      toSign.accessToken = valueOf(request.headers, kTokenHeader);
+      toSign.accessToken = headerOf(request.headers, kTokenHeader).value_or("");
       request.headers.push_back(environment_.signer(toSign));
       const std::string& signature = request.headers.back().second;
       built.secrets.push_back(signature);
@@ -263,25 +252,24 @@ std::string englishText(std::string_view key) {
 
 }  // namespace
 
-LinuxMessageClients::LinuxMessageClients(HttpEngine& engine, DispatchQueue& completions,
-                                         Clock& clock, Json& json, MessageSigner signer,
-                                         std::function<std::string(std::string_view)> localisedText)
-    : engine_(engine),
-      completions_(completions),
-      clock_(clock),
-      json_(json),
-      signer_(signer ? std::move(signer) : MessageSigner(hmacMessageSignature)),
+HttpMessageClients::HttpMessageClients(const MessageSeams& seams, MessageSigner signer,
+                                       std::function<std::string(std::string_view)> localisedText)
+    : seams_(seams),
+      signer_(signer ? std::move(signer)
+                     : MessageSigner([&digests = seams_.digests](const MessageToSign& message) {
+                         return hmacMessageSignature(digests, message);
+                       })),
       localisedText_(localisedText ? std::move(localisedText) : englishText) {}
 
-std::shared_ptr<QXMessageAPINetworkingManager> LinuxMessageClients::make(
+std::shared_ptr<QXMessageAPINetworkingManager> HttpMessageClients::make(
     const Url& baseURL, HTTPHeaders headers, std::optional<double> timeoutForRequest,
     bool addSignature) {
-  return std::make_shared<MessageManager>(
-      MessageManager::Environment{engine_, completions_, clock_, json_, signer_}, baseURL.text(),
-      std::move(headers), timeoutForRequest, addSignature);
+  return std::make_shared<MessageManager>(MessageManager::Environment{seams_, signer_},
+                                          baseURL.text(), std::move(headers), timeoutForRequest,
+                                          addSignature);
 }
 
-std::string LinuxMessageClients::localisedText(std::string_view key) {
+std::string HttpMessageClients::localisedText(std::string_view key) {
   return localisedText_(key);
 }
 

@@ -1,4 +1,4 @@
-// Backend messages over the HTTP engine.
+// Backend messages over the HTTP seam.
 //
 // A GET carries its parameters in the query, any other method as a JSON object body in the
 // message's order, or as a form when the message has multipart bodies. A 2xx body is the response
@@ -16,20 +16,29 @@
 
 #include "http/MessageSignature.h"
 #include "platform/Clock.h"
+#include "platform/Digests.h"
 #include "platform/Dispatch.h"
 #include "platform/Formats.h"
+#include "platform/Http.h"
 #include "platform/Networking.h"
-#include "platforms/shared/HttpEngine.h"
 
 namespace qx {
 
-class LinuxMessageClients : public MessageClients {
+/// What backend messages stand on. All of it must outlive all messages; the queue also the HTTP.
+struct MessageSeams {
+  Http& http;
+  Digests& digests;
+  Random& random;
+  DispatchQueue& completions;
+  Clock& clock;
+  Json& json;
+};
+
+class HttpMessageClients : public MessageClients {
  public:
-  /// The engine, queue, clock and JSON must outlive all messages; the queue also the engine. An
-  /// empty `signer` means hmacMessageSignature, an empty `localisedText` English.
-  LinuxMessageClients(HttpEngine& engine, DispatchQueue& completions, Clock& clock, Json& json,
-                      MessageSigner signer = {},
-                      std::function<std::string(std::string_view)> localisedText = {});
+  /// An empty `signer` means hmacMessageSignature, an empty `localisedText` English.
+  explicit HttpMessageClients(const MessageSeams& seams, MessageSigner signer = {},
+                              std::function<std::string(std::string_view)> localisedText = {});
 
   std::shared_ptr<QXMessageAPINetworkingManager> make(const Url& baseURL, HTTPHeaders headers,
                                                       std::optional<double> timeoutForRequest,
@@ -37,10 +46,7 @@ class LinuxMessageClients : public MessageClients {
   std::string localisedText(std::string_view key) override;
 
  private:
-  HttpEngine& engine_;
-  DispatchQueue& completions_;
-  Clock& clock_;
-  Json& json_;
+  const MessageSeams seams_;
   const MessageSigner signer_;
   const std::function<std::string(std::string_view)> localisedText_;
 };

@@ -1,10 +1,11 @@
 #include "http/MessageSignature.h"
 
-#include "platforms/shared/Sha256.h"
+#include "http/Hex.h"
 
 namespace qx {
 
-std::pair<std::string, std::string> hmacMessageSignature(const MessageToSign& message) {
+std::pair<std::string, std::string> hmacMessageSignature(Digests& digests,
+                                                         const MessageToSign& message) {
   const std::string time = std::to_string(message.time);
   std::string text(message.method);
   text += '\n';
@@ -12,8 +13,9 @@ std::pair<std::string, std::string> hmacMessageSignature(const MessageToSign& me
   text += '\n';
   text += time;
   text += '\n';
-  text += hex(sha256(message.body));
-  return {"QX-SIGNATURE", "t=" + time + ",v1=" + hex(hmacSha256(message.accessToken, text))};
+  text += hex(digests.sha256(message.body));
+  return {"QX-SIGNATURE",
+          "t=" + time + ",v1=" + hex(digests.hmacSha256(message.accessToken, text))};
 }
 
 }  // namespace qx

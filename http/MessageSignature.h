@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Digests.h"
+
 namespace qx {
 
 /// What a signature covers.
@@ -27,6 +29,7 @@ using MessageSigner = std::function<std::pair<std::string, std::string>(const Me
 
 /// "QX-SIGNATURE: t=<time>,v1=<hex>", where hex is HMAC-SHA256 keyed by the access token over
 /// method LF pathAndQuery LF time LF hex(SHA-256(body)), in lower-case hexadecimal.
-std::pair<std::string, std::string> hmacMessageSignature(const MessageToSign& message);
+std::pair<std::string, std::string> hmacMessageSignature(Digests& digests,
+                                                         const MessageToSign& message);
 
 }  // namespace qx

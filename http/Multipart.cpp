@@ -1,11 +1,11 @@
 #include "http/Multipart.h"
 
-#include <openssl/rand.h>
-
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <string_view>
 
-#include "platform/Error.h"
+#include "http/Hex.h"
 
 namespace qx {
 namespace {
@@ -65,18 +65,13 @@ MultipartBody makeMultipartBody(const std::vector<MultipartFormData::Part>& part
   return body;
 }
 
-std::string makeBoundary() {
-  std::array<unsigned char, 16> random{};
-  if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) {
-    fatal("OpenSSL has no randomness");
+std::string makeBoundary(Random& random) {
+  std::array<std::byte, 16> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); i += 4) {
+    const std::uint32_t drawn = random.next();
+    for (std::size_t j = 0; j < 4; ++j) bytes[i + j] = static_cast<std::byte>(drawn >> (8 * j));
   }
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string boundary = "qx-";
-  for (const unsigned char byte : random) {
-    boundary += kDigits[byte >> 4];
-    boundary += kDigits[byte & 15];
-  }
-  return boundary;
+  return "qx-" + hex(bytes);
 }
 
 }  // namespace qx

@@ -1,11 +1,12 @@
 // The body of a multipart/form-data request (RFC 7578) as pieces that refer to the parts' bytes.
 //
-// Threads: a pure function, callable from any thread.
+// Threads: pure functions, callable from any thread.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "platform/Clock.h"
 #include "platform/Data.h"
 #include "platform/Networking.h"
 
@@ -21,6 +22,6 @@ struct MultipartBody {
 MultipartBody makeMultipartBody(const std::vector<MultipartFormData::Part>& parts,
                                 const std::string& boundary);
 /// A fresh random boundary.
-std::string makeBoundary();
+std::string makeBoundary(Random& random);
 
 }  // namespace qx

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "http/Delivery.h"
+#include "http/Headers.h"
 #include "http/Multipart.h"
 
 namespace qx {
@@ -21,9 +22,10 @@ Data textOf(const Value& value) {
 
 class UploadManager : public QXNetworkingManager {
  public:
-  UploadManager(HttpEngine& engine, DispatchQueue& completions, HTTPHeaders headers,
+  UploadManager(Http& http, Random& random, DispatchQueue& completions, HTTPHeaders headers,
                 double timeoutForRequest)
-      : engine_(engine),
+      : http_(http),
+        random_(random),
         completions_(completions),
         headers_(std::move(headers)),
         timeoutForRequest_(timeoutForRequest) {}
@@ -35,7 +37,7 @@ class UploadManager : public QXNetworkingManager {
       for (const auto& [name, value] : *request.parameters) form.append(textOf(value), name);
     }
     if (request.multipartFormData) request.multipartFormData(form);
-    MultipartBody body = makeMultipartBody(form.parts(), makeBoundary());
+    MultipartBody body = makeMultipartBody(form.parts(), makeBoundary(random_));
 
     HttpRequest post;
     post.method = "POST";
@@ -63,7 +65,7 @@ class UploadManager : public QXNetworkingManager {
         delivery->progress([progress, fraction] { progress(fraction); });
       };
     }
-    engine_.send(std::move(post), [delivery, completion](HttpAnswer answer) {
+    http_.send(std::move(post), [delivery, completion](HttpAnswer answer) {
       QXNetworkingUploadResponse response;
       response.error = std::move(answer.error);
       if (!response.error) response.httpURLResponse = HTTPURLResponse{answer.status};
@@ -74,7 +76,8 @@ class UploadManager : public QXNetworkingManager {
   }
 
  private:
-  HttpEngine& engine_;
+  Http& http_;
+  Random& random_;
   DispatchQueue& completions_;
   const HTTPHeaders headers_;
   const double timeoutForRequest_;
@@ -82,17 +85,17 @@ class UploadManager : public QXNetworkingManager {
 
 }  // namespace
 
-std::shared_ptr<QXNetworkingManager> LinuxUploadClients::make(HTTPHeaders headers,
-                                                              double timeoutForRequest) {
-  return std::make_shared<UploadManager>(engine_, completions_, std::move(headers),
+std::shared_ptr<QXNetworkingManager> HttpUploadClients::make(HTTPHeaders headers,
+                                                             double timeoutForRequest) {
+  return std::make_shared<UploadManager>(http_, random_, completions_, std::move(headers),
                                          timeoutForRequest);
 }
 
-HTTPHeaders LinuxUploadClients::defaultHeaders() {
+HTTPHeaders HttpUploadClients::defaultHeaders() {
   return {{"Accept", "*/*"}, {"User-Agent", libraryUserAgent()}};
 }
 
-std::string LinuxUploadClients::QXNetworkingUserAgent() {
+std::string HttpUploadClients::QXNetworkingUserAgent() {
   return libraryUserAgent();
 }
 

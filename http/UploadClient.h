@@ -1,4 +1,4 @@
-// The upload server's multipart requests over the HTTP engine.
+// The upload server's multipart requests over the HTTP seam.
 //
 // Threads: as in Networking.h; completions and progress run on the completion queue.
 #pragma once
@@ -6,24 +6,26 @@
 #include <memory>
 #include <string>
 
+#include "platform/Clock.h"
 #include "platform/Dispatch.h"
+#include "platform/Http.h"
 #include "platform/Networking.h"
-#include "platforms/shared/HttpEngine.h"
 
 namespace qx {
 
-class LinuxUploadClients : public UploadClients {
+class HttpUploadClients : public UploadClients {
  public:
-  /// Both must outlive all uploads; the queue also the engine.
-  LinuxUploadClients(HttpEngine& engine, DispatchQueue& completions)
-      : engine_(engine), completions_(completions) {}
+  /// All must outlive all uploads; the queue also the HTTP.
+  HttpUploadClients(Http& http, Random& random, DispatchQueue& completions)
+      : http_(http), random_(random), completions_(completions) {}
 
   std::shared_ptr<QXNetworkingManager> make(HTTPHeaders headers, double timeoutForRequest) override;
   HTTPHeaders defaultHeaders() override;
   std::string QXNetworkingUserAgent() override;
 
  private:
-  HttpEngine& engine_;
+  Http& http_;
+  Random& random_;
   DispatchQueue& completions_;
 };
 

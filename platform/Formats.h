@@ -66,10 +66,4 @@ class ImageHeaders {
   virtual std::optional<ImageSize> size(const Data& image) = 0;
 };
 
-class Sha1 {
- public:
-  virtual ~Sha1() = default;
-  virtual std::array<std::byte, 20> digest(const Data& bytes) = 0;
-};
-
 }  // namespace qx

@@ -21,13 +21,11 @@
 #include "platform/Data.h"
 #include "platform/Error.h"
 #include "platform/Formats.h"
+#include "platform/Http.h"
 #include "platform/Url.h"
 #include "platform/Value.h"
 
 namespace qx {
-
-/// Header fields in the order they are sent.
-using HTTPHeaders = std::vector<std::pair<std::string, std::string>>;
 
 /// A fraction in 0...1.
 using ProgressCallback = std::function<void(double)>;

@@ -7,6 +7,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Console.h"
+#include "platform/Digests.h"
 #include "platform/Dispatch.h"
 #include "platform/Files.h"
 #include "platform/Formats.h"
@@ -29,7 +30,7 @@ struct Platform {
   PropertyLists& propertyLists;
   Json& json;
   ImageHeaders& imageHeaders;
-  Sha1& sha1;
+  Digests& digests;
   Dispatch& dispatch;
   Random& random;
   Uuid& uuid;

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdio>
 
+#include "http/Hex.h"
+
 namespace qx {
 namespace {
 
@@ -73,12 +75,12 @@ std::string SigV4Signer::authorization(const SigV4Request& request, const std::s
   scope.append("/aws4_request");
   std::string toSign(kAlgorithm);
   toSign.append("\n").append(time).append("\n").append(scope).append("\n");
-  toSign.append(hex(sha256(canonical)));
+  toSign.append(hex(digests_.sha256(canonical)));
   const Sha256Digest key = signingKey(secretKey, date, request.region, request.service);
   std::string value(kAlgorithm);
   value.append(" Credential=").append(accessKey).append("/").append(scope);
   value.append(", SignedHeaders=").append(signedHeaders);
-  value.append(", Signature=").append(hex(hmacSha256(bytesOf(key), toSign)));
+  value.append(", Signature=").append(hex(digests_.hmacSha256(bytesOf(key), toSign)));
   return value;
 }
 
@@ -91,10 +93,10 @@ Sha256Digest SigV4Signer::signingKey(std::string_view secretKey, std::string_vie
     const auto known = keys_.find(name);
     if (known != keys_.end()) return known->second;
   }
-  const Sha256Digest dateKey = hmacSha256("AWS4" + std::string(secretKey), date);
-  const Sha256Digest regionKey = hmacSha256(bytesOf(dateKey), region);
-  const Sha256Digest serviceKey = hmacSha256(bytesOf(regionKey), service);
-  const Sha256Digest key = hmacSha256(bytesOf(serviceKey), "aws4_request");
+  const Sha256Digest dateKey = digests_.hmacSha256("AWS4" + std::string(secretKey), date);
+  const Sha256Digest regionKey = digests_.hmacSha256(bytesOf(dateKey), region);
+  const Sha256Digest serviceKey = digests_.hmacSha256(bytesOf(regionKey), service);
+  const Sha256Digest key = digests_.hmacSha256(bytesOf(serviceKey), "aws4_request");
   MutexLock lock(mutex_);
   if (keys_.size() >= kMostKeys) keys_.clear();
   keys_.emplace(std::move(name), key);

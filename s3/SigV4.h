@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Digests.h"
+#include "platform/Http.h"
 #include "platform/Mutex.h"
-#include "platform/Networking.h"
-#include "platforms/shared/Sha256.h"
 
 namespace qx {
 
@@ -37,6 +37,9 @@ std::string sigV4Time(std::int64_t secondsSince1970);
 
 class SigV4Signer {
  public:
+  /// `digests` must outlive it.
+  explicit SigV4Signer(Digests& digests) : digests_(digests) {}
+
   /// The value of the Authorization header. `time` is the request's "x-amz-date".
   std::string authorization(const SigV4Request& request, const std::string& time,
                             std::string_view accessKey, std::string_view secretKey);
@@ -45,6 +48,7 @@ class SigV4Signer {
   Sha256Digest signingKey(std::string_view secretKey, std::string_view date,
                           std::string_view region, std::string_view service);
 
+  Digests& digests_;
   Mutex mutex_;
   /// Four HMACs saved per request. Bounded; credentials and days pass, so it is emptied when full.
   std::map<std::string, Sha256Digest, std::less<>> keys_ QX_GUARDED_BY(mutex_);

@@ -1,38 +1,19 @@
 #include "s3/StoreAddress.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 
+#include "http/Headers.h"
+#include "http/IpAddress.h"
 #include "http/UriEncoding.h"
 #include "platform/AWSRegion.h"
 
 namespace qx {
 namespace {
 
-std::string lowered(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
 bool isLowerAlnum(char c) {
   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
-}
-
-bool isAddress4(const std::string& host) {
-  in_addr address{};
-  return inet_pton(AF_INET, host.c_str(), &address) == 1;
-}
-
-bool isAddress6(const std::string& host) {
-  in6_addr address{};
-  // inet_pton takes a NUL for the end, and whatever follows it would be let through.
-  return host.find('\0') == std::string::npos && inet_pton(AF_INET6, host.c_str(), &address) == 1;
 }
 
 bool isHostName(std::string_view host) {
@@ -46,7 +27,7 @@ bool isHostName(std::string_view host) {
 bool isDnsBucket(const std::string& bucket) {
   return bucket.size() >= 3 && bucket.size() <= 63 && isLowerAlnum(bucket.front()) &&
          isLowerAlnum(bucket.back()) && isHostName(bucket) &&
-         bucket.find('_') == std::string::npos && !isAddress4(bucket);
+         bucket.find('_') == std::string::npos && !isIpv4Address(bucket);
 }
 
 /// True when `host` is the endpoint's name for one of the store's regions: "s3.eu-west-1.x.com",
@@ -92,7 +73,7 @@ std::optional<StoreEndpoint> StoreEndpoint::parse(std::string_view url) {
   if (rest.starts_with('[')) {
     const std::size_t close = rest.find(']');
     if (close == std::string_view::npos) return std::nullopt;
-    if (!isAddress6(std::string(rest.substr(1, close - 1)))) return std::nullopt;
+    if (!isIpv6Address(rest.substr(1, close - 1))) return std::nullopt;
     endpoint.host = lowered(rest.substr(0, close + 1));
     port = rest.substr(close + 1);
   } else {
@@ -115,7 +96,7 @@ std::optional<StoreEndpoint> StoreEndpoint::parse(std::string_view url) {
 }
 
 bool StoreEndpoint::isLiteral() const {
-  return host.starts_with('[') || isAddress4(host) || host == "localhost" ||
+  return host.starts_with('[') || isIpv4Address(host) || host == "localhost" ||
          host.ends_with(".localhost");
 }
 

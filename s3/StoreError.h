@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/Error.h"
-#include "platforms/shared/HttpEngine.h"
+#include "platform/Http.h"
 
 namespace qx {
 

@@ -1,13 +1,12 @@
-// The transfer utility: uploads and downloads of objects over the HTTP engine.
+// The transfer utility: uploads and downloads of objects.
 //
-// One transfer is one or more signed requests: redirects within the store are followed, a refused
-// clock is corrected, and failures that another attempt may cure are repeated, all within the
-// configuration's limits.
+// One transfer is one or more signed requests. TransferRules.h decides after each answer; this
+// sends, stores what comes, and reports.
 //
-// Threads: as in ObjectStore.h; completions and progress run on the context's queue, but for an
-// upload that succeeded, which is reported on the engine's thread. Payloads that
-// have to be hashed are hashed there too, but for small ones that cost the caller less than the way
-// there; never on the engine's thread.
+// Threads: as in ObjectStore.h. Completions and progress run on the context's queue, except the
+// completion of an upload that succeeded, which runs on the thread of the HTTP handlers. Payloads
+// of more than 16 KiB that have to be hashed are hashed on the queue, smaller ones on the caller's
+// thread.
 #pragma once
 
 #include <map>
@@ -15,45 +14,49 @@
 #include <string>
 
 #include "platform/Clock.h"
+#include "platform/Digests.h"
 #include "platform/Dispatch.h"
+#include "platform/Http.h"
 #include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
-#include "platforms/shared/HttpEngine.h"
+#include "platform/PartFile.h"
 #include "s3/SigV4.h"
 #include "s3/StoreAddress.h"
 
 namespace qx {
 
-/// How far the clocks of stores are ahead of ours, as each store last told.
+/// How far the clocks of stores are ahead of ours, as each store last told. A store is its
+/// endpoint's host and port; the names that it has for buckets and regions are the same store.
+///
+/// Threads: every operation may be called from any thread.
 class StoreClocks {
  public:
-  /// Seconds; 0 for a store that has told nothing. A store is its endpoint's host and port; the
-  /// names that it has for buckets and regions are the same store.
+  /// Seconds; 0 for a store that has told nothing.
   double offset(const StoreEndpoint& store);
-  /// False when no clock is plausibly that far off, and then nothing is learned. A wrong time zone
-  /// makes 26 hours, a machine that goes on from a snapshot some days; a store that speaks of more
-  /// is wrong itself, and a request signed for its time could be replayed then.
-  bool learn(const StoreEndpoint& store, double offset);
+  void learn(const StoreEndpoint& store, double offset);
 
  private:
   Mutex mutex_;
   std::map<std::string, double> offsets_ QX_GUARDED_BY(mutex_);
 };
 
-/// What all transfers share.
-class StoreContext {
- public:
-  StoreContext(HttpEngine& httpEngine, DispatchQueue& completionQueue, Clock& systemClock,
-               bool onlyStandstillCounts)
-      : engine(httpEngine),
-        completions(completionQueue),
-        clock(systemClock),
-        resourceTimeoutCountsStandstillOnly(onlyStandstillCounts) {}
-
-  HttpEngine& engine;
+/// What an object store stands on. All of it must outlive its transfers; the queue also the HTTP.
+struct StoreSeams {
+  Http& http;
+  Digests& digests;
+  PartFiles& files;
   DispatchQueue& completions;
   Clock& clock;
-  const bool resourceTimeoutCountsStandstillOnly;
+};
+
+/// What all transfers of a store share.
+struct StoreContext {
+  StoreContext(const StoreSeams& storeSeams, bool onlyStandstillCounts)
+      : seams(storeSeams), countsStandstillOnly(onlyStandstillCounts), signer(seams.digests) {}
+
+  const StoreSeams seams;
+  /// See S3ObjectStore.
+  const bool countsStandstillOnly;
   SigV4Signer signer;
   StoreClocks clocks;
 };

@@ -22,10 +22,10 @@ constexpr std::int64_t kDefaultLimit = 6;
 /// Without an outcome for this long, the log is looked at again.
 constexpr double kQuietSeconds = 3;
 
-std::string sha1Text(Sha1& sha1, const Data& bytes) {
+std::string sha1Text(Digests& digests, const Data& bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
   std::string text;
-  for (const std::byte byte : sha1.digest(bytes)) {
+  for (const std::byte byte : digests.sha1(bytes.text())) {
     text += kDigits[std::to_integer<unsigned>(byte) >> 4];
     text += kDigits[std::to_integer<unsigned>(byte) & 15];
   }
@@ -236,7 +236,7 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     return;
   }
   const std::string itemId = std::to_string(options.itemId);
-  const std::string id = imageId(itemId, sha1Text(host().seams().sha1, *data));
+  const std::string id = imageId(itemId, sha1Text(host().seams().digests, *data));
   const Value tags = Array(options.tags.begin(), options.tags.end());
   // The tags as the library keeps them with a task.
   const std::string tagsText =

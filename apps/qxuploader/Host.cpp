@@ -90,7 +90,7 @@ Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachabil
           .propertyLists = platform.propertyLists,
           .json = platform.json,
           .imageHeaders = platform.imageHeaders,
-          .sha1 = platform.sha1,
+          .digests = platform.digests,
           .dispatch = platform.dispatch,
           .random = platform.random,
           .uuid = platform.uuid,

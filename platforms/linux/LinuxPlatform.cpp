@@ -15,9 +15,11 @@
 #include "platforms/shared/LinuxImageHeaders.h"
 #include "platforms/shared/LinuxJson.h"
 #include "platforms/shared/LinuxNotificationCentre.h"
+#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/LinuxPropertyLists.h"
-#include "platforms/shared/LinuxSha1.h"
-#include "s3/LinuxObjectStore.h"
+#include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/SettingsCheck.h"
+#include "s3/S3ObjectStore.h"
 
 namespace qx {
 namespace {
@@ -61,10 +63,11 @@ struct LinuxPlatform::Parts {
         engine({.caFile = std::move(settings.caFile),
                 .proxy = std::move(settings.proxy),
                 .noProxy = std::move(settings.noProxy)}),
-        messageClients(engine, dispatch.globalQueue(), clock, json,
+        messageClients({engine, digests, random, dispatch.globalQueue(), clock, json},
                        std::move(settings.messageSigner), std::move(settings.localisedText)),
-        uploadClients(engine, dispatch.globalQueue()),
-        objectStore(engine, dispatch.globalQueue(), clock, std::move(settings.storeEndpoint),
+        uploadClients(engine, random, dispatch.globalQueue()),
+        objectStore({engine, digests, partFiles, dispatch.globalQueue(), clock},
+                    std::move(settings.storeEndpoint),
                     settings.resourceTimeoutCountsStandstillOnly) {
     if (developer) watchMainQueue();
   }
@@ -91,25 +94,44 @@ struct LinuxPlatform::Parts {
   LinuxJson json;
   LinuxPropertyLists propertyLists;
   LinuxImageHeaders imageHeaders;
-  LinuxSha1 sha1;
+  OpenSslDigests digests;
   LinuxNotificationCentre notifications;
   const bool developer;
   DeveloperMistakes mistakes;
   Mediator mediator;
   LinuxFiles files;
+  LinuxPartFiles partFiles;
   LinuxDispatch dispatch;
   LinuxReachability reachability;
   HttpEngine engine;
-  LinuxMessageClients messageClients;
-  LinuxUploadClients uploadClients;
-  LinuxObjectStore objectStore;
+  HttpMessageClients messageClients;
+  HttpUploadClients uploadClients;
+  S3ObjectStore objectStore;
   std::unique_ptr<Timer> mainQueueWatch;
 };
+
+std::vector<SettingFault> LinuxPlatform::check(const LinuxSettings& settings) {
+  std::vector<SettingFault> faults;
+  const auto add = [&faults](const char* setting, std::optional<std::string> reason) {
+    if (reason) faults.push_back({setting, *std::move(reason)});
+  };
+  add("documentsDirectory", faultOfDocumentsDirectory(settings.documentsDirectory));
+  add("storeEndpoint", faultOfStoreEndpoint(settings.storeEndpoint));
+  if (settings.caFile) add("caFile", faultOfCaFile(*settings.caFile));
+  if (settings.proxy) add("proxy", faultOfProxy(*settings.proxy));
+  for (const std::string& host : settings.reachabilityHosts) {
+    add("reachabilityHosts", faultOfReachabilityHost(host));
+  }
+  return faults;
+}
 
 LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
   const std::vector<SettingFault> faults = check(settings);
   parts_ = std::make_unique<Parts>(std::move(settings));
-  for (const SettingFault& fault : faults) tell(parts_->logger, fault);
+  for (const SettingFault& fault : faults) {
+    tell(parts_->logger, fault);
+    if (parts_->developer) parts_->mistakes.tell("Setting " + fault.setting + ": " + fault.reason);
+  }
 }
 
 LinuxPlatform::~LinuxPlatform() {
@@ -144,7 +166,7 @@ Platform LinuxPlatform::seams() {
           .propertyLists = parts.propertyLists,
           .json = parts.json,
           .imageHeaders = parts.imageHeaders,
-          .sha1 = parts.sha1,
+          .digests = parts.digests,
           .dispatch = parts.dispatch,
           .random = parts.random,
           .uuid = parts.uuid,

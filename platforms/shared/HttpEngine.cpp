@@ -1,7 +1,6 @@
 #include "platforms/shared/HttpEngine.h"
 
 #include <curl/curl.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
@@ -12,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <csignal>
@@ -21,6 +21,7 @@
 #include <thread>
 #include <utility>
 
+#include "http/Headers.h"
 #include "http/Redaction.h"
 #include "platform/Mutex.h"
 
@@ -40,7 +41,6 @@ constexpr long kMaxIdleConnections = 32;
 /// vain.
 constexpr std::int64_t kExpectFrom = std::int64_t{1} << 20;
 constexpr long kExpectTimeoutMs = 500;
-constexpr std::size_t kLongestUrl = 64 << 10;
 /// Up to here a body leaves in one write with its head: a packet and a wake-up of the server less.
 constexpr std::int64_t kTinyBody = 16 << 10;
 constexpr std::int64_t kSmallBody = 64 << 10;
@@ -82,64 +82,14 @@ HttpFailure failureOf(CURLcode code) {
   }
 }
 
-std::string_view hostPart(std::string_view url) {
-  const std::size_t scheme = url.find("://");
-  const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
-  return url.substr(0, url.find_first_of("/?#", start));
-}
-
 /// The name and password of a URL, with or without a scheme; empty when there are none.
 std::string_view userInfo(std::string_view url) {
-  std::string_view host = hostPart(url);
+  std::string_view host = originOf(url);
   if (const std::size_t scheme = host.find("://"); scheme != std::string_view::npos) {
     host.remove_prefix(scheme + 3);
   }
   const std::size_t at = host.rfind('@');
   return at == std::string_view::npos ? std::string_view() : host.substr(0, at);
-}
-
-bool isToken(std::string_view name) {
-  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           kMarks.find(c) != std::string_view::npos;
-  });
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlank = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kBlank);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
-}
-
-/// The number of a Content-Length: digits alone, at most 2^63-1.
-std::optional<std::int64_t> lengthOf(std::string_view text) {
-  std::int64_t length = 0;
-  const char* end = text.data() + text.size();
-  const auto read = std::from_chars(text.data(), end, length);
-  if (text.starts_with('-') || read.ec != std::errc() || read.ptr != end) return std::nullopt;
-  return length;
-}
-
-/// See HttpAnswer::framed. Whatever contradicts itself is no certain end: the next reader of the
-/// same answer may understand it differently.
-bool isFramed(const HTTPHeaders& headers, std::string_view version, std::int64_t received) {
-  int lengths = 0;
-  int codings = 0;
-  bool chunked = false;
-  for (const auto& [name, value] : headers) {
-    if (name == "content-length") {
-      ++lengths;
-      if (lengthOf(value) != received) return false;
-    } else if (name == "transfer-encoding") {
-      ++codings;
-      chunked = strcasecmp(value.c_str(), "chunked") == 0;
-    }
-  }
-  if (lengths > 1 || codings > 1) return false;
-  if (codings == 1) return chunked && version == "HTTP/1.1";
-  return lengths == 1 || !version.starts_with("HTTP/1");
 }
 
 template <typename T>
@@ -152,67 +102,52 @@ struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
-}  // namespace
-
-std::string libraryUserAgent() {
-  return "QXAwsUploader/" QX_VERSION;
-}
-
-std::optional<std::string_view> HttpAnswer::header(std::string_view name) const {
-  for (const auto& [key, value] : headers) {
-    if (key == name) return value;
-  }
-  return std::nullopt;
-}
-
-std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& headers) {
-  const auto isUnsafe = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == '\x7f'; };
-  if (std::any_of(url.begin(), url.end(), isUnsafe)) {
-    return transportError(CURLE_URL_MALFORMAT, "the URL holds a blank or a control character");
-  }
-  const std::size_t scheme = url.find("://");
-  const bool isHttp =
-      scheme != std::string::npos && (strncasecmp(url.c_str(), "http://", scheme + 3) == 0 ||
-                                      strncasecmp(url.c_str(), "https://", scheme + 3) == 0);
-  if (!isHttp) return transportError(CURLE_UNSUPPORTED_PROTOCOL, "not an HTTP URL");
-  if (hostPart(url).size() == scheme + 3 || url.size() > kLongestUrl) {
-    return transportError(CURLE_URL_MALFORMAT, "the URL has no host or is too long");
-  }
-  const auto breaksLine = [](char c) { return c == '\r' || c == '\n' || c == '\0'; };
-  for (const auto& [name, value] : headers) {
-    if (!isToken(name)) {
-      return transportError(CURLE_BAD_FUNCTION_ARGUMENT, "a header name is not a token");
-    }
-    if (std::any_of(value.begin(), value.end(), breaksLine)) {
-      return transportError(CURLE_BAD_FUNCTION_ARGUMENT,
-                            "the header " + name + " holds a line break or NUL");
-    }
-  }
-  return std::nullopt;
-}
-
-std::optional<double> parseHttpDate(std::string_view text) {
-  const time_t seconds = curl_getdate(std::string(text).c_str(), nullptr);
-  if (seconds == -1) return std::nullopt;
-  return static_cast<double>(seconds);
-}
-
-void setHeader(HTTPHeaders& headers, const std::string& name, std::string value) {
-  std::erase_if(headers, [&](const auto& field) {
-    return strcasecmp(field.first.c_str(), name.c_str()) == 0;
-  });
-  headers.emplace_back(name, std::move(value));
-}
-
-namespace {
-
 using Connections = std::vector<curl_socket_t>;
+
+/// Wakes the engine's thread for the handles of exchanges, which may outlive the engine.
+class Waker {
+ public:
+  explicit Waker(CURLM* multi) : multi_(multi) {}
+  void cancel() {
+    MutexLock lock(mutex_);
+    cancelled_ = true;
+    if (multi_ != nullptr) curl_multi_wakeup(multi_);
+  }
+  /// True when an exchange was cancelled since the last call.
+  bool takeCancelled() {
+    MutexLock lock(mutex_);
+    return std::exchange(cancelled_, false);
+  }
+  void letGo() {
+    MutexLock lock(mutex_);
+    multi_ = nullptr;
+  }
+
+ private:
+  Mutex mutex_;
+  CURLM* multi_ QX_GUARDED_BY(mutex_);
+  bool cancelled_ QX_GUARDED_BY(mutex_) = false;
+};
+
+class Exchange : public HttpExchange {
+ public:
+  explicit Exchange(std::shared_ptr<Waker> waker) : waker_(std::move(waker)) {}
+  void cancel() override {
+    if (!cancelled_.exchange(true)) waker_->cancel();
+  }
+  bool isCancelled() const { return cancelled_; }
+
+ private:
+  const std::shared_ptr<Waker> waker_;
+  std::atomic<bool> cancelled_ = false;
+};
 
 /// One request on its way, from send to its answer. Only the engine's thread touches it once it has
 /// been handed over.
 struct Transfer {
   HttpRequest request;
   HttpEngine::AnswerHandler answered;
+  std::shared_ptr<Exchange> exchange;
   HttpAnswer answer;
   Time notBefore;
 
@@ -291,11 +226,7 @@ struct Transfer {
     if (line == "\r\n" || line == "\n") headEnded = answer.begun;
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos) return;
-    std::string name(line.substr(0, colon));
-    for (char& c : name) {
-      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    answer.headers.emplace_back(std::move(name), trimmed(line.substr(colon + 1)));
+    answer.headers.emplace_back(lowered(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
   }
 
   bool body(std::string_view bytes) {
@@ -329,7 +260,7 @@ struct Transfer {
 
   std::int64_t expected() const {
     const auto text = answer.header("content-length");
-    return text ? lengthOf(*text).value_or(0) : 0;
+    return text ? contentLength(*text).value_or(0) : 0;
   }
 };
 
@@ -407,11 +338,13 @@ class HttpEngine::Loop {
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatal("libcurl cannot start");
     multi_ = curl_multi_init();
     if (multi_ == nullptr) fatal("libcurl has no memory");
+    waker_ = std::make_shared<Waker>(multi_);
     curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMaxIdleConnections);
     thread_ = std::thread([this] { run(); });
   }
 
   ~Loop() {
+    waker_->letGo();
     for (CURL* easy : idle_) curl_easy_cleanup(easy);
     curl_multi_cleanup(multi_);
   }
@@ -427,12 +360,14 @@ class HttpEngine::Loop {
     thread_.join();
   }
 
-  void send(HttpRequest request, AnswerHandler answered) {
+  std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) {
+    auto exchange = std::make_shared<Exchange>(waker_);
     auto transfer = std::make_unique<Transfer>();
     transfer->stopped = checkSendable(request.url, request.headers);
     transfer->notBefore = SteadyClock::now() + seconds(std::max(request.delaySeconds, 0.0));
     transfer->request = std::move(request);
     transfer->answered = std::move(answered);
+    transfer->exchange = exchange;
     bool first = false;
     {
       MutexLock lock(mutex_);
@@ -441,9 +376,13 @@ class HttpEngine::Loop {
         incoming_.emplace_back().swap(transfer);
       }
     }
-    if (transfer != nullptr) return refuse(*transfer);
-    // Later ones travel with the first one's wake-up.
-    if (first) curl_multi_wakeup(multi_);
+    if (transfer != nullptr) {
+      refuse(*transfer);
+    } else if (first) {
+      // Only the first request of a batch wakes the engine's thread.
+      curl_multi_wakeup(multi_);
+    }
+    return exchange;
   }
 
  private:
@@ -465,6 +404,7 @@ class HttpEngine::Loop {
       curl_multi_perform(multi_, &running);
       finishDone();
       answerHeads();
+      endCancelled();
       endOverdue();
       curl_multi_poll(multi_, nullptr, 0, pollTimeoutMs(), nullptr);
     }
@@ -483,7 +423,8 @@ class HttpEngine::Loop {
       }
     }
     for (auto& transfer : taken) {
-      if (transfer->request.delaySeconds > 0 && !transfer->stopped) {
+      const bool ended = transfer->stopped || transfer->exchange->isCancelled();
+      if (transfer->request.delaySeconds > 0 && !ended) {
         const Time due = transfer->notBefore;
         delayed_.emplace(due, std::move(transfer));
       } else {
@@ -502,11 +443,13 @@ class HttpEngine::Loop {
   }
 
   void admit(std::unique_ptr<Transfer> transfer) {
+    // A cancellation that came before this may have been looked for elsewhere.
+    if (transfer->exchange->isCancelled()) markCancelled(*transfer);
     if (transfer->stopped) {
       answer(*transfer, CURLE_ABORTED_BY_CALLBACK);
       return;
     }
-    Host& host = hosts_[std::string(hostPart(transfer->request.url))];
+    Host& host = hosts_[std::string(originOf(transfer->request.url))];
     if (host.active >= kMaxActivePerHost) {
       host.waiting.push_back(std::move(transfer));
     } else {
@@ -610,9 +553,7 @@ class HttpEngine::Loop {
     }
     if (transfer.bodySize < kExpectFrom) append("Expect:");
     // Without a type of the request's own libcurl would make it that of a web form.
-    const bool typed = std::any_of(request.headers.begin(), request.headers.end(), [](auto& field) {
-      return strcasecmp(field.first.c_str(), "content-type") == 0;
-    });
+    const bool typed = headerOf(request.headers, "content-type").has_value();
     if (tiny && !typed) append("Content-Type:");
     transfer.headers.reset(list);
     set(easy, CURLOPT_HTTPHEADER, list);
@@ -681,7 +622,7 @@ class HttpEngine::Loop {
     active_.pop_back();
     detach(*transfer);
 
-    const auto entry = hosts_.find(std::string(hostPart(transfer->request.url)));
+    const auto entry = hosts_.find(std::string(originOf(transfer->request.url)));
     Host& host = entry->second;
     --host.active;
     if (!host.waiting.empty()) {
@@ -736,6 +677,40 @@ class HttpEngine::Loop {
     }
     const AnswerHandler answered = std::exchange(transfer.answered, nullptr);
     answered(std::move(answer));
+  }
+
+  static void markCancelled(Transfer& transfer) {
+    transfer.stopped = transportError(CURLE_ABORTED_BY_CALLBACK, "the request was cancelled");
+  }
+
+  /// Ends what was cancelled, wherever it is. What has yet to be taken is looked at by admit.
+  void endCancelled() {
+    if (!waker_->takeCancelled()) return;
+    const auto isCancelled = [](const auto& one) { return one->exchange->isCancelled(); };
+    std::vector<std::unique_ptr<Transfer>> ending;
+    for (auto at = delayed_.begin(); at != delayed_.end();) {
+      const bool found = isCancelled(at->second);
+      if (found) ending.push_back(std::move(at->second));
+      at = found ? delayed_.erase(at) : std::next(at);
+    }
+    for (auto& [name, host] : hosts_) {
+      for (auto& waiting : host.waiting) {
+        if (isCancelled(waiting)) ending.push_back(std::move(waiting));
+      }
+      std::erase(host.waiting, nullptr);
+    }
+    for (const auto& transfer : ending) {
+      markCancelled(*transfer);
+      answer(*transfer, CURLE_ABORTED_BY_CALLBACK);
+    }
+    std::vector<Transfer*> active;
+    for (const auto& transfer : active_) {
+      if (isCancelled(transfer)) active.push_back(transfer.get());
+    }
+    for (Transfer* transfer : active) {
+      markCancelled(*transfer);
+      end(transfer, CURLE_ABORTED_BY_CALLBACK);
+    }
   }
 
   /// How often to look whether a transfer still moves: an idle one ends at most this much late.
@@ -813,7 +788,7 @@ class HttpEngine::Loop {
       return 0;
     }
     int bytes = 0;
-    return ::ioctl(connection, SIOCOUTQ, &bytes) == 0 ? bytes : 0;
+    return ::ioctl(connection, TIOCOUTQ, &bytes) == 0 ? bytes : 0;
   }
 
   int pollTimeoutMs() {
@@ -865,6 +840,7 @@ class HttpEngine::Loop {
   const HttpEngineSettings settings_;
   const std::string userAgent_;
   CURLM* multi_ = nullptr;
+  std::shared_ptr<Waker> waker_;
   std::thread thread_;
 
   Mutex mutex_;
@@ -896,8 +872,8 @@ void HttpEngine::stop() {
   loop_->stop();
 }
 
-void HttpEngine::send(HttpRequest request, AnswerHandler answered) {
-  loop_->send(std::move(request), std::move(answered));
+std::shared_ptr<HttpExchange> HttpEngine::send(HttpRequest request, AnswerHandler answered) {
+  return loop_->send(std::move(request), std::move(answered));
 }
 
 }  // namespace qx

@@ -1,4 +1,5 @@
-// What is wrong with a host's settings, said before anything uses them.
+#include "platforms/shared/SettingsCheck.h"
+
 #include <arpa/inet.h>
 #include <curl/curl.h>
 #include <openssl/pem.h>
@@ -15,7 +16,6 @@
 #include <system_error>
 #include <utility>
 
-#include "platforms/linux/LinuxPlatform.h"
 #include "platforms/shared/LinuxFiles.h"
 #include "s3/StoreAddress.h"
 
@@ -36,8 +36,9 @@ std::string systemMessage(int code) {
   return std::generic_category().message(code);
 }
 
-/// Why the address is no store's, or nothing.
-std::optional<std::string> faultOfStore(const std::string& address) {
+}  // namespace
+
+std::optional<std::string> faultOfStoreEndpoint(const std::string& address) {
   if (StoreEndpoint::parse(address)) return std::nullopt;
   const std::size_t scheme = address.find("://");
   const std::size_t end =
@@ -65,7 +66,7 @@ std::optional<std::string> faultOfCaFile(const std::string& path) {
   return std::nullopt;
 }
 
-/// libcurl's own reader of addresses decides, as it does when a request goes out.
+// libcurl's own reader of addresses decides, as it does when a request goes out.
 std::optional<std::string> faultOfProxy(const std::string& address) {
   if (address.empty()) return std::nullopt;  // No proxy.
   if (address.find('\0') != std::string::npos) return "the address holds a NUL character";
@@ -84,7 +85,7 @@ std::optional<std::string> faultOfProxy(const std::string& address) {
   return std::nullopt;
 }
 
-std::optional<std::string> faultOfDocuments(const std::optional<std::string>& directory) {
+std::optional<std::string> faultOfDocumentsDirectory(const std::optional<std::string>& directory) {
   if (!directory) {
     if (defaultDocumentsDirectory()) return std::nullopt;
     return "none is given, and the user has no home directory";
@@ -104,7 +105,7 @@ std::optional<std::string> faultOfDocuments(const std::optional<std::string>& di
   return std::nullopt;
 }
 
-std::optional<std::string> faultOfHost(const std::string& host) {
+std::optional<std::string> faultOfReachabilityHost(const std::string& host) {
   in6_addr address{};
   const bool isNumeric =
       ::inet_pton(AF_INET6, host.substr(0, host.find('%')).c_str(), &address) == 1;
@@ -115,23 +116,6 @@ std::optional<std::string> faultOfHost(const std::string& host) {
   if (isNumeric || isPlain) return std::nullopt;
   return quotedAddress(host) +
          " is no host; it must be a name or an address, without scheme or port";
-}
-
-}  // namespace
-
-std::vector<SettingFault> LinuxPlatform::check(const LinuxSettings& settings) {
-  std::vector<SettingFault> faults;
-  const auto add = [&faults](const char* setting, std::optional<std::string> reason) {
-    if (reason) faults.push_back({setting, *std::move(reason)});
-  };
-  add("documentsDirectory", faultOfDocuments(settings.documentsDirectory));
-  add("storeEndpoint", faultOfStore(settings.storeEndpoint));
-  if (settings.caFile) add("caFile", faultOfCaFile(*settings.caFile));
-  if (settings.proxy) add("proxy", faultOfProxy(*settings.proxy));
-  for (const std::string& host : settings.reachabilityHosts) {
-    add("reachabilityHosts", faultOfHost(host));
-  }
-  return faults;
 }
 
 }  // namespace qx

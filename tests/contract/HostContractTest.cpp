@@ -1,5 +1,5 @@
 // What the smaller seams do, the fakes and the real ones: mediator, notification centre, clock,
-// randomness, identifiers, SHA-1, reachability.
+// randomness, identifiers, reachability.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,6 @@
 #include "platforms/linux/LinuxReachability.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxNotificationCentre.h"
-#include "platforms/shared/LinuxSha1.h"
 #include "platforms/shared/Mediator.h"
 
 namespace qx {
@@ -177,29 +176,6 @@ TYPED_TEST(RandomContract, ValuesDiffer) {
   for (int i = 0; i < 100; ++i) seen.insert(random.next());
   // A hundred draws of 2^32 hold a pair with a chance of one in a million.
   EXPECT_GE(seen.size(), 99U);
-}
-
-template <typename T>
-class Sha1Contract : public testing::Test {
- protected:
-  static std::string hex(const std::string& text) {
-    std::string digits;
-    for (const std::byte byte : T().digest(Data(text))) {
-      digits += "0123456789abcdef"[std::to_integer<int>(byte) >> 4];
-      digits += "0123456789abcdef"[std::to_integer<int>(byte) & 0xF];
-    }
-    return digits;
-  }
-};
-using Sha1s = testing::Types<SimpleSha1, LinuxSha1>;
-TYPED_TEST_SUITE(Sha1Contract, Sha1s);
-
-TYPED_TEST(Sha1Contract, DigestsAreThosePublishedByNist) {
-  EXPECT_EQ(this->hex(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-  EXPECT_EQ(this->hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-  EXPECT_EQ(this->hex("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-            "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
-  EXPECT_EQ(this->hex(std::string(1'000'000, 'a')), "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
 
 // ---- Clock

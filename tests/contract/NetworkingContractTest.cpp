@@ -16,8 +16,11 @@
 #include "fakes/FakeUploadClients.h"
 #include "http/MessageClient.h"
 #include "http/UploadClient.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -113,7 +116,9 @@ struct RealBackend {
   LinuxJson json;
   LinuxDispatch dispatch;
   HttpEngine engine{{}};
-  LinuxMessageClients clients{engine, dispatch.globalQueue(), clock, json};
+  OpenSslDigests digests;
+  LinuxRandom random;
+  HttpMessageClients clients{{engine, digests, random, dispatch.globalQueue(), clock, json}};
 };
 
 template <typename T>
@@ -220,7 +225,8 @@ struct RealServer {
   std::optional<ScriptedServer> server;
   LinuxDispatch dispatch;
   HttpEngine engine{{}};
-  LinuxUploadClients clients{engine, dispatch.globalQueue()};
+  LinuxRandom random;
+  HttpUploadClients clients{engine, random, dispatch.globalQueue()};
 };
 
 template <typename T>

@@ -17,8 +17,11 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeObjectStore.h"
 #include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
-#include "s3/LinuxObjectStore.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
+#include "s3/S3ObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -67,7 +70,10 @@ struct RealStore {
   FakeClock clock{1795219560};
   LinuxDispatch dispatch;
   HttpEngine engine{{}};
-  LinuxObjectStore store{engine, dispatch.globalQueue(), clock, "https://store.example"};
+  OpenSslDigests digests;
+  LinuxPartFiles files;
+  S3ObjectStore store{{engine, digests, files, dispatch.globalQueue(), clock},
+                      "https://store.example"};
 };
 
 template <typename T>

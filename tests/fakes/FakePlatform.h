@@ -21,6 +21,7 @@
 #include "fakes/FakeUploadClients.h"
 #include "fakes/FakeValues.h"
 #include "fakes/MemoryFiles.h"
+#include "fakes/SimpleDigests.h"
 #include "fakes/SimpleFormats.h"
 #include "platform/Platform.h"
 
@@ -60,7 +61,7 @@ class FakePlatform {
             .propertyLists = propertyLists,
             .json = json,
             .imageHeaders = imageHeaders,
-            .sha1 = sha1,
+            .digests = digests,
             .dispatch = dispatch,
             .random = random,
             .uuid = uuid,
@@ -82,7 +83,7 @@ class FakePlatform {
   SimplePropertyLists propertyLists;
   SimpleJson json;
   FakeImageHeaders imageHeaders;
-  SimpleSha1 sha1;
+  SimpleDigests digests;
   FakeRandom random;
   FakeUuid uuid;
 };

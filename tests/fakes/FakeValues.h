@@ -51,10 +51,4 @@ class FakeImageHeaders : public ImageHeaders {
   std::vector<std::pair<Data, ImageSize>> images_ QX_GUARDED_BY(mutex_);
 };
 
-/// The digest itself, written out from its definition.
-class SimpleSha1 : public Sha1 {
- public:
-  std::array<std::byte, 20> digest(const Data& bytes) override;
-};
-
 }  // namespace qx

@@ -42,7 +42,7 @@ Platform platformWith(const Platform& original, Replacements&... replacements) {
           .propertyLists = pick(original.propertyLists),
           .json = pick(original.json),
           .imageHeaders = pick(original.imageHeaders),
-          .sha1 = pick(original.sha1),
+          .digests = pick(original.digests),
           .dispatch = pick(original.dispatch),
           .random = pick(original.random),
           .uuid = pick(original.uuid),

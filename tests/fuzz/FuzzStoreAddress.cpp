@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platforms/shared/HttpEngine.h"
+#include "http/Headers.h"
 #include "s3/StoreAddress.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {

@@ -8,8 +8,11 @@
 #include "Classes/StorageGetUploadConfigRequest.h"
 #include "fakes/FakeClock.h"
 #include "http/MessageClient.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "unit/linux/PeakMemory.h"
 #include "unit/linux/ScriptedServer.h"
 
@@ -76,7 +79,8 @@ class AnswerLimits : public testing::Test {
  protected:
   QXNetworkingResponse answerTo(const std::string& body) {
     ScriptedServer server({answerWith(200, body)});
-    LinuxMessageClients clients(engine_, dispatch_.globalQueue(), clock_, json_);
+    HttpMessageClients clients(
+        {engine_, digests_, random_, dispatch_.globalQueue(), clock_, json_});
     const auto manager =
         clients.make(Url::parse(server.url()).value(), {{"ACCESS-TOKEN", "t"}}, std::nullopt, true);
     std::promise<QXNetworkingResponse> promise;
@@ -89,6 +93,8 @@ class AnswerLimits : public testing::Test {
   LinuxJson json_;
   LinuxDispatch dispatch_;
   HttpEngine engine_{{}};
+  OpenSslDigests digests_;
+  LinuxRandom random_;
 };
 
 TEST_F(AnswerLimits, CredentialsOf500ScopesFit) {

@@ -6,12 +6,12 @@
 #include <cstdlib>
 #include <future>
 
+#include "http/Headers.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -593,18 +593,6 @@ TEST(HttpEngine, ProxyOfTheSettingsIsUsedAndTheEnvironmentIgnored) {
   const std::string local = "http://localhost:" + std::to_string(direct.port()) + "/";
   EXPECT_EQ(exchange(proxied, get(local)).body, "direct");
   EXPECT_EQ(wrong.connections(), 0u);
-}
-
-TEST(HttpDate, ReadsTheFormThatServersSend) {
-  EXPECT_EQ(parseHttpDate("Sun, 06 Nov 1994 08:49:37 GMT"), 784111777.0);
-  EXPECT_EQ(parseHttpDate("yesterday"), std::nullopt);
-}
-
-TEST(HttpHeaders, SettingOneReplacesItsNameInAnyCase) {
-  HTTPHeaders headers = {{"accept", "a"}, {"X", "1"}, {"Accept", "b"}};
-  setHeader(headers, "ACCEPT", "c");
-  EXPECT_THAT(headers, ElementsAre(std::pair<std::string, std::string>("X", "1"),
-                                   std::pair<std::string, std::string>("ACCEPT", "c")));
 }
 
 }  // namespace

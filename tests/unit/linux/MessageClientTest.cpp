@@ -10,9 +10,13 @@
 #include <thread>
 
 #include "fakes/FakeClock.h"
+#include "http/Headers.h"
 #include "http/Rfc3339.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -60,7 +64,7 @@ class MessageClientTest : public ::testing::Test {
   QXNetworkingResponse send(const std::string& baseURL, std::shared_ptr<TestMessage> message,
                             bool sign = true, std::optional<HTTPHeaders> headers = {},
                             double timeout = 30, MessageSigner signer = {}) {
-    LinuxMessageClients clients(engine_, dispatch_.globalQueue(), clock_, json_, signer);
+    HttpMessageClients clients(seams_, signer);
     const auto manager =
         clients.make(Url::parse(baseURL).value(),
                      {{"USER-ID", "u1"}, {"ACCESS-TOKEN", "the-token"}}, std::nullopt, sign);
@@ -82,6 +86,9 @@ class MessageClientTest : public ::testing::Test {
   LinuxJson json_;
   LinuxDispatch dispatch_;
   HttpEngine engine_{{}};
+  OpenSslDigests digests_;
+  LinuxRandom random_;
+  const MessageSeams seams_ = {engine_, digests_, random_, dispatch_.globalQueue(), clock_, json_};
   std::shared_ptr<TestMessage> message_ = std::make_shared<TestMessage>();
 };
 
@@ -277,11 +284,11 @@ TEST_F(MessageClientTest, TokenWithALineBreakIsRefused) {
 }
 
 TEST_F(MessageClientTest, LocalisedTextIsEnglishUnlessTheHostGivesIts) {
-  LinuxMessageClients plain(engine_, dispatch_.globalQueue(), clock_, json_);
+  HttpMessageClients plain(seams_);
   EXPECT_EQ(plain.localisedText("SUCCESS"), "Success");
   EXPECT_EQ(plain.localisedText("INTERNAL_ERROR"), "Internal error");
-  LinuxMessageClients french(engine_, dispatch_.globalQueue(), clock_, json_, {},
-                             [](std::string_view key) { return "fr:" + std::string(key); });
+  HttpMessageClients french(seams_, {},
+                            [](std::string_view key) { return "fr:" + std::string(key); });
   EXPECT_EQ(french.localisedText("SUCCESS"), "fr:SUCCESS");
 }
 

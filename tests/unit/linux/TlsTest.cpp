@@ -9,8 +9,11 @@
 
 #include "fakes/FakeClock.h"
 #include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
-#include "s3/LinuxObjectStore.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
+#include "s3/S3ObjectStore.h"
 #include "unit/linux/TlsServer.h"
 
 namespace qx {
@@ -53,7 +56,10 @@ class TlsTest : public ::testing::Test {
     FakeClock clock{1795219560};
     LinuxDispatch dispatch;
     HttpEngine engine(trusting());
-    LinuxObjectStore store(engine, dispatch.globalQueue(), clock, "https://store.example");
+    OpenSslDigests digests;
+    LinuxPartFiles files;
+    S3ObjectStore store({engine, digests, files, dispatch.globalQueue(), clock},
+                        "https://store.example");
     auto configuration = store.makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {endpoint},
                                                         {"AKID", "secret", "token"});
     configuration->maxRetryCount = 1;

@@ -17,8 +17,11 @@
 
 #include "fakes/FakeClock.h"
 #include "platforms/shared/HttpEngine.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
-#include "s3/LinuxObjectStore.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
+#include "s3/S3ObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -43,8 +46,8 @@ class TransferFixture : public ::testing::Test {
  protected:
   /// See LinuxSettings::resourceTimeoutCountsStandstillOnly.
   explicit TransferFixture(bool countsStandstillOnly = false)
-      : store_(engine_, dispatch_.globalQueue(), clock_, "https://store.example",
-               countsStandstillOnly) {}
+      : store_({engine_, digests_, files_, dispatch_.globalQueue(), clock_},
+               "https://store.example", countsStandstillOnly) {}
 
   void SetUp() override {
     std::string name = ::testing::TempDir() + "qx-transfer-XXXXXX";
@@ -79,7 +82,7 @@ class TransferFixture : public ::testing::Test {
   std::optional<Error> uploadThrough(const ScriptedServer& proxy, const std::string& endpoint,
                                      const std::string& bucket) {
     HttpEngine engine({std::nullopt, proxy.url(), std::nullopt});
-    LinuxObjectStore store(engine, dispatch_.globalQueue(), clock_, endpoint);
+    S3ObjectStore store({engine, digests_, files_, dispatch_.globalQueue(), clock_}, endpoint);
     store.registerS3TransferUtility(
         store
             .makeServiceConfiguration(AWSRegionType{25}, "eu-north-1", {endpoint},
@@ -139,8 +142,10 @@ class TransferFixture : public ::testing::Test {
   std::string folder_;
   FakeClock clock_{kNow};
   LinuxDispatch dispatch_;
+  OpenSslDigests digests_;
+  LinuxPartFiles files_;
   HttpEngine engine_{{}};
-  LinuxObjectStore store_;
+  S3ObjectStore store_;
 };
 
 }  // namespace qx

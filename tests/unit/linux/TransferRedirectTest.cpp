@@ -87,7 +87,7 @@ TEST_F(TransferRedirectTest, EndpointElementIsReachedByTlsWhereTheStoreWas) {
   HttpEngineSettings settings;
   settings.caFile = path("ca.pem");
   HttpEngine engine(settings);
-  LinuxObjectStore store(engine, dispatch_.globalQueue(), clock_, server.url());
+  S3ObjectStore store({engine, digests_, files_, dispatch_.globalQueue(), clock_}, server.url());
   store.registerS3TransferUtility(
       store
           .makeServiceConfiguration(AWSRegionType{25}, "eu-north-1", {server.url()},

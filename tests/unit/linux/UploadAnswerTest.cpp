@@ -5,7 +5,10 @@
 #include <future>
 
 #include "http/UploadClient.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -15,7 +18,7 @@ class UploadAnswerTest : public ::testing::Test {
  protected:
   std::future<QXNetworkingUploadResponse> start(const ScriptedServer& server, std::size_t size,
                                                 double timeout) {
-    LinuxUploadClients clients(engine_, dispatch_.globalQueue());
+    HttpUploadClients clients(engine_, random_, dispatch_.globalQueue());
     QXNetworkingUploadRequest request;
     request.url = server.url() + "/";
     request.multipartFormData = [size](MultipartFormData& form) {
@@ -33,6 +36,7 @@ class UploadAnswerTest : public ::testing::Test {
   }
 
   LinuxDispatch dispatch_;
+  LinuxRandom random_;
   HttpEngine engine_{{}};
 };
 

@@ -7,7 +7,10 @@
 #include <future>
 
 #include "http/Multipart.h"
+#include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/OpenSslDigests.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -30,7 +33,7 @@ class UploadClientTest : public ::testing::Test {
  protected:
   QXNetworkingUploadResponse send(QXNetworkingUploadRequest request, double timeout = 30,
                                   ProgressCallback progress = nullptr) {
-    LinuxUploadClients clients(engine_, dispatch_.globalQueue());
+    HttpUploadClients clients(engine_, random_, dispatch_.globalQueue());
     const auto manager = clients.make({}, timeout);
     std::promise<QXNetworkingUploadResponse> promise;
     manager->upload(request, std::move(progress), [&](const QXNetworkingUploadResponse& response) {
@@ -40,6 +43,7 @@ class UploadClientTest : public ::testing::Test {
   }
 
   LinuxDispatch dispatch_;
+  LinuxRandom random_;
   HttpEngine engine_{{}};
 };
 
@@ -133,8 +137,9 @@ TEST_F(UploadClientTest, ProgressEndsAtOneBeforeTheCompletion) {
 
 TEST(UploadClients, UserAgentIsNameAndVersion) {
   LinuxDispatch dispatch;
+  LinuxRandom random;
   HttpEngine engine({});
-  LinuxUploadClients clients(engine, dispatch.globalQueue());
+  HttpUploadClients clients(engine, random, dispatch.globalQueue());
   EXPECT_THAT(clients.QXNetworkingUserAgent(), StartsWith("QXAwsUploader/"));
   EXPECT_THAT(clients.defaultHeaders(), ::testing::Contains(std::pair<std::string, std::string>(
                                             "User-Agent", clients.QXNetworkingUserAgent())));
@@ -159,7 +164,8 @@ TEST(Multipart, FormWithoutPartsIsItsEnd) {
 }
 
 TEST(Multipart, BoundariesDiffer) {
-  EXPECT_NE(makeBoundary(), makeBoundary());
+  LinuxRandom random;
+  EXPECT_NE(makeBoundary(random), makeBoundary(random));
 }
 
 }  // namespace

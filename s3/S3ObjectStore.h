@@ -1,7 +1,7 @@
-// The object store on Linux: service configurations and the registry of transfer utilities.
+// An object store that speaks S3: service configurations and the registry of transfer utilities.
 //
 // Threads: every operation may be called from any thread. Completions and progress blocks run on
-// the completion queue, but for uploads that succeeded (TransferUtility.h).
+// the completion queue, except the completions of uploads that succeeded (TransferUtility.h).
 #pragma once
 
 #include <map>
@@ -9,23 +9,18 @@
 #include <optional>
 #include <string>
 
-#include "platform/Clock.h"
-#include "platform/Dispatch.h"
 #include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
-#include "platforms/shared/HttpEngine.h"
+#include "s3/TransferUtility.h"
 
 namespace qx {
 
-class StoreContext;
-
-class LinuxObjectStore : public ObjectStore {
+class S3ObjectStore : public ObjectStore {
  public:
-  /// The engine, the queue and the clock must outlive all transfers; the queue also the engine.
-  /// The last argument is LinuxSettings::resourceTimeoutCountsStandstillOnly.
-  LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
-                   std::string globalEndpoint, bool resourceTimeoutCountsStandstillOnly = false);
-  ~LinuxObjectStore() override;
+  /// With `countsStandstillOnly` the resource timeout of a configuration counts only the time in
+  /// which no byte of an object moves.
+  S3ObjectStore(const StoreSeams& seams, std::string globalEndpoint,
+                bool countsStandstillOnly = false);
 
   std::string globalEndpoint() override { return globalEndpoint_; }
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(

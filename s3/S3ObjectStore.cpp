@@ -1,4 +1,4 @@
-#include "s3/LinuxObjectStore.h"
+#include "s3/S3ObjectStore.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,16 +8,12 @@
 
 namespace qx {
 
-LinuxObjectStore::LinuxObjectStore(HttpEngine& engine, DispatchQueue& completions, Clock& clock,
-                                   std::string globalEndpoint,
-                                   bool resourceTimeoutCountsStandstillOnly)
+S3ObjectStore::S3ObjectStore(const StoreSeams& seams, std::string globalEndpoint,
+                             bool countsStandstillOnly)
     : globalEndpoint_(std::move(globalEndpoint)),
-      context_(std::make_shared<StoreContext>(engine, completions, clock,
-                                              resourceTimeoutCountsStandstillOnly)) {}
+      context_(std::make_shared<StoreContext>(seams, countsStandstillOnly)) {}
 
-LinuxObjectStore::~LinuxObjectStore() = default;
-
-std::optional<AWSServiceConfiguration> LinuxObjectStore::makeServiceConfiguration(
+std::optional<AWSServiceConfiguration> S3ObjectStore::makeServiceConfiguration(
     AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
     AWSBasicSessionCredentialsProvider credentials) {
   const auto known = std::find_if(kAWSRegions.begin(), kAWSRegions.end(),
@@ -33,8 +29,8 @@ std::optional<AWSServiceConfiguration> LinuxObjectStore::makeServiceConfiguratio
   return configuration;
 }
 
-void LinuxObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
-                                                 const std::string& key) {
+void S3ObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
+                                              const std::string& key) {
   auto endpoint = StoreEndpoint::parse(configuration.endpoint.urlString);
   // A configuration that makeServiceConfiguration would not have made registers nothing.
   if (!endpoint) return;
@@ -44,7 +40,7 @@ void LinuxObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& 
   std::swap(utilities_[key], utility);
 }
 
-std::shared_ptr<AWSS3TransferUtility> LinuxObjectStore::S3TransferUtilityForKey(
+std::shared_ptr<AWSS3TransferUtility> S3ObjectStore::S3TransferUtilityForKey(
     const std::string& key) {
   MutexLock lock(mutex_);
   const auto found = utilities_.find(key);

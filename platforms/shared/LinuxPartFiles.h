@@ -1,0 +1,19 @@
+// Files that are written beside their destinations, on any POSIX system.
+//
+// Threads: as in PartFile.h.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/PartFile.h"
+
+namespace qx {
+
+class LinuxPartFiles : public PartFiles {
+ public:
+  /// The file is ".<random>.part" in the folder of `path`.
+  Result<std::unique_ptr<PartFile>> create(const std::string& path) override;
+};
+
+}  // namespace qx

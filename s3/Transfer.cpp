@@ -1,0 +1,209 @@
+#include "s3/Transfer.h"
+
+#include <cmath>
+#include <utility>
+
+#include "http/Headers.h"
+#include "http/Hex.h"
+
+namespace qx {
+namespace {
+
+/// Hashing this much costs less than handing it to another thread.
+constexpr std::size_t kHashInPlace = 16 << 10;
+/// The store's error records are small.
+constexpr std::size_t kBodyLimit = 1 << 20;
+constexpr std::size_t kReadAtOnce = 256 << 10;
+
+}  // namespace
+
+Transfer::Transfer(std::shared_ptr<StoreContext> context,
+                   std::shared_ptr<const AWSServiceConfiguration> configuration,
+                   TransferTarget target)
+    : context_(std::move(context)),
+      configuration_(std::move(configuration)),
+      target_(std::move(target)),
+      delivery_(std::make_shared<Delivery>(context_->seams.completions)),
+      state_(beginningOf(target_, configuration_->regionName, configuration_->maxRetryCount)) {}
+
+void Transfer::setUpload(Data data, std::string contentType, Ending ending) {
+  data_ = std::move(data);
+  contentType_ = std::move(contentType);
+  ending_ = std::move(ending);
+}
+
+void Transfer::setDownload(std::unique_ptr<PartFile> file,
+                           std::function<void(const TransferProgress&)> progress, Ending ending) {
+  file_ = std::move(file);
+  progress_ = std::move(progress);
+  ending_ = std::move(ending);
+}
+
+void Transfer::enter(Stage next) {
+  const auto allowed = [this, next] {
+    switch (next) {
+      case Stage::made:
+        return false;
+      case Stage::hashing:
+        return stage_ == Stage::made;
+      case Stage::underWay:
+        return stage_ == Stage::made || stage_ == Stage::hashing || stage_ == Stage::underWay;
+      case Stage::ending:
+        return stage_ == Stage::underWay || stage_ == Stage::made || stage_ == Stage::hashing;
+      case Stage::ended:
+        return stage_ == Stage::ending;
+    }
+    return false;
+  };
+  if (!allowed()) fatal("a transfer takes a step that it cannot take");
+  stage_ = next;
+}
+
+std::optional<Error> Transfer::start() {
+  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const HTTPHeaders texts = {{"x-amz-security-token", credentials.sessionToken},
+                             {"content-type", contentType_},
+                             {"authorization", credentials.accessKey}};
+  if (auto error = checkSendable(state_.address.url(), texts)) return error;
+  if (target_.bucket.empty() || target_.encodedKey.empty()) {
+    return Error{"ObjectStore", 0, "an object needs a bucket and a key"};
+  }
+  if (payloadIsSigned() && data_.size() > kHashInPlace) {
+    enter(Stage::hashing);
+    context_->seams.completions.async([self = shared_from_this()] { self->send(0); });
+  } else {
+    send(0);
+  }
+  return std::nullopt;
+}
+
+/// TLS protects the payload by itself, and hashing it would cost more than sending it.
+std::string_view Transfer::payloadHash() {
+  if (!payloadIsSigned()) return kUnsignedPayload;
+  if (hash_.empty()) hash_ = hex(context_->seams.digests.sha256(data_.text()));
+  return hash_;
+}
+
+/// Seconds since 1970 by the store's clock.
+double Transfer::storeTime() const {
+  return context_->seams.clock.now() + context_->clocks.offset(target_.endpoint);
+}
+
+HTTPHeaders Transfer::signedHeaders() {
+  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const std::string time = sigV4Time(static_cast<std::int64_t>(std::floor(storeTime())));
+  const std::string hash(payloadHash());
+  HTTPHeaders headers;
+  headers.reserve(8);
+  headers.emplace_back("host", state_.address.authority);
+  headers.emplace_back("x-amz-content-sha256", hash);
+  headers.emplace_back("x-amz-date", time);
+  if (!credentials.sessionToken.empty()) {
+    headers.emplace_back("x-amz-security-token", credentials.sessionToken);
+  }
+  if (!contentType_.empty()) headers.emplace_back("content-type", contentType_);
+  SigV4Request toSign;
+  toSign.method = target_.isDownload ? "GET" : "PUT";
+  toSign.path = state_.address.path;
+  toSign.headers = headers;
+  toSign.payloadHash = hash;
+  toSign.region = state_.region;
+  headers.emplace_back(
+      "authorization",
+      context_->signer.authorization(toSign, time, credentials.accessKey, credentials.secretKey));
+  signature_ = headers.back().second.substr(headers.back().second.rfind('=') + 1);
+  return headers;
+}
+
+void Transfer::send(double delaySeconds) {
+  HttpRequest request;
+  request.method = target_.isDownload ? "GET" : "PUT";
+  request.url = state_.address.url();
+  request.headers = signedHeaders();
+  if (!data_.empty()) request.body.push_back(data_);
+  request.idleTimeoutSeconds = configuration_->timeoutIntervalForRequest;
+  request.totalTimeoutSeconds = state_.secondsLeft;
+  request.totalTimeoutIsForStandstill = target_.countsStandstillOnly;
+  request.delaySeconds = delaySeconds;
+  request.bodyLimit = kBodyLimit;
+  if (file_) {
+    if (!file_->restart()) return end(file_->error());
+    // One attempt follows another, so that the file is written without a lock.
+    request.sink = [self = shared_from_this()](std::string_view bytes) {
+      return self->file_->write(bytes);
+    };
+    if (progress_) {
+      request.progress = [self = shared_from_this()](std::int64_t done, std::int64_t total) {
+        self->delivery_->progress([self, done, total] { self->progress_({done, total}); });
+      };
+    }
+  }
+  enter(Stage::underWay);
+  context_->seams.http.send(
+      std::move(request),
+      [self = shared_from_this()](const HttpAnswer& answer) { self->answered(answer); });
+}
+
+void Transfer::answered(const HttpAnswer& answer) {
+  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const TransferTime time = {context_->seams.clock.now(),
+                             context_->clocks.offset(target_.endpoint)};
+  TransferDecision decision =
+      decide(target_, state_, time, answer,
+             {credentials.accessKey, credentials.secretKey, credentials.sessionToken, signature_});
+  if (decision.learnedOffset) context_->clocks.learn(target_.endpoint, *decision.learnedOffset);
+  switch (decision.step) {
+    case TransferDecision::Step::again:
+      state_ = std::move(decision.state);
+      return send(decision.delaySeconds);
+    case TransferDecision::Step::succeeded:
+      md5_ = std::move(decision.md5);
+      return end(std::nullopt);
+    case TransferDecision::Step::failed:
+      // What the file says is the cause of what the exchange says.
+      return end(file_ && file_->error() ? file_->error() : std::move(decision.error));
+  }
+}
+
+void Transfer::end(std::optional<Error> error) {
+  enter(Stage::ending);
+  // A successful upload needs no other thread: one wake-up less for each object.
+  if (!file_ && !error) return report(std::nullopt);
+  delivery_->finish([self = shared_from_this(), error = std::move(error)] { self->report(error); });
+}
+
+void Transfer::report(std::optional<Error> error) {
+  if (file_) {
+    if (!error) error = publish();
+    file_.reset();
+  }
+  enter(Stage::ended);
+  if (ending_) ending_(std::move(error));
+}
+
+/// On the completion queue: reading the whole file again must hold up nobody else's transfer.
+std::optional<Error> Transfer::publish() {
+  if (md5_) {
+    const Result<std::optional<std::string>> written = md5OfFile();
+    if (!written) return written.error();
+    if (*written && **written != *md5_) {
+      return Error{"ObjectStore", 0, "the object came damaged: its MD5 is not the store's ETag"};
+    }
+  }
+  return file_->publish();
+}
+
+/// In lower-case hex; nothing when the system allows no MD5.
+Result<std::optional<std::string>> Transfer::md5OfFile() {
+  const std::unique_ptr<Md5> md5 = context_->seams.digests.md5();
+  if (!md5) return std::optional<std::string>();
+  for (std::uint64_t offset = 0;;) {
+    const Result<std::string> bytes = file_->read(offset, kReadAtOnce);
+    if (!bytes) return bytes.error();
+    if (bytes->empty()) return std::optional<std::string>(hex(md5->finish()));
+    md5->update(*bytes);
+    offset += bytes->size();
+  }
+}
+
+}  // namespace qx

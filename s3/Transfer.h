@@ -1,0 +1,75 @@
+// One upload or download from its call to its completion.
+//
+//     made ──► [hashing] ──► underWay ──► ending ──► ended
+//                             ▲    │
+//                             └────┘ the rules say: again
+//
+// Threads: one thread at a time is busy with a transfer: the caller's until start returns, the
+// completion queue's while it hashes and while it ends, that of the HTTP handlers otherwise.
+// Ownership: it keeps itself alive through the handlers of what is under way.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "http/Delivery.h"
+#include "platform/ObjectStore.h"
+#include "s3/TransferRules.h"
+#include "s3/TransferUtility.h"
+
+namespace qx {
+
+class Transfer : public std::enable_shared_from_this<Transfer> {
+ public:
+  using Ending = std::function<void(std::optional<Error>)>;
+
+  Transfer(std::shared_ptr<StoreContext> context,
+           std::shared_ptr<const AWSServiceConfiguration> configuration, TransferTarget target);
+
+  void setUpload(Data data, std::string contentType, Ending ending);
+  void setDownload(std::unique_ptr<PartFile> file,
+                   std::function<void(const TransferProgress&)> progress, Ending ending);
+  /// Why it cannot even start, or nothing, and then it is under way.
+  std::optional<Error> start();
+
+ private:
+  enum class Stage { made, hashing, underWay, ending, ended };
+
+  void enter(Stage next);
+  bool payloadIsSigned() const { return state_.address.scheme == "http"; }
+  std::string_view payloadHash();
+  double storeTime() const;
+  HTTPHeaders signedHeaders();
+  void send(double delaySeconds);
+  void answered(const HttpAnswer& answer);
+  void end(std::optional<Error> error);
+  void report(std::optional<Error> error);
+  std::optional<Error> publish();
+  Result<std::optional<std::string>> md5OfFile();
+
+  // Constant once started.
+  const std::shared_ptr<StoreContext> context_;
+  const std::shared_ptr<const AWSServiceConfiguration> configuration_;
+  const TransferTarget target_;
+  const std::shared_ptr<Delivery> delivery_;
+  Data data_;
+  std::string contentType_;
+  std::function<void(const TransferProgress&)> progress_;
+
+  Stage stage_ = Stage::made;
+  TransferState state_;
+  Ending ending_;
+  /// The destination of a download.
+  std::unique_ptr<PartFile> file_;
+  /// MD5 that the answer's ETag promises.
+  std::optional<std::string> md5_;
+  /// SHA-256 of the payload in hex, once it is needed.
+  std::string hash_;
+  /// Of the request under way; the store may repeat it when it refuses.
+  std::string signature_;
+};
+
+}  // namespace qx

@@ -1,0 +1,43 @@
+// HTTP without a network: records requests and answers them from a script.
+//
+// Threads: send and cancel may be called from any thread; handlers run on the thread that calls
+// run().
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "platform/Http.h"
+#include "platform/Mutex.h"
+
+namespace qx {
+
+class FakeHttp : public Http {
+ public:
+  /// The answer of the oldest request that has none. With status 200 its body goes into the
+  /// request's sink, if there is one; a sink that refuses ends the request with an error.
+  void answer(HttpAnswer answer);
+  /// Answers requests, oldest first, while there are answers; cancelled ones with their error.
+  void run();
+  std::vector<HttpRequest> requests() const;
+
+  std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) override;
+
+ private:
+  struct Pending {
+    HttpRequest request;
+    AnswerHandler answered;
+    bool cancelled = false;
+  };
+  class Exchange;
+
+  static void finish(Pending& pending, HttpAnswer answer);
+
+  mutable Mutex mutex_;
+  std::vector<HttpRequest> requests_ QX_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<Pending>> pending_ QX_GUARDED_BY(mutex_);
+  std::deque<HttpAnswer> answers_ QX_GUARDED_BY(mutex_);
+};
+
+}  // namespace qx
