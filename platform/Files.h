@@ -2,6 +2,10 @@
 //
 // Threads: every operation may be called from any thread; callers order writes to one path.
 // Errors: domain "Files", code errno, a description that names the path and the reason.
+// Links: below a documents directory no symbolic link is followed. An operation whose path leads
+// over one, or ends at one, fails with ELOOP and names the link; rename() and remove() take a link
+// at the end of the path for the file they are about. The documents directory itself may be reached
+// through links.
 #pragma once
 
 #include <optional>
@@ -15,7 +19,13 @@
 
 namespace qx {
 
-enum class PathKind { absent, file, directory };
+enum class PathKind {
+  absent,
+  file,
+  directory,
+  /// A symbolic link stands there, or on the way there, that is not followed.
+  link,
+};
 
 enum class WriteMode {
   /// Straight into the file. A failure may leave a part of it.
@@ -51,7 +61,7 @@ class Files {
   virtual std::optional<Error> write(const std::string& path,
                                      std::span<const std::string_view> pieces, WriteMode mode,
                                      Durability durability) = 0;
-  /// Renames within one directory, replacing what is at `to`.
+  /// Renames within one file system, replacing what is at `to`.
   virtual std::optional<Error> rename(const std::string& from, const std::string& to) = 0;
   /// Removes a file.
   virtual std::optional<Error> remove(const std::string& path) = 0;

@@ -6,8 +6,8 @@
 
 namespace qx {
 
-bool exchangeNames(const std::string& one, const std::string& other) {
-  return ::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0;
+bool exchangeNames(int directory, const std::string& one, const std::string& other) {
+  return ::renameat2(directory, one.c_str(), directory, other.c_str(), RENAME_EXCHANGE) == 0;
 }
 
 }  // namespace qx

@@ -7,8 +7,8 @@
 
 namespace qx {
 
-/// Swaps what two names stand for, in one step. False when nothing was done: the system or the file
-/// system cannot, or one of the names is missing.
-bool exchangeNames(const std::string& one, const std::string& other);
+/// Swaps what two names in an open directory stand for, in one step. False when nothing was done:
+/// the system or the file system cannot, or one of the names is missing.
+bool exchangeNames(int directory, const std::string& one, const std::string& other);
 
 }  // namespace qx

@@ -31,13 +31,18 @@ class Descriptor {
   ~Descriptor() {
     if (fd_ >= 0) ::close(fd_);
   }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
 
   int get() const { return fd_; }
+  /// Somebody else closes it from now on.
+  int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
   /// Closes now; the result of close, for what a network file system reports only here.
-  int close() { return ::close(std::exchange(fd_, -1)); }
+  int close() { return ::close(release()); }
 
  private:
   int fd_;
@@ -50,12 +55,17 @@ auto retried(Call call) {
   return result;
 }
 
-Descriptor opened(const std::string& path, int flags, mode_t mode = 0) {
-  return Descriptor(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
+Descriptor opened(int directory, const std::string& name, int flags, mode_t mode = 0) {
+  return Descriptor(
+      retried([&] { return ::openat(directory, name.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 Error failure(const std::string& path, int code) {
-  return {"Files", code, path + ": " + std::generic_category().message(code)};
+  // The system's own text speaks of too many levels.
+  return {"Files", code,
+          path + ": " +
+              (code == ELOOP ? "is a symbolic link, which is not followed"
+                             : std::generic_category().message(code))};
 }
 
 /// The system calls would see such a path end at its NUL, and touch another file.
@@ -63,20 +73,53 @@ bool hasNul(const std::string& path) {
   return path.find('\0') != std::string::npos;
 }
 
-std::string parentOf(std::string path) {
+/// The path without separators at its end, but for the root.
+std::string trimmed(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+std::string parentOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+  return slash == 0 ? "/" : trimmed(path.substr(0, slash));
+}
+
+std::string nameOf(const std::string& path) {
+  return path == "/" ? "." : path.substr(path.rfind('/') + 1);
+}
+
+bool isLink(int directory, const std::string& name) {
+  struct stat status;
+  return ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISLNK(status.st_mode);
+}
+
+/// Opens a directory that is no link, only to reach what is in it. Sets errno; ELOOP for a link.
+Descriptor openedDirectory(int above, const std::string& name) {
+  Descriptor directory = opened(above, name, O_PATH | O_DIRECTORY | O_NOFOLLOW);
+  if (directory) return directory;
+  const int code = errno;
+  errno = code == ENOTDIR && isLink(above, name) ? ELOOP : code;
+  return directory;
 }
 
 /// 0, or errno.
-int syncDirectory(const std::string& path) {
-  Descriptor directory = opened(path, O_RDONLY | O_DIRECTORY);
-  if (!directory) return errno;
+int syncDirectory(int directory) {
+  const Descriptor readable = opened(directory, ".", O_RDONLY | O_DIRECTORY);
+  if (!readable) return errno;
   // Some file systems cannot sync a directory, and say so with EINVAL.
-  if (retried([&] { return ::fsync(directory.get()); }) < 0 && errno != EINVAL) return errno;
+  if (retried([&] { return ::fsync(readable.get()); }) < 0 && errno != EINVAL) return errno;
   return 0;
+}
+
+/// Makes one directory; 0, or errno.
+int makeDirectory(int above, const std::string& name) {
+  if (::mkdirat(above, name.c_str(), 0700) < 0) return errno == EEXIST ? 0 : errno;
+  // So that a crash cannot take the directory away from under a file that was synced.
+  const int code = syncDirectory(above);
+  // One that may be written but not read cannot be synced; what it holds is there all the same.
+  return code == EACCES ? 0 : code;
 }
 
 /// Writes all pieces; 0, or errno.
@@ -117,9 +160,10 @@ int fill(Descriptor& file, std::span<const std::string_view> pieces, Durability 
   return file.close() < 0 ? errno : 0;
 }
 
-int writePlain(const std::string& path, std::span<const std::string_view> pieces,
+int writePlain(int directory, const std::string& name, std::span<const std::string_view> pieces,
                Durability durability) {
-  Descriptor file = opened(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  Descriptor file =
+      opened(directory, name, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0600);
   if (!file) return errno;
   struct stat status;
   if (::fstat(file.get(), &status) < 0) return errno;
@@ -127,42 +171,46 @@ int writePlain(const std::string& path, std::span<const std::string_view> pieces
   if ((status.st_mode & 07777) != 0600 && ::fchmod(file.get(), 0600) < 0) return errno;
   const int code = fill(file, pieces, durability);
   // Half a file is of no use to anybody, least of all on a full disk.
-  if (code != 0) ::unlink(path.c_str());
+  if (code != 0) ::unlinkat(directory, name.c_str(), 0);
   return code;
 }
 
 /// Swaps two names, both of regular files, and removes what is then at `aside`. False when nothing
 /// was done. For content that need not be on the disk: ext4 writes out what replaces a file by
 /// rename(), and lets the caller wait for the previous write-out; it does neither here.
-bool swapNames(const std::string& aside, const std::string& path) {
+bool swapNames(int directory, const std::string& aside, const std::string& name) {
   struct stat status;
-  if (::lstat(path.c_str(), &status) < 0 || !S_ISREG(status.st_mode)) return false;
-  if (!exchangeNames(aside, path)) return false;
-  ::unlink(aside.c_str());
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0 ||
+      !S_ISREG(status.st_mode)) {
+    return false;
+  }
+  if (!exchangeNames(directory, aside, name)) return false;
+  ::unlinkat(directory, aside.c_str(), 0);
   return true;
 }
 
-int writeAside(const std::string& path, std::span<const std::string_view> pieces,
+int writeAside(int directory, const std::string& name, std::span<const std::string_view> pieces,
                Durability durability) {
+  if (isLink(directory, name)) return ELOOP;
   static std::atomic<std::uint64_t> counter = 0;
-  const std::string prefix = parentOf(path) + "/.qx-" + std::to_string(::getpid()) + "-";
+  const std::string prefix = ".qx-" + std::to_string(::getpid()) + "-";
   std::string aside;
   for (;;) {
     aside = prefix + std::to_string(++counter) + ".tmp";
-    Descriptor file = opened(aside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    Descriptor file = opened(directory, aside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     // Left behind by a process of the same number that crashed.
     if (!file && errno == EEXIST) continue;
     if (!file) return errno;
     if (const int code = fill(file, pieces, durability)) {
-      ::unlink(aside.c_str());
+      ::unlinkat(directory, aside.c_str(), 0);
       return code;
     }
     break;
   }
-  if ((durability == Durability::synced || !swapNames(aside, path)) &&
-      ::rename(aside.c_str(), path.c_str()) < 0) {
+  if ((durability == Durability::synced || !swapNames(directory, aside, name)) &&
+      ::renameat(directory, aside.c_str(), directory, name.c_str()) < 0) {
     const int code = errno;
-    ::unlink(aside.c_str());
+    ::unlinkat(directory, aside.c_str(), 0);
     return code;
   }
   return 0;
@@ -188,43 +236,123 @@ std::optional<std::string> defaultDocumentsDirectory() {
   return std::string(entry.pw_dir) + "/.local/share/qxawsuploader";
 }
 
+/// Where a path leads: the directory that holds its last component, and that component's name.
+struct LinuxFiles::Place {
+  Descriptor directory;
+  std::string name;
+  /// Below a documents directory.
+  bool ours;
+
+  /// For looking at, and for opening, what stands there.
+  int lookFlags() const { return ours ? AT_SYMLINK_NOFOLLOW : 0; }
+  int openFlags() const { return ours ? O_NOFOLLOW : 0; }
+};
+
+std::optional<LinuxFiles::Below> LinuxFiles::belowDocuments(const std::string& path) const {
+  for (const std::string& documents : documentDirectories_) {
+    const std::string base = trimmed(documents.empty() ? "/" : documents);
+    const std::size_t size = base == "/" ? 0 : base.size();
+    if (!path.starts_with(base) || path.size() <= size || path[size] != '/') continue;
+    Below below{base, {}};
+    for (std::size_t at = size; at < path.size();) {
+      const std::size_t end = std::min(path.find('/', at), path.size());
+      if (end > at) below.components.push_back(path.substr(at, end - at));
+      at = end + 1;
+    }
+    if (!below.components.empty()) return below;
+  }
+  return std::nullopt;
+}
+
+Result<LinuxFiles::Place> LinuxFiles::placeOf(const std::string& path) const {
+  if (hasNul(path)) return failure(path, EINVAL);
+  const std::optional<Below> below = belowDocuments(path);
+  if (!below) {
+    const std::string plain = trimmed(path);
+    Descriptor parent = opened(AT_FDCWD, parentOf(plain), O_PATH | O_DIRECTORY);
+    if (!parent) return failure(path, errno);
+    return Place{std::move(parent), nameOf(plain), /*ours=*/false};
+  }
+  Descriptor directory = opened(AT_FDCWD, below->base, O_PATH | O_DIRECTORY);
+  if (!directory) return failure(path, errno);
+  std::string reached = below->base == "/" ? "" : below->base;
+  for (std::size_t i = 0; i + 1 < below->components.size(); ++i) {
+    reached += "/" + below->components[i];
+    Descriptor next = openedDirectory(directory.get(), below->components[i]);
+    if (!next) return failure(errno == ELOOP ? reached : path, errno);
+    directory = std::move(next);
+  }
+  return Place{std::move(directory), below->components.back(), /*ours=*/true};
+}
+
 PathKind LinuxFiles::kind(const std::string& path) {
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error().code == ELOOP ? PathKind::link : PathKind::absent;
   struct stat status;
-  if (hasNul(path) || ::stat(path.c_str(), &status) < 0) return PathKind::absent;
+  if (::fstatat(place->directory.get(), place->name.c_str(), &status, place->lookFlags()) < 0) {
+    return PathKind::absent;
+  }
+  if (S_ISLNK(status.st_mode)) return PathKind::link;
   return S_ISDIR(status.st_mode) ? PathKind::directory : PathKind::file;
 }
 
 std::optional<Error> LinuxFiles::createDirectory(const std::string& path) {
   if (hasNul(path)) return failure(path, EINVAL);
+  const std::optional<Below> below = belowDocuments(path);
+  if (!below) return createElsewhere(path);
+  if (auto error = createElsewhere(below->base)) return error;
+  Descriptor directory = opened(AT_FDCWD, below->base, O_PATH | O_DIRECTORY);
+  if (!directory) return failure(path, errno);
+  std::string reached = below->base == "/" ? "" : below->base;
+  for (const std::string& name : below->components) {
+    reached += "/" + name;
+    if (const int code = makeDirectory(directory.get(), name)) return failure(path, code);
+    Descriptor next = openedDirectory(directory.get(), name);
+    if (!next) {
+      const bool isFile = errno == ENOTDIR && &name == &below->components.back();
+      return failure(errno == ELOOP ? reached : path, isFile ? EEXIST : errno);
+    }
+    directory = std::move(next);
+  }
+  return std::nullopt;
+}
+
+std::optional<Error> LinuxFiles::createElsewhere(const std::string& path) {
   // Upwards to the first directory that can be made, then down again.
-  std::vector<std::string> missing = {path};
+  std::vector<std::string> missing = {trimmed(path)};
   while (!missing.empty()) {
     const std::string at = missing.back();
-    if (::mkdir(at.c_str(), 0700) == 0) {
-      // So that a crash cannot take the directory away from under a file that was synced.
-      const int code = syncDirectory(parentOf(at));
-      // One that may be written but not read cannot be synced; what it holds is there all the same.
-      if (code != 0 && code != EACCES) return failure(path, code);
-      missing.pop_back();
+    const Result<Place> place = placeOf(at);
+    if (!place) {
+      if (place.error().code != ENOENT || parentOf(at) == at || at.empty()) {
+        return failure(path, static_cast<int>(place.error().code));
+      }
+      missing.push_back(parentOf(at));
       continue;
     }
-    const int code = errno;
-    if (code == EEXIST && kind(at) == PathKind::directory) {
-      missing.pop_back();
-    } else if (code == ENOENT && parentOf(at) != at && !at.empty() &&
-               kind(parentOf(at)) == PathKind::absent) {
-      missing.push_back(parentOf(at));
-    } else {
+    if (const int code = makeDirectory(place->directory.get(), place->name)) {
       return failure(path, code);
     }
+    if (kind(at) != PathKind::directory)
+      return failure(path, at == trimmed(path) ? EEXIST : ENOTDIR);
+    missing.pop_back();
   }
   return std::nullopt;
 }
 
 Result<std::vector<std::string>> LinuxFiles::list(const std::string& path) {
-  if (hasNul(path)) return failure(path, EINVAL);
-  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.c_str()), &::closedir);
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
+  Descriptor readable =
+      opened(place->directory.get(), place->name, O_RDONLY | O_DIRECTORY | place->openFlags());
+  if (!readable) {
+    const int code = errno;
+    const bool link = place->ours && isLink(place->directory.get(), place->name);
+    return failure(path, link ? ELOOP : code);
+  }
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(::fdopendir(readable.get()), &::closedir);
   if (directory == nullptr) return failure(path, errno);
+  readable.release();
   std::vector<std::string> names;
   for (;;) {
     errno = 0;
@@ -238,9 +366,11 @@ Result<std::vector<std::string>> LinuxFiles::list(const std::string& path) {
 }
 
 Result<Data> LinuxFiles::read(const std::string& path) {
-  if (hasNul(path)) return failure(path, EINVAL);
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
   // Without O_NONBLOCK the opening of a pipe would wait for its writer.
-  const Descriptor file = opened(path, O_RDONLY | O_NONBLOCK);
+  const Descriptor file =
+      opened(place->directory.get(), place->name, O_RDONLY | O_NONBLOCK | place->openFlags());
   if (!file) return failure(path, errno);
   struct stat status;
   if (::fstat(file.get(), &status) < 0) return failure(path, errno);
@@ -270,23 +400,32 @@ Result<Data> LinuxFiles::read(const std::string& path) {
 std::optional<Error> LinuxFiles::write(const std::string& path,
                                        std::span<const std::string_view> pieces, WriteMode mode,
                                        Durability durability) {
-  if (hasNul(path)) return failure(path, EINVAL);
-  int code = mode == WriteMode::atomic ? writeAside(path, pieces, durability)
-                                       : writePlain(path, pieces, durability);
-  if (code == 0 && durability == Durability::synced) code = syncDirectory(parentOf(path));
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
+  const int directory = place->directory.get();
+  int code = mode == WriteMode::atomic ? writeAside(directory, place->name, pieces, durability)
+                                       : writePlain(directory, place->name, pieces, durability);
+  if (code == 0 && durability == Durability::synced) code = syncDirectory(directory);
   if (code != 0) return failure(path, code);
   return std::nullopt;
 }
 
 std::optional<Error> LinuxFiles::rename(const std::string& from, const std::string& to) {
-  if (hasNul(from) || hasNul(to)) return failure(from, EINVAL);
-  if (::rename(from.c_str(), to.c_str()) < 0) return failure(from, errno);
+  const Result<Place> source = placeOf(from);
+  if (!source) return source.error();
+  const Result<Place> target = placeOf(to);
+  if (!target) return target.error();
+  if (::renameat(source->directory.get(), source->name.c_str(), target->directory.get(),
+                 target->name.c_str()) < 0) {
+    return failure(from, errno);
+  }
   return std::nullopt;
 }
 
 std::optional<Error> LinuxFiles::remove(const std::string& path) {
-  if (hasNul(path)) return failure(path, EINVAL);
-  if (::unlink(path.c_str()) < 0) return failure(path, errno);
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
+  if (::unlinkat(place->directory.get(), place->name.c_str(), 0) < 0) return failure(path, errno);
   return std::nullopt;
 }
 

@@ -1,6 +1,8 @@
 // The file manager on Linux.
 //
 // Threads: every operation may be called from any thread; it keeps no state but its settings.
+// Links: a path below a documents directory is walked one directory at a time, so that no link in
+// it is followed, whoever changes the directories meanwhile.
 #pragma once
 
 #include <optional>
@@ -35,6 +37,18 @@ class LinuxFiles : public Files {
   std::optional<Error> remove(const std::string& path) override;
 
  private:
+  struct Place;
+  /// A path below a documents directory, taken apart.
+  struct Below {
+    std::string base;
+    std::vector<std::string> components;
+  };
+
+  std::optional<Below> belowDocuments(const std::string& path) const;
+  Result<Place> placeOf(const std::string& path) const;
+  /// Where links may be followed.
+  std::optional<Error> createElsewhere(const std::string& path);
+
   const std::vector<std::string> documentDirectories_;
 };
 

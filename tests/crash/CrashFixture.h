@@ -145,7 +145,8 @@ class CrashFixture : public testing::TestWithParam<int> {
                                             ? std::filesystem::path("/dev/shm")
                                             : std::filesystem::temp_directory_path();
     std::string pattern = (below / "qx-crash-XXXXXX").string();
-    documents_ = ::mkdtemp(pattern.data());
+    // As the kernel names it.
+    documents_ = std::filesystem::canonical(::mkdtemp(pattern.data()));
     const auto shared = [] {
       return ::mmap(nullptr, sizeof(Noted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
                     0);

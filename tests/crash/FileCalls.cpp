@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <string>
 
 namespace {
 
@@ -29,6 +30,15 @@ void die() {
 
 void count() {
   if (isLast()) die();
+}
+
+std::string wholePath(int directory, const std::string& path) {
+  if (directory == AT_FDCWD || path.starts_with('/')) return path;
+  char above[4096];
+  const std::string link = "/proc/self/fd/" + std::to_string(directory);
+  const ssize_t size = ::readlink(link.c_str(), above, sizeof above);
+  const std::string folder(above, size > 0 ? static_cast<std::size_t>(size) : 0);
+  return path == "." ? folder : folder + "/" + path;
 }
 
 }  // namespace
@@ -51,14 +61,14 @@ void observeFileCalls(FileCallObserver* newObserver) {
 // left out: it counts, and costs nothing.
 extern "C" {
 
-int open(const char* path, int flags, ...) {
+int openat(int directory, const char* path, int flags, ...) {
   std::va_list arguments;
   va_start(arguments, flags);
   const int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, int) : 0;
   va_end(arguments);
   if ((flags & O_ACCMODE) != O_RDONLY) count();
-  const int fd = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
-  if (fd >= 0 && observer != nullptr) observer->opened(fd, path, flags);
+  const int fd = static_cast<int>(::syscall(SYS_openat, directory, path, flags, mode));
+  if (fd >= 0 && observer != nullptr) observer->opened(fd, wholePath(directory, path), flags);
   return fd;
 }
 
@@ -96,33 +106,30 @@ int fdatasync(int fd) {
   return fsync(fd);
 }
 
-int rename(const char* from, const char* to) noexcept {
-  count();
-  const int result = static_cast<int>(::syscall(SYS_rename, from, to));
-  if (result == 0 && observer != nullptr) observer->renamed(from, to, false);
-  return result;
-}
-
 int renameat2(int fromFd, const char* from, int toFd, const char* to, unsigned flags) noexcept {
   count();
   const int result = static_cast<int>(::syscall(SYS_renameat2, fromFd, from, toFd, to, flags));
   if (result == 0 && observer != nullptr) {
-    observer->renamed(from, to, (flags & RENAME_EXCHANGE) != 0);
+    observer->renamed(wholePath(fromFd, from), wholePath(toFd, to), (flags & RENAME_EXCHANGE) != 0);
   }
   return result;
 }
 
-int unlink(const char* path) noexcept {
+int renameat(int fromFd, const char* from, int toFd, const char* to) noexcept {
+  return renameat2(fromFd, from, toFd, to, 0);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
   count();
-  const int result = static_cast<int>(::syscall(SYS_unlink, path));
-  if (result == 0 && observer != nullptr) observer->removed(path);
+  const int result = static_cast<int>(::syscall(SYS_unlinkat, directory, path, flags));
+  if (result == 0 && observer != nullptr) observer->removed(wholePath(directory, path));
   return result;
 }
 
-int mkdir(const char* path, mode_t mode) noexcept {
+int mkdirat(int directory, const char* path, mode_t mode) noexcept {
   count();
-  const int result = static_cast<int>(::syscall(SYS_mkdir, path, mode));
-  if (result == 0 && observer != nullptr) observer->madeDirectory(path);
+  const int result = static_cast<int>(::syscall(SYS_mkdirat, directory, path, mode));
+  if (result == 0 && observer != nullptr) observer->madeDirectory(wholePath(directory, path));
   return result;
 }
 

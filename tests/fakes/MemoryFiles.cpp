@@ -27,6 +27,10 @@ Error failure(const std::string& path, int code) {
   return {"Files", code, path + ": " + std::strerror(code)};
 }
 
+Error linkFailure(const std::string& link) {
+  return {"Files", ELOOP, link + " is a symbolic link"};
+}
+
 }  // namespace
 
 MemoryFiles::MemoryFiles() = default;
@@ -46,6 +50,7 @@ std::optional<Error> MemoryFiles::createDirectory(const std::string& path) {
   const std::string at = normal(path);
   const Call call{.operation = Operation::createDirectory, .path = at};
   if (fails(Operation::createDirectory, at)) return done(call, failure(at, EIO));
+  if (const auto link = linkOn(at)) return done(call, linkFailure(*link));
   for (std::string above = at; above != "/"; above = parentOf(above)) {
     if (kindLocked(above) == PathKind::file) {
       return done(call, failure(at, above == at ? EEXIST : ENOTDIR));
@@ -59,6 +64,7 @@ Result<std::vector<std::string>> MemoryFiles::list(const std::string& path) {
   MutexLock lock(mutex_);
   const std::string at = normal(path);
   if (fails(Operation::list, at)) return failure(at, EIO);
+  if (const auto link = linkOn(at)) return linkFailure(*link);
   if (kindLocked(at) == PathKind::absent) return failure(at, ENOENT);
   if (kindLocked(at) == PathKind::file) return failure(at, ENOTDIR);
   std::vector<std::string> names;
@@ -67,6 +73,7 @@ Result<std::vector<std::string>> MemoryFiles::list(const std::string& path) {
   };
   for (const auto& [each, content] : files_) add(each);
   for (const std::string& each : directories_) add(each);
+  for (const std::string& each : links_) add(each);
   return names;
 }
 
@@ -74,6 +81,7 @@ Result<Data> MemoryFiles::read(const std::string& path) {
   MutexLock lock(mutex_);
   const std::string at = normal(path);
   if (fails(Operation::read, at)) return failure(at, EIO);
+  if (const auto link = linkOn(at)) return linkFailure(*link);
   if (at.find('\0') != std::string::npos) return failure(at, EINVAL);
   const auto file = files_.find(at);
   if (file != files_.end()) return file->second;
@@ -90,6 +98,7 @@ std::optional<Error> MemoryFiles::write(const std::string& path,
   const Call call{
       .operation = Operation::write, .path = at, .mode = mode, .durability = durability};
   if (fails(Operation::write, at)) return done(call, failure(at, EIO));
+  if (const auto link = linkOn(at)) return done(call, linkFailure(*link));
   if (at.find('\0') != std::string::npos) return done(call, failure(at, EINVAL));
   if (kindLocked(at) == PathKind::directory) return done(call, failure(at, EISDIR));
   if (kindLocked(parentOf(at)) != PathKind::directory) {
@@ -105,15 +114,26 @@ std::optional<Error> MemoryFiles::rename(const std::string& from, const std::str
   const std::string target = normal(to);
   const Call call{.operation = Operation::rename, .path = source};
   if (fails(Operation::rename, source)) return done(call, failure(source, EIO));
+  if (const auto link = linkAbove(source)) return done(call, linkFailure(*link));
+  if (const auto link = linkAbove(target)) return done(call, linkFailure(*link));
   const auto file = files_.find(source);
-  if (file == files_.end()) return done(call, failure(source, ENOENT));
+  const bool isLink = links_.contains(source);
+  if (file == files_.end() && !isLink) return done(call, failure(source, ENOENT));
   if (kindLocked(target) == PathKind::directory) return done(call, failure(source, EISDIR));
   if (kindLocked(parentOf(target)) != PathKind::directory) {
     return done(call, failure(source, ENOENT));
   }
-  const Data content = file->second;
-  files_.erase(file);
-  files_.insert_or_assign(target, content);
+  if (source == target) return done(call, std::nullopt);
+  links_.erase(target);
+  if (isLink) {
+    links_.erase(source);
+    links_.insert(target);
+    files_.erase(target);
+  } else {
+    const Data content = file->second;
+    files_.erase(file);
+    files_.insert_or_assign(target, content);
+  }
   return done(call, std::nullopt);
 }
 
@@ -122,8 +142,9 @@ std::optional<Error> MemoryFiles::remove(const std::string& path) {
   const std::string at = normal(path);
   const Call call{.operation = Operation::remove, .path = at};
   if (fails(Operation::remove, at)) return done(call, failure(at, EIO));
+  if (const auto link = linkAbove(at)) return done(call, linkFailure(*link));
   if (kindLocked(at) == PathKind::directory) return done(call, failure(at, EISDIR));
-  if (files_.erase(at) == 0) return done(call, failure(at, ENOENT));
+  if (files_.erase(at) + links_.erase(at) == 0) return done(call, failure(at, ENOENT));
   return done(call, std::nullopt);
 }
 
@@ -162,6 +183,14 @@ void MemoryFiles::put(const std::string& path, std::string content) {
   files_.insert_or_assign(at, Data(std::move(content)));
 }
 
+void MemoryFiles::putLink(const std::string& path) {
+  erase(path);
+  MutexLock lock(mutex_);
+  const std::string at = normal(path);
+  makeDirectories(parentOf(at));
+  links_.insert(at);
+}
+
 void MemoryFiles::erase(const std::string& path) {
   MutexLock lock(mutex_);
   const std::string at = normal(path);
@@ -170,6 +199,7 @@ void MemoryFiles::erase(const std::string& path) {
   };
   std::erase_if(files_, [&](const auto& file) { return below(file.first); });
   std::erase_if(directories_, below);
+  std::erase_if(links_, below);
 }
 
 std::vector<std::string> MemoryFiles::paths() {
@@ -197,8 +227,20 @@ bool MemoryFiles::fails(Operation operation, const std::string& path) const {
 }
 
 PathKind MemoryFiles::kindLocked(const std::string& path) const {
+  if (linkOn(path)) return PathKind::link;
   if (directories_.contains(path)) return PathKind::directory;
   return files_.contains(path) ? PathKind::file : PathKind::absent;
+}
+
+std::optional<std::string> MemoryFiles::linkOn(const std::string& path) const {
+  for (std::string each = path; each != "/" && !each.empty(); each = parentOf(each)) {
+    if (links_.contains(each)) return each;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> MemoryFiles::linkAbove(const std::string& path) const {
+  return linkOn(parentOf(path));
 }
 
 void MemoryFiles::makeDirectories(const std::string& path) {

@@ -48,7 +48,10 @@ class MemoryFiles : public Files {
   std::optional<std::string> text(const std::string& path);
   /// Puts a file there, with the directories above it; asks no fault.
   void put(const std::string& path, std::string content);
-  /// Removes a file, or a directory with all below it; asks no fault.
+  /// Puts a symbolic link there in place of what was, with the directories above it. It leads
+  /// nowhere, as nothing follows it.
+  void putLink(const std::string& path);
+  /// Removes a file or a link, or a directory with all below it; asks no fault.
   void erase(const std::string& path);
   /// The paths of all files, sorted.
   std::vector<std::string> paths();
@@ -69,6 +72,10 @@ class MemoryFiles : public Files {
   bool fails(Operation operation, const std::string& path) const QX_REQUIRES(mutex_);
   PathKind kindLocked(const std::string& path) const QX_REQUIRES(mutex_);
   void makeDirectories(const std::string& path) QX_REQUIRES(mutex_);
+  /// The link that an operation on the path would have to follow: on the way there, or there.
+  std::optional<std::string> linkOn(const std::string& path) const QX_REQUIRES(mutex_);
+  /// Likewise, for operations that take a link at the end for what it is.
+  std::optional<std::string> linkAbove(const std::string& path) const QX_REQUIRES(mutex_);
   /// Notes the call and passes the error on.
   std::optional<Error> done(Call call, std::optional<Error> error) QX_REQUIRES(mutex_);
 
@@ -76,6 +83,7 @@ class MemoryFiles : public Files {
   std::vector<std::string> documentDirectories_ QX_GUARDED_BY(mutex_) = {"/documents"};
   std::map<std::string, Data> files_ QX_GUARDED_BY(mutex_);
   std::set<std::string> directories_ QX_GUARDED_BY(mutex_) = {"/", "/documents"};
+  std::set<std::string> links_ QX_GUARDED_BY(mutex_);
   std::set<std::pair<Operation, std::string>> faults_ QX_GUARDED_BY(mutex_);
   std::set<Operation> allFaults_ QX_GUARDED_BY(mutex_);
   std::vector<Call> calls_ QX_GUARDED_BY(mutex_);
