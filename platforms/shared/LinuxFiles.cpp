@@ -20,6 +20,7 @@
 #include <system_error>
 
 #include "platforms/shared/ExchangeNames.h"
+#include "platforms/shared/FileSizeSignal.h"
 
 namespace qx {
 namespace {
@@ -62,10 +63,8 @@ Descriptor opened(int directory, const std::string& name, int flags, mode_t mode
 
 Error failure(const std::string& path, int code) {
   // The system's own text speaks of too many levels.
-  return {"Files", code,
-          path + ": " +
-              (code == ELOOP ? "is a symbolic link, which is not followed"
-                             : std::generic_category().message(code))};
+  if (code == ELOOP) return {"Files", code, path + " is a symbolic link, which is not followed"};
+  return {"Files", code, path + ": " + std::generic_category().message(code)};
 }
 
 /// The system calls would see such a path end at its NUL, and touch another file.
@@ -124,6 +123,7 @@ int makeDirectory(int above, const std::string& name) {
 
 /// Writes all pieces; 0, or errno.
 int writeAll(int fd, std::span<const std::string_view> pieces) {
+  const FileSizeSignalBlock noSignal;
   std::array<iovec, IOV_MAX> vectors;
   std::size_t next = 0;    // The first piece that is not written out whole.
   std::size_t offset = 0;  // What of it is written already.

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platforms/shared/FileSizeSignal.h"
 #include "platforms/shared/LinuxClock.h"
 
 namespace qx {
@@ -33,6 +34,7 @@ class LinuxPartFile : public PartFile {
   }
 
   bool write(std::string_view bytes) override {
+    const FileSizeSignalBlock noSignal;
     while (!bytes.empty()) {
       const ssize_t written = ::write(file_, bytes.data(), bytes.size());
       if (written < 0) {
