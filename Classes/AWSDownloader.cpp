@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Classes/AWSCallbackStatus.h"
+#include "Classes/Log.h"
 
 namespace qx {
 namespace {
@@ -22,6 +23,17 @@ std::function<void(const TransferProgress&)> progressBlock(DispatchQueue& mainQu
   };
 }
 
+std::string cacheDirectory(Files& files) {
+  return documentPath(files) + "/com.qxuploader.download.cache";
+}
+
+/// Why nothing may be written into the cache directory: what it leads to is not ours.
+std::optional<Error> refusedCacheLink(Files& files) {
+  const std::string directory = cacheDirectory(files);
+  if (files.kind(directory) != PathKind::link) return std::nullopt;
+  return files.createDirectory(directory);
+}
+
 }  // namespace
 
 struct AWSDownloader::Request {
@@ -36,11 +48,14 @@ struct AWSDownloader::Request {
 };
 
 Url AWSDownloader::cachePath(const std::string& filename) const {
-  const std::string directory = documentPath(platform_.files) + "/com.qxuploader.download.cache";
   Files& files = platform_.files;
-  if (files.kind(directory) == PathKind::absent) {
+  const std::string directory = cacheDirectory(files);
+  const PathKind kind = files.kind(directory);
+  if (kind == PathKind::absent || kind == PathKind::link) {
     if (const auto error = files.createDirectory(directory)) {
       platform_.console.printLine(error->description);
+      logRefusedLink(platform_, *error, "QXAwsUploader/AWSDownloader", "cachePath(filename:)",
+                     __LINE__);
     }
   }
   return Url::file(directory + "/" + filename);
@@ -57,8 +72,14 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
   // From the file name alone: the folders of the URL are not part of the key.
   const std::string objectKey = model.authorizedPath + request->filename;
   const double startTime = platform_.clock.now();
+  const Url destination = cachePath(request->filename);
+  if (const auto error = refusedCacheLink(platform_.files)) {
+    tracking_.trackingDownloadFailure(request->filename, error->code, error->description);
+    request->fail(*error);
+    return;
+  }
   const AWSTask started = utility->downloadToURL(
-      cachePath(request->filename), model.bucket, objectKey,
+      destination, model.bucket, objectKey,
       {.progressBlock = progressBlock(platform_.dispatch.mainQueue(), request->progress)},
       [this, request, startTime](const std::optional<Url>& location,
                                  const std::optional<Error>& error) {

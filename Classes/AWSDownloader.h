@@ -26,7 +26,8 @@ class AWSDownloader {
   AWSDownloader(const Platform& platform, Credentials& credentials, const AWSTracking& tracking)
       : platform_(platform), credentials_(credentials), tracking_(tracking) {}
 
-  /// The file URL of a name in the cache directory, which is created when needed.
+  /// The file URL of a name in the cache directory, which is created when needed. A symbolic link
+  /// in its place is not followed: downloads fail, with a log record.
   Url cachePath(const std::string& filename) const;
 
   /// Fetches the object that the last path component of `url` names under the scope's authorised

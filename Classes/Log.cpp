@@ -1,5 +1,6 @@
 #include "Classes/Log.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace qx {
@@ -26,6 +27,12 @@ void log(const Platform& platform, int level, std::string message, std::string_v
   if (level < logger.threshold()) return;
   logger.write({level, std::move(message), moduleOf(source), std::string(source),
                 std::string(function), line});
+}
+
+void logRefusedLink(const Platform& platform, const Error& error, std::string_view source,
+                    std::string_view function, int line) {
+  if (error.code == ELOOP)
+    log(platform, kLogError, "[Error] " + error.description, source, function, line);
 }
 
 }  // namespace qx

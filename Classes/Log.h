@@ -21,4 +21,9 @@ inline constexpr int kLogNote = 2;
 void log(const Platform& platform, int level, std::string message, std::string_view source,
          std::string_view function, int line);
 
+/// Writes a record that names the link when `error` says that a file operation has refused to
+/// follow a symbolic link; else nothing.
+void logRefusedLink(const Platform& platform, const Error& error, std::string_view source,
+                    std::string_view function, int line);
+
 }  // namespace qx

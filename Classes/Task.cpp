@@ -19,8 +19,12 @@ FileTask::FileTask(Files& files, std::string filename, std::string scope, std::s
       uploadCount_(uploadCount),
       extra_(std::move(extra)) {}
 
+Result<Data> FileTask::read() const {
+  return files_.read(documentPath(files_) + "/" + filePath_);
+}
+
 std::optional<Data> FileTask::data() const {
-  Result<Data> content = files_.read(documentPath(files_) + "/" + filePath_);
+  Result<Data> content = read();
   if (!content) return std::nullopt;
   return std::move(*content);
 }

@@ -64,6 +64,8 @@ class FileTask : public Task {
   /// Nothing when the file cannot be read.
   std::optional<Data> data() const override;
 
+  /// The file's bytes, or why they cannot be read.
+  Result<Data> read() const;
   const std::string& filePath() const { return filePath_; }
   std::int64_t uploadCount() const { return uploadCount_; }
   void setUploadCount(std::int64_t count) { uploadCount_ = count; }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Classes/Log.h"
 #include "Classes/NumberText.h"
 
 namespace qx {
@@ -63,9 +64,19 @@ TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials,
                            std::shared_ptr<Task> taskToUpload)
     : task(std::move(taskToUpload)), platform_(platform), credentials_(credentials) {}
 
+void TaskExecutor::logRefusedLink() const {
+  const auto* const stored = dynamic_cast<const FileTask*>(task.get());
+  if (stored == nullptr) return;
+  const Result<Data> content = stored->read();
+  if (content) return;
+  qx::logRefusedLink(platform_, content.error(), "QXAwsUploader/TaskExecutor", "execute()",
+                     __LINE__);
+}
+
 void TaskExecutor::execute() {
   std::optional<Data> data = task->data();
   if (!data) {
+    logRefusedLink();
     report(
         std::nullopt,
         AWSCallbackStatus::failure(AWSErrorCode::missParamters, "[Error] not found file or data"),

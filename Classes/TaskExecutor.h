@@ -52,6 +52,8 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
   std::shared_ptr<QXNetworkingManager> uploadWorker;
 
  private:
+  /// Why the bytes of a stored task are not there, if it is a symbolic link in place of their file.
+  void logRefusedLink() const;
   void takeRoute(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToObjectStore(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model);

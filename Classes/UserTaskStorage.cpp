@@ -15,6 +15,7 @@
 namespace qx {
 namespace {
 
+constexpr std::string_view kSource = "QXAwsUploader/UserTaskStorage";
 constexpr std::string_view kRootDirectory = "aws-0011/";
 constexpr std::string_view kLogName = "logs.plist";
 constexpr std::string_view kAsideSuffix = ".damaged-";
@@ -118,7 +119,7 @@ UserTaskStorage::UserTaskStorage(const Platform& platform, std::string userId,
     : platform_(platform),
       userId_(std::move(userId)),
       durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
-  createUserRootDir();
+  makeUserRootDir();
   if (storedTasks == StoredTasks::startEmpty) return;
   const Resumed resumed = resumeLog(/*opening=*/true);
   resumed_ = resumed != Resumed::no;
@@ -161,7 +162,10 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   Files& files = platform_.files;
   const Result<Data> bytes = files.read(logPath());
   // Any other error may hide a log that is there.
-  if (!bytes && bytes.error().code != ENOENT) return Resumed::no;
+  if (!bytes && bytes.error().code != ENOENT) {
+    noteRefusedLink(bytes.error());
+    return Resumed::no;
+  }
 
   AWSLogMap entries = bytes ? decodeLog(platform_.propertyLists, *bytes) : AWSLogMap();
   bool intact = true;
@@ -222,6 +226,10 @@ void UserTaskStorage::note(std::string message) {
   unreported_.push_back(std::move(message));
 }
 
+void UserTaskStorage::noteRefusedLink(const Error& error) {
+  if (error.code == ELOOP) note("[Error] " + error.description);
+}
+
 void UserTaskStorage::report() {
   std::vector<std::string> messages;
   {
@@ -229,8 +237,7 @@ void UserTaskStorage::report() {
     messages.swap(unreported_);
   }
   for (std::string& message : messages) {
-    log(platform_, kLogError, std::move(message), "QXAwsUploader/UserTaskStorage", "init(userId:)",
-        __LINE__);
+    log(platform_, kLogError, std::move(message), kSource, "init(userId:)", __LINE__);
   }
 }
 
@@ -326,6 +333,11 @@ bool UserTaskStorage::isDataFilePath(const std::string& path) const {
 }
 
 void UserTaskStorage::createUserRootDir() {
+  makeUserRootDir();
+  report();
+}
+
+void UserTaskStorage::makeUserRootDir() {
   if (userDirPathExist()) return;
   if (!isPlainPathComponent(userId_)) {
     platform_.console.printLine("the user id cannot name a directory");
@@ -333,6 +345,7 @@ void UserTaskStorage::createUserRootDir() {
   }
   if (const auto error = platform_.files.createDirectory(userDirPath())) {
     platform_.console.printLine(error->description);
+    noteRefusedLink(*error);
   }
 }
 
@@ -348,8 +361,10 @@ std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Tas
   if (!data) return nullptr;
   const std::string relative = relativePath(task->filename());
   const std::string_view content = data->text();
-  if (platform_.files.write(documentPath(platform_.files) + "/" + relative, {&content, 1},
-                            WriteMode::plain, durability_)) {
+  const auto error = platform_.files.write(documentPath(platform_.files) + "/" + relative,
+                                           {&content, 1}, WriteMode::plain, durability_);
+  if (error) {
+    logRefusedLink(platform_, *error, kSource, "storageFile(task:)", __LINE__);
     return nullptr;
   }
   return std::make_shared<FileTask>(platform_.files, task->filename(), task->scope(), relative,
@@ -479,13 +494,17 @@ bool UserTaskStorage::writeLog() {
   }
   pieces.push_back(kDictEnd);
   pieces.push_back(platform_.propertyLists.documentEnd());
-  return !platform_.files.write(logPath(), pieces, WriteMode::atomic, durability_);
+  const auto error = platform_.files.write(logPath(), pieces, WriteMode::atomic, durability_);
+  if (error) noteRefusedLink(*error);
+  return !error;
 }
 
 AWSLogMap UserTaskStorage::localLogs() const {
   if (!isPlainPathComponent(userId_)) return {};
   const Result<Data> bytes = platform_.files.read(logPath());
-  return bytes ? decodeLog(platform_.propertyLists, *bytes) : AWSLogMap();
+  if (bytes) return decodeLog(platform_.propertyLists, *bytes);
+  logRefusedLink(platform_, bytes.error(), kSource, "localLogs()", __LINE__);
+  return {};
 }
 
 std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
@@ -553,7 +572,10 @@ bool UserTaskStorage::deleteFile(const std::string& path) {
   if (!isDataFilePath(path)) return false;
   Files& files = platform_.files;
   const std::string absolute = documentPath(platform_.files) + "/" + path;
-  return files.kind(absolute) == PathKind::absent || !files.remove(absolute);
+  if (files.kind(absolute) == PathKind::absent) return true;
+  const auto error = files.remove(absolute);
+  if (error) logRefusedLink(platform_, *error, kSource, "deleteFile(path:)", __LINE__);
+  return !error;
 }
 
 }  // namespace qx

@@ -3,7 +3,8 @@
 // Threads: every operation may be called from any thread. `stroageFileLock` guards changes to the
 // in-memory log, `snycLock` orders the writing of the log file; they are never held together. Reads
 // of the in-memory log take neither: it is published as a whole and never changed in place.
-// Errors: an absent value or false; nothing is thrown or logged.
+// Errors: an absent value or false; nothing is thrown. Logged is what opening finds amiss, and that
+// a symbolic link in place of directory, data file or log was refused.
 // Safety: a user id, a file name or a recorded path that would lead out of the user's directory, or
 // to the log file itself, never reaches the file system; the operation fails instead.
 // The bytes on disk: docs/on-disk-format.md.
@@ -123,8 +124,12 @@ class UserTaskStorage {
   /// Does not log what it finds: report() does.
   UserTaskStorage(const Platform& platform, std::string userId, StoredTasks storedTasks,
                   Unreported unreported);
+  /// Without the log record.
+  void makeUserRootDir();
   /// Keeps the message of a log record for report().
   void note(std::string message);
+  /// Notes that a symbolic link was refused, if that is what the error says.
+  void noteRefusedLink(const Error& error);
   /// Writes the log records whose messages were noted. Under no lock: a logger may do anything,
   /// upload included.
   void report();
