@@ -15,11 +15,6 @@ namespace {
 
 constexpr std::string_view kCount = "upload_count";
 
-bool isLink(const std::string& path) {
-  struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
-}
-
 /// The number of failed attempts as the library counts them: a log of another writer may hold a
 /// real or a text.
 std::int64_t attemptsIn(const Dictionary& base) {
@@ -63,19 +58,14 @@ std::uint64_t StoredTasks::bytes() const {
 }
 
 StoredLog::StoredLog(Files& files, PropertyLists& propertyLists, const std::string& documents,
-                     std::string userId)
+                     const std::string& userId)
     : files_(files),
       propertyLists_(propertyLists),
       documents_(documents),
-      userId_(std::move(userId)),
-      folder_("aws-0011/" + userId_ + "/"),
+      folder_("aws-0011/" + userId + "/"),
       log_(documents_ + "/" + folder_ + "logs.plist") {}
 
 Result<Dictionary> StoredLog::entries() const {
-  for (const std::string& path :
-       {documents_ + "/aws-0011", documents_ + "/aws-0011/" + userId_, log_}) {
-    if (isLink(path)) return Error{"Files", 0, path + " is a symbolic link, which is not followed"};
-  }
   if (files_.kind(log_) == PathKind::absent) return Dictionary();
   const auto bytes = files_.read(log_);
   if (!bytes) return bytes.error();

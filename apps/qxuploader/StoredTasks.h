@@ -55,7 +55,7 @@ class StoredLog {
  public:
   /// `documents` is the documents directory. The seams must outlive the log.
   StoredLog(Files& files, PropertyLists& propertyLists, const std::string& documents,
-            std::string userId);
+            const std::string& userId);
 
   StoredTasks read() const;
   /// Removes the data files and the entries of these tasks. After an error some may be gone.
@@ -71,7 +71,6 @@ class StoredLog {
   Files& files_;
   PropertyLists& propertyLists_;
   const std::string documents_;
-  const std::string userId_;
   const std::string folder_;
   const std::string log_;
 };

@@ -283,13 +283,13 @@ int runOnScratch(const Context& context, const Options& options) {
                       options);
 }
 
-/// Takes the documents directory for this process. False when another one has it, which is told.
+/// Takes the documents directory for this process. False when that cannot be done, which is told.
 bool takeDocuments(const Settings& settings, Output& out) {
   const std::string documents = settings.get("documents").value_or("");
-  if (documents.empty() || lockDocuments(documents) == DocumentsLock::taken) return true;
-  const std::string why = documents + " is in use by another qxuploader";
-  out.failure({{"event", "failed"}, {"file", documents}, {"error", why}},
-              why + "; wait for its end or name another directory with --documents");
+  const auto fault = documents.empty() ? std::nullopt : lockDocuments(documents);
+  if (!fault) return true;
+  out.failure({{"event", "failed"}, {"file", documents}, {"error", fault->why}},
+              fault->why + "; " + fault->advice);
   return false;
 }
 
