@@ -6,17 +6,9 @@ namespace qx::app {
 namespace {
 
 /// What may be shown of a setting: an address comes without the password that may stand in it.
-std::string shownValue(const SettingKey& setting, std::string value) {
+std::string shownValue(const SettingKey& setting, const std::string& value) {
   if (setting.secret) return masked(value);
-  const std::size_t scheme = value.find("://");
-  // A proxy may do without a scheme, and its password may hold "/": nothing behind it may hold "@".
-  const bool proxy = setting.key == "proxy";
-  if (scheme == std::string::npos && !proxy) return value;
-  const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
-  const std::size_t end = proxy ? std::string::npos : value.find_first_of("/?#", start);
-  const std::size_t at = value.substr(0, end).rfind('@');
-  if (at == std::string::npos || at < start) return value;
-  return value.replace(start, at - start, "***");
+  return setting.isAddress() ? setting.shownAddress(value) : value;
 }
 
 }  // namespace

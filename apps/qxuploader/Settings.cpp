@@ -6,6 +6,7 @@
 
 #include "ConfigFile.h"
 #include "TokenCommand.h"
+#include "platform/UserInfo.h"
 #include "platforms/shared/LinuxFiles.h"
 
 namespace qx::app {
@@ -58,6 +59,10 @@ std::string SettingKey::environmentVariable() const {
   std::string text = "QXUPLOADER_";
   for (const char c : key) text += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return text;
+}
+
+std::string SettingKey::shownAddress(std::string_view address) const {
+  return withoutUserInfo(address, "***", key != "proxy");
 }
 
 std::string Settings::userConfigFile() {

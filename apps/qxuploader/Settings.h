@@ -24,6 +24,9 @@ struct SettingKey {
 
   std::string flag() const;
   std::string environmentVariable() const;
+  bool isAddress() const { return argument == "URL"; }
+  /// An address as it may be shown, well-formed or not: without the password that may stand in it.
+  std::string shownAddress(std::string_view address) const;
 };
 
 inline constexpr std::array<SettingKey, 11> kSettings = {{

@@ -29,6 +29,7 @@
 #include "WatchCommand.h"
 #include "platform/Files.h"
 #include "platform/Url.h"
+#include "platform/UserInfo.h"
 
 namespace qx::app {
 namespace {
@@ -244,12 +245,12 @@ std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsU
   if (!hasToken) return missing("token") + " (or token_command)";
   if (!settings.get("backend")) return missing("backend");
   if (needsUploadServer && !settings.get("upload_server")) return missing("upload_server");
-  for (const char* key : {"backend", "upload_server", "store"}) {
+  for (const std::string_view key : {"backend", "upload_server", "store"}) {
     const auto url = settings.get(key);
     const bool http = url && (url->starts_with("http://") || url->starts_with("https://"));
     if (url && (!http || !Url::parse(*url))) {
-      return settings.entry(key).origin + ": " + key + " is \"" + *url +
-             "\", not an http:// or https:// address";
+      return settings.entry(key).origin + ": " + std::string(key) + " is \"" +
+             withoutUserInfo(*url, "***", false) + "\", not an http:// or https:// address";
     }
   }
   return {};

@@ -24,6 +24,7 @@
 #include "http/Headers.h"
 #include "http/Redaction.h"
 #include "platform/Mutex.h"
+#include "platform/UserInfo.h"
 
 namespace qx {
 namespace {
@@ -80,16 +81,6 @@ HttpFailure failureOf(CURLcode code) {
     default:
       return HttpFailure::other;
   }
-}
-
-/// The name and password of a URL, with or without a scheme; empty when there are none.
-std::string_view userInfo(std::string_view url) {
-  std::string_view host = originOf(url);
-  if (const std::size_t scheme = host.find("://"); scheme != std::string_view::npos) {
-    host.remove_prefix(scheme + 3);
-  }
-  const std::size_t at = host.rfind('@');
-  return at == std::string_view::npos ? std::string_view() : host.substr(0, at);
 }
 
 template <typename T>
@@ -671,7 +662,13 @@ class HttpEngine::Loop {
       std::string text =
           transfer.message.front() == '\0' ? curl_easy_strerror(code) : transfer.message.data();
       // libcurl repeats a proxy that it cannot read.
-      if (settings_.proxy) leaveOut(text, userInfo(*settings_.proxy));
+      const std::string_view secret =
+          settings_.proxy ? userInfoOf(*settings_.proxy, false) : std::string_view();
+      std::size_t at = secret.empty() ? std::string::npos : text.find(secret);
+      for (; at != std::string::npos; at = text.find(secret, at)) {
+        text.replace(at, secret.size(), "...");
+        at += 3;
+      }
       answer.error = transportError(code, std::move(text));
       answer.failure = failureOf(code);
     }

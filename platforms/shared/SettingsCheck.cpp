@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/UserInfo.h"
 #include "platforms/shared/LinuxFiles.h"
 #include "s3/StoreAddress.h"
 
@@ -25,11 +26,7 @@ namespace {
 /// An address between quotes, without the name and password that it may hold. A malformed address
 /// may have a "/" or "@" in its password, so that everything up to the last "@" goes.
 std::string quotedAddress(std::string_view address) {
-  const std::size_t at = address.rfind('@');
-  if (at == std::string_view::npos) return '"' + std::string(address) + '"';
-  const std::size_t scheme = address.find("://");
-  const std::size_t kept = scheme < at ? scheme + 3 : 0;
-  return '"' + std::string(address.substr(0, kept)) + "..." + std::string(address.substr(at)) + '"';
+  return '"' + withoutUserInfo(address, "...", false) + '"';
 }
 
 std::string systemMessage(int code) {

@@ -1,0 +1,27 @@
+#include "platform/UserInfo.h"
+
+#include <cstddef>
+
+namespace qx {
+
+std::string_view userInfoOf(std::string_view address, bool mayHavePath) {
+  const std::size_t scheme = address.find("://");
+  if (scheme != std::string_view::npos) address.remove_prefix(scheme + 3);
+  std::size_t at = address.rfind('@');
+  if (mayHavePath) {
+    const std::size_t inAuthority = address.substr(0, address.find_first_of("/?#")).rfind('@');
+    if (inAuthority != std::string_view::npos) at = inAuthority;
+  }
+  return at == std::string_view::npos ? std::string_view() : address.substr(0, at);
+}
+
+std::string withoutUserInfo(std::string_view address, std::string_view mark, bool mayHavePath) {
+  const std::string_view secret = userInfoOf(address, mayHavePath);
+  std::string shown(address);
+  if (!secret.empty()) {
+    shown.replace(static_cast<std::size_t>(secret.data() - address.data()), secret.size(), mark);
+  }
+  return shown;
+}
+
+}  // namespace qx
