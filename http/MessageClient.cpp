@@ -103,7 +103,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
         baseURL_(std::move(baseURL)),
         headers_(std::move(headers)),
         timeoutForRequest_(timeoutForRequest),
-        addSignature_(addSignature) {}
+        addSignature_(addSignature),
+        token_({std::string(headerOf(headers_, kTokenHeader).value_or(""))}) {}
 
   void request(std::shared_ptr<const APIRequest> message, const std::optional<HTTPHeaders>& headers,
                double timeoutSeconds, ProgressCallback progress, Completion completion) override {
@@ -137,9 +138,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
                             answer = std::move(answer)]() mutable {
             QXNetworkingResponse response = responseOf(*message, std::move(answer), json);
             if (response.error) {
-              for (const std::string& secret : secrets) {
-                leaveOut(response.error->description, secret);
-              }
+              response.error->description = SecretsInForce::leftOutOf(
+                  response.error->description, {secrets.begin(), secrets.end()});
             }
             if (completion) completion(response);
           });
@@ -242,6 +242,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
   const HTTPHeaders headers_;
   const std::optional<double> timeoutForRequest_;
   const bool addSignature_;
+  /// In force as long as messages may be sent with it.
+  const SecretsInForce::Holder token_;
 };
 
 std::string englishText(std::string_view key) {

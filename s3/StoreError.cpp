@@ -112,16 +112,14 @@ std::string xmlElementText(std::string_view xml, std::string_view name) {
 
 Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets) {
   // Secrets go before the text is cut, so that no part of one stays at its end.
-  const auto withoutSecrets = [&secrets](std::string text) {
-    for (const std::string_view secret : secrets) leaveOut(text, secret);
-    return printable(text);
+  const auto cleaned = [&secrets](std::string_view text) {
+    return printable(SecretsInForce::leftOutOf(text, secrets));
   };
-  const std::string code = withoutSecrets(elementText(answer.body, "Code"));
-  const std::string message = withoutSecrets(elementText(answer.body, "Message"));
-  std::string requestId = withoutSecrets(elementText(answer.body, "RequestId"));
+  const std::string code = cleaned(elementText(answer.body, "Code"));
+  const std::string message = cleaned(elementText(answer.body, "Message"));
+  std::string requestId = cleaned(elementText(answer.body, "RequestId"));
   if (requestId.empty()) {
-    requestId =
-        withoutSecrets(std::string(answer.header("x-amz-request-id").value_or(std::string_view())));
+    requestId = cleaned(answer.header("x-amz-request-id").value_or(std::string_view()));
   }
   const std::string status = "HTTP " + std::to_string(answer.status);
   const std::string id = requestId.empty() ? "" : "request id " + requestId;

@@ -16,8 +16,8 @@ namespace qx {
 /// and broken UTF-8 replaced, at most 512 bytes. Empty when there is none. No more of XML is read.
 std::string xmlElementText(std::string_view xml, std::string_view name);
 
-/// The error of an answer that is no success, as ObjectStore.h describes it. Occurrences of
-/// `secrets` in what the store says are left out.
+/// The error of an answer that is no success, as ObjectStore.h describes it. The secrets in force
+/// and `secrets` are left out of what the store says.
 Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets);
 
 }  // namespace qx

@@ -22,7 +22,9 @@ TransferUtility::TransferUtility(std::shared_ptr<StoreContext> context, StoreEnd
                                  AWSServiceConfiguration configuration)
     : context_(std::move(context)),
       endpoint_(std::move(endpoint)),
-      configuration_(std::make_shared<const AWSServiceConfiguration>(std::move(configuration))) {}
+      configuration_(std::make_shared<const AWSServiceConfiguration>(std::move(configuration))),
+      secrets_({configuration_->credentials.accessKey, configuration_->credentials.secretKey,
+                configuration_->credentials.sessionToken}) {}
 
 AWSTask TransferUtility::uploadData(Data data, const std::string& bucket, const std::string& key,
                                     const std::string& contentType,

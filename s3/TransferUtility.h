@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 
+#include "http/Redaction.h"
 #include "platform/Clock.h"
 #include "platform/Digests.h"
 #include "platform/Dispatch.h"
@@ -76,6 +77,8 @@ class TransferUtility : public AWSS3TransferUtility {
   const std::shared_ptr<StoreContext> context_;
   const StoreEndpoint endpoint_;
   const std::shared_ptr<const AWSServiceConfiguration> configuration_;
+  /// The configuration's credentials, in force as long as transfers may begin.
+  const SecretsInForce::Holder secrets_;
 };
 
 }  // namespace qx

@@ -16,6 +16,7 @@
 #include "fakes/FakeUploadClients.h"
 #include "http/MessageClient.h"
 #include "http/UploadClient.h"
+#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"

@@ -12,8 +12,8 @@
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
-#include "platform/linux/LinuxFiles.h"
-#include "platform/linux/LinuxPropertyLists.h"
+#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/LinuxPropertyLists.h"
 
 namespace qx {
 namespace {

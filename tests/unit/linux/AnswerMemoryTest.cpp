@@ -8,6 +8,7 @@
 #include "Classes/StorageGetUploadConfigRequest.h"
 #include "fakes/FakeClock.h"
 #include "http/MessageClient.h"
+#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"

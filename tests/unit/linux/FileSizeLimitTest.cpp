@@ -89,7 +89,7 @@ TEST_F(FileSizeLimitTest, WriteBeyondItIsAnErrorAndLeavesNothing) {
 TEST_F(FileSizeLimitTest, DownloadBeyondItIsAnError) {
   auto made = LinuxPartFiles().create(directory_.path() + "/a");
   ASSERT_TRUE(made);
-  const std::unique_ptr<PartFile> part = *std::move(made);
+  const std::unique_ptr<PartFile> part = std::move(*made);
   {
     const SmallFiles limit;
     EXPECT_FALSE(part->write(std::string(100'000, 'x')));

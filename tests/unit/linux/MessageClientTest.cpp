@@ -12,6 +12,7 @@
 #include "fakes/FakeClock.h"
 #include "http/Headers.h"
 #include "http/Rfc3339.h"
+#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxJson.h"
@@ -65,9 +66,9 @@ class MessageClientTest : public ::testing::Test {
                             bool sign = true, std::optional<HTTPHeaders> headers = {},
                             double timeout = 30, MessageSigner signer = {}) {
     HttpMessageClients clients(seams_, signer);
-    const auto manager =
-        clients.make(Url::parse(baseURL).value(),
-                     {{"USER-ID", "u1"}, {"ACCESS-TOKEN", "the-token"}}, std::nullopt, sign);
+    const auto manager = clients.make(Url::parse(baseURL).value(),
+                                      {{"USER-ID", "u1"}, {"ACCESS-TOKEN", "the-token-of-user-42"}},
+                                      std::nullopt, sign);
     std::promise<QXNetworkingResponse> promise;
     manager->request(message, headers, timeout, nullptr, [&](const QXNetworkingResponse& response) {
       EXPECT_NE(std::this_thread::get_id(), test_);
@@ -104,7 +105,7 @@ TEST_F(MessageClientTest, GetSendsParametersInTheQueryAndDecodesTheBody) {
   EXPECT_EQ(request.target, "/v1/do?b=x%20y%26z%2F%C3%A9&a=-5&c=true");
   EXPECT_EQ(request.body, "");
   EXPECT_EQ(request.headers.at("user-id"), "u1");
-  EXPECT_EQ(request.headers.at("access-token"), "the-token");
+  EXPECT_EQ(request.headers.at("access-token"), "the-token-of-user-42");
   EXPECT_EQ(request.headers.at("user-agent"), libraryUserAgent());
   EXPECT_EQ(request.headers.count("content-type"), 0u);
 }
@@ -154,8 +155,8 @@ TEST_F(MessageClientTest, SignatureIsAnHmacKeyedByTheAccessToken) {
   unsigned size = 0;
   EVP_Digest(request.body.data(), request.body.size(), digest, &size, EVP_sha256(), nullptr);
   const std::string toSign = "POST\n" + request.target + "\n1795219560\n" + hexOf(digest, size);
-  HMAC(EVP_sha256(), "the-token", 9, reinterpret_cast<const unsigned char*>(toSign.data()),
-       toSign.size(), digest, &size);
+  HMAC(EVP_sha256(), "the-token-of-user-42", 20,
+       reinterpret_cast<const unsigned char*>(toSign.data()), toSign.size(), digest, &size);
   EXPECT_EQ(request.target, "/base/v1/do");
   EXPECT_EQ(request.headers.at("qx-signature"), "t=1795219560,v1=" + hexOf(digest, size));
 }
@@ -172,7 +173,7 @@ TEST_F(MessageClientTest, SignatureOfAGetCoversTheQueryAndAnEmptyBody) {
   });
   EXPECT_EQ(signedPath, "/v1/do?a=1");
   EXPECT_EQ(signedBody, "");
-  EXPECT_EQ(server.requests()[0].headers.at("x-signed"), "the-token");
+  EXPECT_EQ(server.requests()[0].headers.at("x-signed"), "the-token-of-user-42");
   EXPECT_EQ(server.requests()[0].headers.count("qx-signature"), 0u);
 }
 
@@ -198,16 +199,17 @@ TEST_F(MessageClientTest, BackendsErrorRecordGivesTheDescription) {
 }
 
 TEST_F(MessageClientTest, TokenThatTheBackendRepeatsStaysOutOfTheError) {
-  ScriptedServer server({answerWith(401, R"({"code":1000,"message":"bad token the-token!"})")});
+  ScriptedServer server(
+      {answerWith(401, R"({"code":1000,"message":"bad token the-token-of-user-42!"})")});
   EXPECT_EQ(send(server.url(), message_).error->description, "bad token ...!");
 }
 
 TEST_F(MessageClientTest, SignatureThatTheBackendRepeatsStaysOutOfTheError) {
   const MessageSigner signer = [](const MessageToSign&) {
-    return std::pair<std::string, std::string>{"X-SIGN", "t=1,v1=0123abcd"};
+    return std::pair<std::string, std::string>{"X-SIGN", "t=1,v1=0123456789abcdef"};
   };
-  for (const auto& [said, told] : {std::pair{"bad t=1,v1=0123abcd!", "bad ...!"},
-                                   std::pair{"bad digest 0123abcd!", "bad digest ...!"}}) {
+  for (const auto& [said, told] : {std::pair{"bad t=1,v1=0123456789abcdef!", "bad ...!"},
+                                   std::pair{"bad digest 0123456789abcdef!", "bad digest ...!"}}) {
     ScriptedServer server(
         {answerWith(401, std::string(R"({"code":1000,"message":")") + said + R"("})")});
     EXPECT_EQ(send(server.url(), message_, true, {}, 30, signer).error->description, told);
@@ -261,7 +263,7 @@ TEST_F(MessageClientTest, SilentBackendEndsInATransportError) {
   const auto response = send(server.url(), message_, true, {}, 0.2);
   EXPECT_EQ(response.error->domain, "Transport");
   EXPECT_EQ(response.error->code, kTransportErrorBase + 28);
-  EXPECT_THAT(response.error->description, Not(HasSubstr("the-token")));
+  EXPECT_THAT(response.error->description, Not(HasSubstr("the-token-of-user-42")));
 }
 
 TEST_F(MessageClientTest, DrippingBackendEndsWithTheMessagesTime) {

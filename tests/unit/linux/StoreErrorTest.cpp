@@ -52,9 +52,9 @@ TEST(StoreError, DescriptionDoesWithoutWhatTheStoreLeavesOut) {
 TEST(StoreError, SecretsThatTheStoreRepeatsAreLeftOut) {
   const Error error = storeError(
       answer(403,
-             "<Error><Code>InvalidAccessKeyId</Code><Message>no AKIDX here, nor tok+en</Message>"
-             "<StringToSign>AKIDX</StringToSign></Error>"),
-      {"AKIDX", "secret", "tok+en", ""});
+             "<Error><Code>InvalidAccessKeyId</Code><Message>no AKIDXAMPLEOFALONGKEY here, nor tok+en/of/a/session</Message>"
+             "<StringToSign>AKIDXAMPLEOFALONGKEY</StringToSign></Error>"),
+      {"AKIDXAMPLEOFALONGKEY", "secret", "tok+en/of/a/session", ""});
   EXPECT_EQ(error.description, "InvalidAccessKeyId: no ... here, nor ... (HTTP 403)");
 }
 

@@ -22,8 +22,9 @@ TEST_F(StoreSigningTest, RegionOutsideTheTableIsSignedAsItIsNamed) {
     region_ = name;
     ScriptedServer server({Turn()});
     EXPECT_EQ(upload(server.url()), std::nullopt);
-    EXPECT_THAT(authorization(server.requests()[0]),
-                HasSubstr("Credential=AKID/20261121/" + region_ + "/s3/aws4_request, "));
+    EXPECT_THAT(
+        authorization(server.requests()[0]),
+        HasSubstr("Credential=AKIDOFUSERFORTYTWO/20261121/" + region_ + "/s3/aws4_request, "));
   }
 }
 

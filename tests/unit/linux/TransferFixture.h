@@ -57,9 +57,9 @@ class TransferFixture : public ::testing::Test {
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
   std::shared_ptr<AWSS3TransferUtility> utility(const std::string& endpoint) {
-    auto configuration =
-        store_.makeServiceConfiguration(AWSEndpoint::regionTypeFromRegionName(region_), region_,
-                                        {endpoint}, {"AKID", "the-secret", token_});
+    auto configuration = store_.makeServiceConfiguration(
+        AWSEndpoint::regionTypeFromRegionName(region_), region_, {endpoint},
+        {"AKIDOFUSERFORTYTWO", "the-secret-key-of-user-42", token_});
     configuration->timeoutIntervalForRequest = requestTimeout_;
     configuration->timeoutIntervalForResource = resourceTimeout_;
     configuration->maxRetryCount = retries_;
@@ -138,7 +138,7 @@ class TransferFixture : public ::testing::Test {
   double resourceTimeout_ = 30;
   int retries_ = 1;
   std::string region_ = "eu-north-1";
-  std::string token_ = "the-token";
+  std::string token_ = "the-token-of-user-42";
   std::string folder_;
   FakeClock clock_{kNow};
   LinuxDispatch dispatch_;

@@ -43,15 +43,17 @@ TEST_F(TransferUtilityTest, TokenDateHostAndPayloadAreSentAndSigned) {
   const SeenRequest request = server.requests()[0];
   EXPECT_EQ(request.headers.at("host"), "127.0.0.1:" + std::to_string(server.port()));
   EXPECT_EQ(request.headers.at("x-amz-date"), "20261121T000600Z");
-  EXPECT_EQ(request.headers.at("x-amz-security-token"), "the-token");
+  EXPECT_EQ(request.headers.at("x-amz-security-token"), "the-token-of-user-42");
   // printf payload | sha256sum
   EXPECT_EQ(request.headers.at("x-amz-content-sha256"),
             "239f59ed55e737c77147cf55ad0c1b030b6d7ee748a7426952f9b852d5a935e5");
-  EXPECT_THAT(request.headers.at("authorization"),
-              StartsWith("AWS4-HMAC-SHA256 Credential=AKID/20261121/eu-north-1/s3/aws4_request, "
-                         "SignedHeaders=host;x-amz-content-sha256;x-amz-date;x-amz-security-token, "
-                         "Signature="));
-  EXPECT_EQ(request.head.find("the-secret"), std::string::npos);
+  EXPECT_THAT(
+      request.headers.at("authorization"),
+      StartsWith(
+          "AWS4-HMAC-SHA256 Credential=AKIDOFUSERFORTYTWO/20261121/eu-north-1/s3/aws4_request, "
+          "SignedHeaders=host;x-amz-content-sha256;x-amz-date;x-amz-security-token, "
+          "Signature="));
+  EXPECT_EQ(request.head.find("the-secret-key-of-user-42"), std::string::npos);
 }
 
 TEST_F(TransferUtilityTest, ContentTypeIsSentAndSigned) {
@@ -134,8 +136,10 @@ TEST_F(TransferUtilityTest, StoreErrorsCarryTheFamilyOfTheirStatus) {
 }
 
 TEST_F(TransferUtilityTest, CredentialsThatTheStoreRepeatsStayOutOfTheError) {
-  ScriptedServer server({answerWith(
-      403, "<Error><Code>X</Code><Message>the-token the-secret AKID</Message></Error>")});
+  ScriptedServer server(
+      {answerWith(403,
+                  "<Error><Code>X</Code><Message>the-token-of-user-42 the-secret-key-of-user-42 "
+                  "AKIDOFUSERFORTYTWO</Message></Error>")});
   const auto error = upload(server.url());
   EXPECT_EQ(error->description, "X: ... ... ... (HTTP 403)");
 }

@@ -5,6 +5,7 @@
 #include <future>
 
 #include "http/UploadClient.h"
+#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxPartFiles.h"

@@ -7,6 +7,7 @@
 #include <future>
 
 #include "http/Multipart.h"
+#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxClock.h"
 #include "platforms/shared/LinuxDispatch.h"
 #include "platforms/shared/LinuxPartFiles.h"
