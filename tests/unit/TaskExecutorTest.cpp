@@ -741,8 +741,9 @@ TEST_F(TaskExecutorTest, Sha1IsFortyLowerCaseHexadecimals) {
   // The digests of FIPS 180.
   EXPECT_EQ(sha1(platform.digests, Data()), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
   EXPECT_EQ(sha1(platform.digests, Data("abc")), "a9993e364706816aba3e25717850c26c9cd0d89d");
-  EXPECT_EQ(sha1(platform.digests, Data("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
-            "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
+  EXPECT_EQ(
+      sha1(platform.digests, Data("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
+      "84983e441c3bd26ebaae4aa1f95129e5e54670f1");
 }
 
 }  // namespace

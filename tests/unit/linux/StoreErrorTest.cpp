@@ -50,11 +50,12 @@ TEST(StoreError, DescriptionDoesWithoutWhatTheStoreLeavesOut) {
 }
 
 TEST(StoreError, SecretsThatTheStoreRepeatsAreLeftOut) {
-  const Error error = storeError(
-      answer(403,
-             "<Error><Code>InvalidAccessKeyId</Code><Message>no AKIDXAMPLEOFALONGKEY here, nor tok+en/of/a/session</Message>"
-             "<StringToSign>AKIDXAMPLEOFALONGKEY</StringToSign></Error>"),
-      {"AKIDXAMPLEOFALONGKEY", "secret", "tok+en/of/a/session", ""});
+  const Error error =
+      storeError(answer(403,
+                        "<Error><Code>InvalidAccessKeyId</Code><Message>no AKIDXAMPLEOFALONGKEY "
+                        "here, nor tok+en/of/a/session</Message>"
+                        "<StringToSign>AKIDXAMPLEOFALONGKEY</StringToSign></Error>"),
+                 {"AKIDXAMPLEOFALONGKEY", "secret", "tok+en/of/a/session", ""});
   EXPECT_EQ(error.description, "InvalidAccessKeyId: no ... here, nor ... (HTTP 403)");
 }
 
