@@ -5,10 +5,10 @@
 #include <string>
 
 #include "Classes/StorageGetUploadConfigRequest.h"
+#include "http/Headers.h"
 #include "http/Rfc3339.h"
 #include "http/UriEncoding.h"
 #include "platform/Url.h"
-#include "platforms/shared/HttpEngine.h"
 #include "platforms/shared/LinuxJson.h"
 #include "s3/StoreAddress.h"
 
