@@ -115,9 +115,9 @@ TEST_F(ResourceTimeoutTest, WithoutTheSettingASlowTransferEndsHoweverMuchHasMove
 // takes longer for them than the request timeout allows without movement.
 TEST_F(ResourceTimeoutTest, BytesThatTheKernelStillHoldsCountAsMoving) {
   resourceTimeout_ = 30;
-  requestTimeout_ = 0.4;
+  requestTimeout_ = 2;
   Turn turn;
-  turn.readIntervalMs = 150;
+  turn.readIntervalMs = 400;
   ScriptedServer server({turn});
   EXPECT_EQ(upload(server.url(), std::string(std::size_t{768} << 10, 'x')), std::nullopt);
 }
