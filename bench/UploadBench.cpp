@@ -28,7 +28,7 @@
 #include "bench/UploadSides.h"
 #include "bench/UploadSink.h"
 #include "platform/Error.h"
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 
 namespace qx::bench {
 namespace {
@@ -271,7 +271,7 @@ int benchMain(int argc, char** argv) {
   std::filesystem::remove_all(directory);
   if (!jsonFile.empty()) {
     std::ofstream out(jsonFile);
-    out << LinuxJson().encode(results).value_or("null") << "\n";
+    out << NlohmannJson().encode(results).value_or("null") << "\n";
     if (!out.flush()) fatal("cannot write " + jsonFile);
   }
   return 0;

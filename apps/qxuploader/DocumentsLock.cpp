@@ -5,12 +5,12 @@
 
 #include <cerrno>
 
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx::app {
 
 std::optional<DocumentsLockFault> lockDocuments(const std::string& documents) {
-  if (LinuxFiles({}).createDirectory(documents)) return std::nullopt;
+  if (PosixFiles({}).createDirectory(documents)) return std::nullopt;
   const std::string path = documents + "/.qxuploader.lock";
   // Never closed and never removed: the lock goes with the process, and a removed file could be
   // locked by one process while another makes it anew.

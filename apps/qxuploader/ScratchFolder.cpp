@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx::app {
 namespace {
@@ -77,7 +77,7 @@ bool exists(int fd) {
 }  // namespace
 
 Result<std::unique_ptr<ScratchFolder>> ScratchFolder::make(const std::string& documents) {
-  if (auto error = LinuxFiles({}).createDirectory(documents)) return *std::move(error);
+  if (auto error = PosixFiles({}).createDirectory(documents)) return *std::move(error);
   sweep(documents);
   std::error_code code;
   const fs::path absolute = fs::absolute(documents, code);

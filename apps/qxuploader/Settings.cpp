@@ -7,7 +7,7 @@
 #include "ConfigFile.h"
 #include "TokenCommand.h"
 #include "platform/UserInfo.h"
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx::app {
 namespace {

@@ -6,19 +6,19 @@
 #include "http/MessageClient.h"
 #include "http/UploadClient.h"
 #include "platforms/linux/LinuxReachability.h"
+#include "platforms/shared/CodecImageHeaders.h"
 #include "platforms/shared/DefaultTrackingEvents.h"
 #include "platforms/shared/DeveloperMistakes.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxImageHeaders.h"
-#include "platforms/shared/LinuxJson.h"
-#include "platforms/shared/LinuxNotificationCentre.h"
-#include "platforms/shared/LinuxPartFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/InProcessNotificationCentre.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixFiles.h"
+#include "platforms/shared/PosixPartFiles.h"
 #include "platforms/shared/SettingsCheck.h"
+#include "platforms/shared/SystemClock.h"
 #include "s3/S3ObjectStore.h"
 
 namespace qx {
@@ -76,7 +76,7 @@ struct LinuxPlatform::Parts {
   void watchMainQueue() {
     mainQueueWatch = dispatch.makeTimer(dispatch.globalQueue());
     mainQueueWatch->setEventHandler([this] {
-      const LinuxDispatch::MainQueueUse use = dispatch.mainQueueUse();
+      const PosixDispatch::MainQueueUse use = dispatch.mainQueueUse();
       mistakes.mainQueueAt(use.put, use.started);
     });
     mainQueueWatch->scheduleNow(kMainQueueLookSeconds, 0);
@@ -88,20 +88,20 @@ struct LinuxPlatform::Parts {
   QXLogger& logger;
   QXTrackingEvents& trackingEvents;
   Console& console;
-  LinuxClock clock;
-  LinuxRandom random;
-  LinuxUuid uuid;
-  LinuxJson json;
-  LinuxPropertyLists propertyLists;
-  LinuxImageHeaders imageHeaders;
+  SystemClock clock;
+  SystemRandom random;
+  SystemUuid uuid;
+  NlohmannJson json;
+  LibplistPropertyLists propertyLists;
+  CodecImageHeaders imageHeaders;
   OpenSslDigests digests;
-  LinuxNotificationCentre notifications;
+  InProcessNotificationCentre notifications;
   const bool developer;
   DeveloperMistakes mistakes;
   Mediator mediator;
-  LinuxFiles files;
-  LinuxPartFiles partFiles;
-  LinuxDispatch dispatch;
+  PosixFiles files;
+  PosixPartFiles partFiles;
+  PosixDispatch dispatch;
   LinuxReachability reachability;
   HttpEngine engine;
   HttpMessageClients messageClients;
@@ -140,7 +140,7 @@ LinuxPlatform::~LinuxPlatform() {
   parts_->engine.stop();
   parts_->dispatch.shutDown();
   if (!parts_->developer) return;
-  const LinuxDispatch::MainQueueUse use = parts_->dispatch.mainQueueUse();
+  const PosixDispatch::MainQueueUse use = parts_->dispatch.mainQueueUse();
   parts_->mistakes.mainQueueAtTheEnd(use.put, use.started);
 }
 

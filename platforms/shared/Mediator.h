@@ -1,4 +1,4 @@
-// The mediator on Linux: targets and actions by name, the host's answers as registered functions.
+// The mediator: targets and actions by name, the host's answers as registered functions.
 //
 // Threads: every operation may be called from any thread. Answers and actions run on the calling
 // thread, outside the mediator's lock.

@@ -17,7 +17,7 @@
 #include <utility>
 
 #include "platform/UserInfo.h"
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 #include "s3/StoreAddress.h"
 
 namespace qx {

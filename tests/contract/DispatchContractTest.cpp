@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fakes/FakeDispatch.h"
-#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/PosixDispatch.h"
 
 namespace qx {
 namespace {
@@ -44,7 +44,7 @@ struct OnManyThreads {
     return std::chrono::duration<double>(since).count();
   }
 
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
 };
 
 /// Words noted by any thread.

@@ -11,7 +11,7 @@
 
 #include "contract/TemporaryDirectory.h"
 #include "fakes/MemoryFiles.h"
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -27,7 +27,7 @@ struct InMemory {
 
 struct OnDisk {
   TemporaryDirectory directory;
-  LinuxFiles files{{directory.path()}};
+  PosixFiles files{{directory.path()}};
   std::string root = directory.path();
 };
 

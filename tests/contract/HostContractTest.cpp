@@ -16,9 +16,9 @@
 #include "fakes/FakeMediator.h"
 #include "fakes/FakeValues.h"
 #include "platforms/linux/LinuxReachability.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxNotificationCentre.h"
+#include "platforms/shared/InProcessNotificationCentre.h"
 #include "platforms/shared/Mediator.h"
+#include "platforms/shared/SystemClock.h"
 
 namespace qx {
 namespace {
@@ -113,7 +113,7 @@ class NotificationCentreContract : public testing::Test {
   T centre_;
 };
 
-using Centres = testing::Types<FakeNotificationCentre, LinuxNotificationCentre>;
+using Centres = testing::Types<FakeNotificationCentre, InProcessNotificationCentre>;
 TYPED_TEST_SUITE(NotificationCentreContract, Centres);
 
 TYPED_TEST(NotificationCentreContract, HandlersOfTheNameAreCalledInOrder) {
@@ -151,7 +151,7 @@ TYPED_TEST(NotificationCentreContract, AHandlerMayAddAnotherThatHearsTheNextPost
 
 template <typename T>
 class UuidContract : public testing::Test {};
-using Uuids = testing::Types<FakeUuid, LinuxUuid>;
+using Uuids = testing::Types<FakeUuid, SystemUuid>;
 TYPED_TEST_SUITE(UuidContract, Uuids);
 
 TYPED_TEST(UuidContract, EachIsFreshAndInCanonicalUpperCase) {
@@ -167,7 +167,7 @@ TYPED_TEST(UuidContract, EachIsFreshAndInCanonicalUpperCase) {
 
 template <typename T>
 class RandomContract : public testing::Test {};
-using Randoms = testing::Types<FakeRandom, LinuxRandom>;
+using Randoms = testing::Types<FakeRandom, SystemRandom>;
 TYPED_TEST_SUITE(RandomContract, Randoms);
 
 TYPED_TEST(RandomContract, ValuesDiffer) {
@@ -202,7 +202,7 @@ TEST(ClockContract, TheFakeClockRingsEachAlarmAtItsOwnTimeInOrder) {
                                 testing::Pair("late", 20)));
 }
 
-TEST(ClockContract, TheLinuxClockTellsTheTimeOfTheSystem) {
+TEST(ClockContract, TheSystemClockTellsTheTimeOfTheSystem) {
   // Not time(): it may still tell the second before, for as long as a tick of the kernel takes.
   const auto seconds = [] {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
@@ -210,7 +210,7 @@ TEST(ClockContract, TheLinuxClockTellsTheTimeOfTheSystem) {
   };
   constexpr double kRounding = 1e-3;
   const double before = seconds();
-  const double now = LinuxClock().now();
+  const double now = SystemClock().now();
   EXPECT_GE(now, before - kRounding);
   EXPECT_LE(now, seconds() + kRounding);
 }

@@ -10,7 +10,7 @@
 
 #include "contract/Python.h"
 #include "fakes/FakeValues.h"
-#include "platforms/shared/LinuxImageHeaders.h"
+#include "platforms/shared/CodecImageHeaders.h"
 
 namespace qx {
 namespace {
@@ -55,7 +55,7 @@ struct Told {
 };
 
 struct Decoder {
-  LinuxImageHeaders headers;
+  CodecImageHeaders headers;
 };
 
 template <typename T>
@@ -89,7 +89,7 @@ TYPED_TEST(ImageHeadersContract, BytesThatAreNoImageHaveNoSize) {
 
 // ---- What only the real reader has to do
 
-TEST(LinuxImageHeaders, NeverDecodesThePixels) {
+TEST(CodecImageHeaders, NeverDecodesThePixels) {
   // A PNG of 20,000 x 20,000 pixels with all its (equal) rows; decoded it would fill 1.2 GB.
   const std::string script = R"(
 import struct, sys, zlib
@@ -104,7 +104,7 @@ open(sys.argv[2], "wb").write(b"\x89PNG\r\n\x1a\n"
     + chunk(b"IDAT", rows) + chunk(b"IEND", b""))
 )";
   const Data image{runPython(script, "")};
-  LinuxImageHeaders headers;
+  CodecImageHeaders headers;
   ASSERT_TRUE(headers.size(fileData("png-40x30.png"))) << "sets the library up";
   const auto begin = std::chrono::steady_clock::now();
   const auto size = headers.size(image);
@@ -116,8 +116,8 @@ open(sys.argv[2], "wb").write(b"\x89PNG\r\n\x1a\n"
   EXPECT_LT(took.count(), 0.2);
 }
 
-TEST(LinuxImageHeaders, NoDamageToAnImageCrashesTheReader) {
-  LinuxImageHeaders headers;
+TEST(CodecImageHeaders, NoDamageToAnImageCrashesTheReader) {
+  CodecImageHeaders headers;
   for (const Sample& sample : kSamples) {
     const std::string whole(fileData(sample.name).text());
     const std::size_t step = 1 + whole.size() / 200;
@@ -130,9 +130,9 @@ TEST(LinuxImageHeaders, NoDamageToAnImageCrashesTheReader) {
   }
 }
 
-TEST(LinuxImageHeaders, WritesNothingToStandardError) {
+TEST(CodecImageHeaders, WritesNothingToStandardError) {
   testing::internal::CaptureStderr();
-  LinuxImageHeaders headers;
+  CodecImageHeaders headers;
   const std::string whole(fileData("jpeg-40x30.jpg").text());
   EXPECT_FALSE(headers.size(Data(whole.substr(0, 30))));
   (void)headers.size(Data(whole.substr(0, whole.size() / 2)));

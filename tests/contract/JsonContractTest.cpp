@@ -7,7 +7,7 @@
 #include <string>
 
 #include "fakes/SimpleFormats.h"
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 
 namespace qx {
 namespace {
@@ -26,7 +26,7 @@ class JsonContract : public testing::Test {
   T json_;
 };
 
-using Implementations = testing::Types<SimpleJson, LinuxJson>;
+using Implementations = testing::Types<SimpleJson, NlohmannJson>;
 TYPED_TEST_SUITE(JsonContract, Implementations);
 
 TYPED_TEST(JsonContract, EncodesCompactWithEscapedSlashes) {

@@ -12,7 +12,7 @@
 
 #include "contract/TemporaryDirectory.h"
 #include "fakes/MemoryFiles.h"
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -52,7 +52,7 @@ struct OnDisk {
     return text ? std::optional<std::string>(text->text()) : std::nullopt;
   }
   TemporaryDirectory directory;
-  LinuxFiles files{{directory.path()}};
+  PosixFiles files{{directory.path()}};
   std::string root = directory.path();
 };
 
@@ -140,7 +140,7 @@ TEST(LinkedDocumentsTest, DocumentsDirectoryMayBeReachedThroughLinks) {
   std::filesystem::create_symlink("documents", directory.path() + "/real/alias");
   for (const char* documents : {"/above/documents", "/real/alias", "/above/alias/"}) {
     const std::string root = directory.path() + documents;
-    LinuxFiles files({root});
+    PosixFiles files({root});
     const std::string_view text = "bytes";
     EXPECT_EQ(files.kind(root), PathKind::directory);
     ASSERT_FALSE(files.createDirectory(root + "/x/y"));
@@ -156,7 +156,7 @@ TEST(LinkedDocumentsTest, DocumentsDirectoryIsMadeThroughLinks) {
   std::filesystem::create_directories(directory.path() + "/real");
   std::filesystem::create_symlink("real", directory.path() + "/above");
   const std::string root = directory.path() + "/above/new/documents";
-  ASSERT_FALSE(LinuxFiles({root}).createDirectory(root + "/aws-0011/u1"));
+  ASSERT_FALSE(PosixFiles({root}).createDirectory(root + "/aws-0011/u1"));
   EXPECT_TRUE(std::filesystem::is_directory(directory.path() + "/real/new/documents/aws-0011/u1"));
 }
 

@@ -17,11 +17,11 @@
 #include "http/MessageClient.h"
 #include "http/UploadClient.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxJson.h"
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -92,7 +92,7 @@ struct FakeBackend {
   }
 
   FakeBackend() { clients.answerOn(dispatch.globalQueue()); }
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
   FakeMessageClients clients;
 };
 
@@ -114,11 +114,11 @@ struct RealBackend {
 
   std::optional<ScriptedServer> server;
   FakeClock clock{1795219560};
-  LinuxJson json;
-  LinuxDispatch dispatch;
+  NlohmannJson json;
+  PosixDispatch dispatch;
   HttpEngine engine{{}};
   OpenSslDigests digests;
-  LinuxRandom random;
+  SystemRandom random;
   HttpMessageClients clients{{engine, digests, random, dispatch.globalQueue(), clock, json}};
 };
 
@@ -206,7 +206,7 @@ struct FakeServer {
   }
 
   FakeServer() { clients.answerOn(dispatch.globalQueue()); }
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
   FakeUploadClients clients;
 };
 
@@ -224,9 +224,9 @@ struct RealServer {
 
   std::string url_;
   std::optional<ScriptedServer> server;
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
   HttpEngine engine{{}};
-  LinuxRandom random;
+  SystemRandom random;
   HttpUploadClients clients{engine, random, dispatch.globalQueue()};
 };
 

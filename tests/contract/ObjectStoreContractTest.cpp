@@ -17,10 +17,10 @@
 #include "fakes/FakeClock.h"
 #include "fakes/FakeObjectStore.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "s3/S3ObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
@@ -51,7 +51,7 @@ struct FakeStore {
       return out.good();
     });
   }
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
   FakeObjectStore store;
 };
 
@@ -68,10 +68,10 @@ struct RealStore {
 
   std::optional<ScriptedServer> server;
   FakeClock clock{1795219560};
-  LinuxDispatch dispatch;
+  PosixDispatch dispatch;
   HttpEngine engine{{}};
   OpenSslDigests digests;
-  LinuxPartFiles files;
+  PosixPartFiles files;
   S3ObjectStore store{{engine, digests, files, dispatch.globalQueue(), clock},
                       "https://store.example"};
 };

@@ -9,7 +9,7 @@
 
 #include "contract/Python.h"
 #include "fakes/SimpleFormats.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
 
 namespace qx {
 namespace {
@@ -49,7 +49,7 @@ class PropertyListsContract : public testing::Test {
   T lists_;
 };
 
-using Implementations = testing::Types<SimplePropertyLists, LinuxPropertyLists>;
+using Implementations = testing::Types<SimplePropertyLists, LibplistPropertyLists>;
 TYPED_TEST_SUITE(PropertyListsContract, Implementations);
 
 TYPED_TEST(PropertyListsContract, WhatItWritesItReads) {
@@ -184,8 +184,8 @@ plistlib.dump({"base": {"upload_count": 2, "big": 2**64 - 1, "neg": -5, "real": 
               open(sys.argv[2], "wb"), fmt=plistlib.FMT_BINARY)
 )";
 
-TEST(LinuxPropertyLists, ReadsTheBinaryFormThatPythonWrites) {
-  LinuxPropertyLists lists;
+TEST(LibplistPropertyLists, ReadsTheBinaryFormThatPythonWrites) {
+  LibplistPropertyLists lists;
   const auto value = lists.decode(Data(runPython(kBinaryScript, "")));
   ASSERT_TRUE(value);
   EXPECT_EQ(*value,
@@ -200,8 +200,8 @@ TEST(LinuxPropertyLists, ReadsTheBinaryFormThatPythonWrites) {
                              {"date", Date{1795219560}}}));
 }
 
-TEST(LinuxPropertyLists, NoDamageToABinaryListCrashesTheReader) {
-  LinuxPropertyLists lists;
+TEST(LibplistPropertyLists, NoDamageToABinaryListCrashesTheReader) {
+  LibplistPropertyLists lists;
   const std::string sample = runPython(kBinaryScript, "");
   ASSERT_TRUE(sample.starts_with("bplist00"));
   for (std::size_t i = 0; i < sample.size(); ++i) {
@@ -239,18 +239,18 @@ std::string nestedBinary(int levels, int copies) {
   return bytes;
 }
 
-TEST(LinuxPropertyLists, ReadsABinaryListOfModestDepth) {
-  LinuxPropertyLists lists;
+TEST(LibplistPropertyLists, ReadsABinaryListOfModestDepth) {
+  LibplistPropertyLists lists;
   EXPECT_TRUE(lists.decode(Data(nestedBinary(100, 1))));
 }
 
-TEST(LinuxPropertyLists, RefusesABinaryListOfEndlessDepth) {
-  LinuxPropertyLists lists;
+TEST(LibplistPropertyLists, RefusesABinaryListOfEndlessDepth) {
+  LibplistPropertyLists lists;
   EXPECT_FALSE(lists.decode(Data(nestedBinary(9000, 1))));
 }
 
-TEST(LinuxPropertyLists, RefusesABinaryListThatGrowsWithoutEnd) {
-  LinuxPropertyLists lists;
+TEST(LibplistPropertyLists, RefusesABinaryListThatGrowsWithoutEnd) {
+  LibplistPropertyLists lists;
   EXPECT_FALSE(lists.decode(Data(nestedBinary(60, 14))));
 }
 

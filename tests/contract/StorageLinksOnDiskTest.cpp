@@ -12,8 +12,8 @@
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -57,8 +57,8 @@ class StorageLinksOnDisk : public testing::TestWithParam<StoredTasks> {
   const std::string documents_ = directory_.path() + "/documents";
   const std::string elsewhere_ = directory_.path() + "/elsewhere";
   const std::string user_ = documents_ + "/aws-0011/u1";
-  LinuxFiles files_{{documents_}};
-  LinuxPropertyLists propertyLists_;
+  PosixFiles files_{{documents_}};
+  LibplistPropertyLists propertyLists_;
   FakePlatform fakes_;
   const Platform platform_ = platformWith(fakes_.seams(), files_, propertyLists_);
 };

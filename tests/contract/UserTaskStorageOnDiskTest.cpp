@@ -18,8 +18,8 @@
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -72,8 +72,8 @@ class UserTaskStorageOnDiskTest : public testing::Test {
   const TemporaryDirectory directory_;
   const std::string user_ = directory_.path() + "/aws-0011/u1";
   const std::string log_ = user_ + "/logs.plist";
-  LinuxFiles files_{{directory_.path()}};
-  LinuxPropertyLists propertyLists_;
+  PosixFiles files_{{directory_.path()}};
+  LibplistPropertyLists propertyLists_;
   FakePlatform fakes_;
   const Platform platform_ = platformWith(fakes_.seams(), files_, propertyLists_);
 };

@@ -25,8 +25,8 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
 #include "fakes/Sanitized.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 
@@ -113,8 +113,8 @@ class Host {
  private:
   FakePlatform fakes_;
   NotingStore store_;
-  LinuxFiles files_;
-  LinuxPropertyLists propertyLists_;
+  PosixFiles files_;
+  LibplistPropertyLists propertyLists_;
 };
 
 /// Runs `work` in a process of its own; true when that ended by itself, false when by SIGKILL.
@@ -213,7 +213,7 @@ class CrashFixture : public testing::TestWithParam<int> {
     std::set<int> tasks;
     if (!std::filesystem::exists(directory + "/logs.plist")) return tasks;
     const std::string text = readFile(directory + "/logs.plist");
-    const auto log = LinuxPropertyLists().decode(Data(text));
+    const auto log = LibplistPropertyLists().decode(Data(text));
     if (!log || log->asDictionary() == nullptr) {
       ADD_FAILURE() << "unreadable: " << text;
       return tasks;

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "ActionLine.h"
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   if (const auto decoded = qx::app::fromBase64(text)) {
     if (decoded->size() > size / 4 * 3) std::abort();
   }
-  const auto line = qx::LinuxJson().decode(qx::Data(text));
+  const auto line = qx::NlohmannJson().decode(qx::Data(text));
   const qx::Dictionary* params = line ? line->asDictionary() : nullptr;
   if (params == nullptr || namesAFile(*line)) return 0;
   const auto parameters =

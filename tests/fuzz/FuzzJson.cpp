@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  qx::LinuxJson json;
+  qx::NlohmannJson json;
   const auto value = json.decode(qx::Data(std::string(reinterpret_cast<const char*>(bytes), size)));
   if (!value) return 0;
   const auto text = json.encode(*value);

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <string>
 
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  qx::LinuxPropertyLists lists;
+  qx::LibplistPropertyLists lists;
   const auto value =
       lists.decode(qx::Data(std::string(reinterpret_cast<const char*>(bytes), size)));
   if (value) (void)lists.element(*value);

@@ -15,7 +15,7 @@
 #include "Classes/UserTaskStorage.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/PlatformWith.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ struct World {
 
   FakePlatform fakes;
   FreshFiles files;
-  LinuxPropertyLists lists;
+  LibplistPropertyLists lists;
   const Platform platform = platformWith(fakes.seams(), files, lists);
 };
 

@@ -9,7 +9,7 @@
 #include "http/Rfc3339.h"
 #include "http/UriEncoding.h"
 #include "platform/Url.h"
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "s3/StoreAddress.h"
 
 namespace {
@@ -17,7 +17,7 @@ namespace {
 class Decoder : public qx::APIDecoder {
  public:
   qx::Result<qx::Value> decode(const qx::Data& body) const override {
-    return qx::LinuxJson().decode(body);
+    return qx::NlohmannJson().decode(body);
   }
   qx::Result<qx::Date> date(const qx::Value& value) const override {
     const std::string* text = value.asText();

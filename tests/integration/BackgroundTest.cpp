@@ -16,8 +16,8 @@
 
 #include "integration/HostProcess.h"
 #include "integration/TestHost.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -28,9 +28,9 @@ using testing::StartsWith;
 
 /// The stored log of a user.
 Result<Value> readLog(const std::string& userDirectory) {
-  const Result<Data> bytes = LinuxFiles({}).read(userDirectory + "/logs.plist");
+  const Result<Data> bytes = PosixFiles({}).read(userDirectory + "/logs.plist");
   if (!bytes) return bytes.error();
-  return LinuxPropertyLists().decode(*bytes);
+  return LibplistPropertyLists().decode(*bytes);
 }
 
 std::string userDirectory(const std::string& documents, const Devstack::User& user) {

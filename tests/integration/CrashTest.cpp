@@ -13,8 +13,8 @@
 
 #include "integration/HostProcess.h"
 #include "integration/TestHost.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
+#include "platforms/shared/PosixFiles.h"
 
 namespace qx {
 namespace {
@@ -63,9 +63,9 @@ void runHost(Devstack& devstack, const std::string& documents, Handed& handed) {
 }
 
 std::size_t entries(const std::string& log) {
-  const Result<Data> bytes = LinuxFiles({}).read(log);
+  const Result<Data> bytes = PosixFiles({}).read(log);
   if (!bytes) return 0;
-  const Result<Value> decoded = LinuxPropertyLists().decode(*bytes);
+  const Result<Value> decoded = LibplistPropertyLists().decode(*bytes);
   EXPECT_TRUE(decoded && decoded->asDictionary() != nullptr) << "unreadable";
   return decoded && decoded->asDictionary() != nullptr ? decoded->asDictionary()->size() : 0;
 }

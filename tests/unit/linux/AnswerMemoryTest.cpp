@@ -9,11 +9,11 @@
 #include "fakes/FakeClock.h"
 #include "http/MessageClient.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxJson.h"
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "unit/linux/PeakMemory.h"
 #include "unit/linux/ScriptedServer.h"
 
@@ -61,7 +61,7 @@ TEST(AnswerMemory, NoTextOfTheLongestLengthTakesMoreThan16MiB) {
         repeated("", "[", ""), repeated("", "{\"a\":", ""), manyMembers("0"), manyMembers("{}"),
         manyMembers("[]"), repeated("[[", "0,0,0],[", "0]]"),
         repeated(repeated("{\"a\":[", "0,", "0],\"b\":\"", kLongestAnswer / 8), "b", "")}) {
-    LinuxJson json;
+    NlohmannJson json;
     const Data body(text);
     const long peak = peakKiB([&] { (void)json.decode(body); });
     EXPECT_GE(peak, 0) << text.substr(0, 20);
@@ -70,7 +70,7 @@ TEST(AnswerMemory, NoTextOfTheLongestLengthTakesMoreThan16MiB) {
 }
 
 TEST(AnswerMemory, TextWhoseValuesTakeTooMuchIsRefusedByName) {
-  LinuxJson json;
+  NlohmannJson json;
   const auto value = json.decode(Data(repeated("[", "0,", "0]")));
   ASSERT_FALSE(value);
   EXPECT_EQ(value.error().description, "JSON whose values take more than 8 MiB");
@@ -91,11 +91,11 @@ class AnswerLimits : public testing::Test {
   }
 
   FakeClock clock_{1'700'000'000};
-  LinuxJson json_;
-  LinuxDispatch dispatch_;
+  NlohmannJson json_;
+  PosixDispatch dispatch_;
   HttpEngine engine_{{}};
   OpenSslDigests digests_;
-  LinuxRandom random_;
+  SystemRandom random_;
 };
 
 TEST_F(AnswerLimits, CredentialsOf500ScopesFit) {

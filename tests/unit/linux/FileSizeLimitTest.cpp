@@ -14,8 +14,8 @@
 #include <utility>
 
 #include "contract/TemporaryDirectory.h"
-#include "platforms/shared/LinuxFiles.h"
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/PosixFiles.h"
+#include "platforms/shared/PosixPartFiles.h"
 
 namespace qx {
 namespace {
@@ -71,7 +71,7 @@ class FileSizeLimitTest : public testing::Test {
   }
 
   const TemporaryDirectory directory_;
-  LinuxFiles files_{{directory_.path()}};
+  PosixFiles files_{{directory_.path()}};
 };
 
 TEST_F(FileSizeLimitTest, WriteBeyondItIsAnErrorAndLeavesNothing) {
@@ -87,7 +87,7 @@ TEST_F(FileSizeLimitTest, WriteBeyondItIsAnErrorAndLeavesNothing) {
 }
 
 TEST_F(FileSizeLimitTest, DownloadBeyondItIsAnError) {
-  auto made = LinuxPartFiles().create(directory_.path() + "/a");
+  auto made = PosixPartFiles().create(directory_.path() + "/a");
   ASSERT_TRUE(made);
   const std::unique_ptr<PartFile> part = std::move(*made);
   {

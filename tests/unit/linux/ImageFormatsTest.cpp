@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platforms/shared/LinuxImageHeaders.h"
+#include "platforms/shared/CodecImageHeaders.h"
 #include "unit/linux/ImageBytes.h"
 
 namespace qx {
@@ -14,7 +14,7 @@ namespace {
 using namespace std::string_literals;
 
 std::string sizeOf(const std::string& bytes) {
-  LinuxImageHeaders headers;
+  CodecImageHeaders headers;
   const auto size = headers.size(Data(bytes));
   if (!size) return "none";
   return std::to_string(static_cast<long>(size->width)) + "x" +

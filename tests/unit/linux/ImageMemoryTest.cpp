@@ -7,7 +7,7 @@
 #include <string>
 
 #include "contract/Python.h"
-#include "platforms/shared/LinuxImageHeaders.h"
+#include "platforms/shared/CodecImageHeaders.h"
 #include "unit/linux/ImageBytes.h"
 #include "unit/linux/PeakMemory.h"
 
@@ -19,7 +19,7 @@ using namespace std::string_literals;
 /// The size that is told, "40x30" or "none", after its memory has been looked at.
 std::string sizeOf(const std::string& bytes) {
   const Data image(bytes);
-  LinuxImageHeaders headers;
+  CodecImageHeaders headers;
   const long peak = peakKiB([&] { (void)headers.size(image); });
   EXPECT_GE(peak, 0);
   EXPECT_LE(peak, 16 * kMiB);

@@ -13,11 +13,11 @@
 #include "http/Headers.h"
 #include "http/Rfc3339.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxJson.h"
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -84,11 +84,11 @@ class MessageClientTest : public ::testing::Test {
 
   const std::thread::id test_ = std::this_thread::get_id();
   FakeClock clock_{1795219560.75};
-  LinuxJson json_;
-  LinuxDispatch dispatch_;
+  NlohmannJson json_;
+  PosixDispatch dispatch_;
   HttpEngine engine_{{}};
   OpenSslDigests digests_;
-  LinuxRandom random_;
+  SystemRandom random_;
   const MessageSeams seams_ = {engine_, digests_, random_, dispatch_.globalQueue(), clock_, json_};
   std::shared_ptr<TestMessage> message_ = std::make_shared<TestMessage>();
 };

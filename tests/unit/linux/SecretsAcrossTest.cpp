@@ -10,11 +10,11 @@
 #include "fakes/FakeClock.h"
 #include "http/MessageClient.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxJson.h"
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/NlohmannJson.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "s3/S3ObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
@@ -58,12 +58,12 @@ class SecretsAcross : public testing::Test {
                   "YWNjZXNzLXRva2VuLW9mLXVzZXItNDI="
                   "</Message></Error>")}};
   FakeClock clock_{1'700'000'000};
-  LinuxJson json_;
-  LinuxDispatch dispatch_;
+  NlohmannJson json_;
+  PosixDispatch dispatch_;
   HttpEngine engine_{{}};
   OpenSslDigests digests_;
-  LinuxPartFiles files_;
-  LinuxRandom random_;
+  PosixPartFiles files_;
+  SystemRandom random_;
   HttpMessageClients clients_{{engine_, digests_, random_, dispatch_.globalQueue(), clock_, json_}};
   S3ObjectStore store_{{engine_, digests_, files_, dispatch_.globalQueue(), clock_},
                        "https://s3.amazonaws.com"};

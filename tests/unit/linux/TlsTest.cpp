@@ -9,10 +9,10 @@
 
 #include "fakes/FakeClock.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "s3/S3ObjectStore.h"
 #include "unit/linux/TlsServer.h"
 
@@ -54,10 +54,10 @@ class TlsTest : public ::testing::Test {
 
   std::optional<Error> upload(const std::string& endpoint) {
     FakeClock clock{1795219560};
-    LinuxDispatch dispatch;
+    PosixDispatch dispatch;
     HttpEngine engine(trusting());
     OpenSslDigests digests;
-    LinuxPartFiles files;
+    PosixPartFiles files;
     S3ObjectStore store({engine, digests, files, dispatch.globalQueue(), clock},
                         "https://store.example");
     auto configuration = store.makeServiceConfiguration(AWSRegionType{1}, "us-east-1", {endpoint},

@@ -17,10 +17,10 @@
 
 #include "fakes/FakeClock.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "s3/S3ObjectStore.h"
 #include "unit/linux/ScriptedServer.h"
 
@@ -141,9 +141,9 @@ class TransferFixture : public ::testing::Test {
   std::string token_ = "the-token-of-user-42";
   std::string folder_;
   FakeClock clock_{kNow};
-  LinuxDispatch dispatch_;
+  PosixDispatch dispatch_;
   OpenSslDigests digests_;
-  LinuxPartFiles files_;
+  PosixPartFiles files_;
   HttpEngine engine_{{}};
   S3ObjectStore store_;
 };

@@ -6,10 +6,10 @@
 
 #include "http/UploadClient.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -36,8 +36,8 @@ class UploadAnswerTest : public ::testing::Test {
     return start(server, size, timeout).get();
   }
 
-  LinuxDispatch dispatch_;
-  LinuxRandom random_;
+  PosixDispatch dispatch_;
+  SystemRandom random_;
   HttpEngine engine_{{}};
 };
 

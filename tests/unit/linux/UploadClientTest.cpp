@@ -8,10 +8,10 @@
 
 #include "http/Multipart.h"
 #include "platforms/shared/HttpEngine.h"
-#include "platforms/shared/LinuxClock.h"
-#include "platforms/shared/LinuxDispatch.h"
-#include "platforms/shared/LinuxPartFiles.h"
 #include "platforms/shared/OpenSslDigests.h"
+#include "platforms/shared/PosixDispatch.h"
+#include "platforms/shared/PosixPartFiles.h"
+#include "platforms/shared/SystemClock.h"
 #include "unit/linux/ScriptedServer.h"
 
 namespace qx {
@@ -43,8 +43,8 @@ class UploadClientTest : public ::testing::Test {
     return promise.get_future().get();
   }
 
-  LinuxDispatch dispatch_;
-  LinuxRandom random_;
+  PosixDispatch dispatch_;
+  SystemRandom random_;
   HttpEngine engine_{{}};
 };
 
@@ -137,8 +137,8 @@ TEST_F(UploadClientTest, ProgressEndsAtOneBeforeTheCompletion) {
 }
 
 TEST(UploadClients, UserAgentIsNameAndVersion) {
-  LinuxDispatch dispatch;
-  LinuxRandom random;
+  PosixDispatch dispatch;
+  SystemRandom random;
   HttpEngine engine({});
   HttpUploadClients clients(engine, random, dispatch.globalQueue());
   EXPECT_THAT(clients.QXNetworkingUserAgent(), StartsWith("QXAwsUploader/"));
@@ -165,7 +165,7 @@ TEST(Multipart, FormWithoutPartsIsItsEnd) {
 }
 
 TEST(Multipart, BoundariesDiffer) {
-  LinuxRandom random;
+  SystemRandom random;
   EXPECT_NE(makeBoundary(random), makeBoundary(random));
 }
 

@@ -1,5 +1,5 @@
 // What only a real disk can show; the rest is in the contract of every Files.
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ namespace {
 
 using testing::ElementsAre;
 
-class LinuxFilesTest : public testing::Test {
+class PosixFilesTest : public testing::Test {
  protected:
   std::string at(const std::string& name) const { return directory_.path() + "/" + name; }
   std::optional<Error> put(const std::string& name, std::string_view text,
@@ -38,10 +38,10 @@ class LinuxFilesTest : public testing::Test {
   std::vector<std::string> names() { return *files_.list(directory_.path()); }
 
   TemporaryDirectory directory_;
-  LinuxFiles files_{{directory_.path()}};
+  PosixFiles files_{{directory_.path()}};
 };
 
-TEST_F(LinuxFilesTest, DirectoriesAndFilesAreForTheUserAlone) {
+TEST_F(PosixFilesTest, DirectoriesAndFilesAreForTheUserAlone) {
   const mode_t before = ::umask(0);
   ASSERT_FALSE(files_.createDirectory(at("x/y")));
   ASSERT_FALSE(put("x/a", "1"));
@@ -53,18 +53,18 @@ TEST_F(LinuxFilesTest, DirectoriesAndFilesAreForTheUserAlone) {
   EXPECT_EQ(modeOf(at("x/b")), 0600U);
 }
 
-TEST_F(LinuxFilesTest, DirectoryWhereNoneCanBeMadeIsAnError) {
+TEST_F(PosixFilesTest, DirectoryWhereNoneCanBeMadeIsAnError) {
   EXPECT_EQ(files_.createDirectory("/proc/none/below").value_or(Error()).code, ENOENT);
 }
 
-TEST_F(LinuxFilesTest, AFileThatOthersCouldReadIsMadePrivate) {
+TEST_F(PosixFilesTest, AFileThatOthersCouldReadIsMadePrivate) {
   ASSERT_FALSE(put("a", "1"));
   ASSERT_EQ(::chmod(at("a").c_str(), 0644), 0);
   ASSERT_FALSE(put("a", "2"));
   EXPECT_EQ(modeOf(at("a")), 0600U);
 }
 
-TEST_F(LinuxFilesTest, APlainWriteDoesNotFollowALink) {
+TEST_F(PosixFilesTest, APlainWriteDoesNotFollowALink) {
   ASSERT_FALSE(put("victim", "kept"));
   ASSERT_EQ(::symlink(at("victim").c_str(), at("link").c_str()), 0);
   const auto error = put("link", "x");
@@ -73,13 +73,13 @@ TEST_F(LinuxFilesTest, APlainWriteDoesNotFollowALink) {
   EXPECT_EQ(files_.read(at("victim"))->text(), "kept");
 }
 
-TEST_F(LinuxFilesTest, ANamedPipeIsNeitherReadNorWaitedFor) {
+TEST_F(PosixFilesTest, ANamedPipeIsNeitherReadNorWaitedFor) {
   ASSERT_EQ(::mkfifo(at("pipe").c_str(), 0600), 0);
   EXPECT_FALSE(files_.read(at("pipe")));
   EXPECT_TRUE(put("pipe", "x"));
 }
 
-TEST_F(LinuxFilesTest, AWriteThatRunsOutOfRoomLeavesTheOldContentAndNothingElse) {
+TEST_F(PosixFilesTest, AWriteThatRunsOutOfRoomLeavesTheOldContentAndNothingElse) {
   ASSERT_FALSE(put("log", "old", WriteMode::atomic));
   // The size limit of the process stands for a full disk.
   std::signal(SIGXFSZ, SIG_IGN);
@@ -97,7 +97,7 @@ TEST_F(LinuxFilesTest, AWriteThatRunsOutOfRoomLeavesTheOldContentAndNothingElse)
   EXPECT_THAT(names(), ElementsAre("log"));
 }
 
-TEST_F(LinuxFilesTest, AReaderSeesTheOldOrTheNewContentWhileManyWrite) {
+TEST_F(PosixFilesTest, AReaderSeesTheOldOrTheNewContentWhileManyWrite) {
   constexpr std::size_t kSize = 50'000;
   const auto content = [](char c) { return std::string(kSize, c); };
   ASSERT_FALSE(put("log", content('a'), WriteMode::atomic));
@@ -120,7 +120,7 @@ TEST_F(LinuxFilesTest, AReaderSeesTheOldOrTheNewContentWhileManyWrite) {
   EXPECT_THAT(names(), ElementsAre("log"));
 }
 
-TEST_F(LinuxFilesTest, DefaultDocumentsDirectoryFollowsTheEnvironment) {
+TEST_F(PosixFilesTest, DefaultDocumentsDirectoryFollowsTheEnvironment) {
   ::setenv("HOME", "/home/somebody", 1);
   ::setenv("XDG_DATA_HOME", "/data", 1);
   EXPECT_EQ(defaultDocumentsDirectory(), "/data/qxawsuploader");

@@ -15,7 +15,7 @@
 
 namespace qx {
 
-class LinuxNotificationCentre : public NotificationCentre {
+class InProcessNotificationCentre : public NotificationCentre {
  public:
   void addObserver(std::string name, std::function<void()> handler) override;
   void post(std::string_view name) override;

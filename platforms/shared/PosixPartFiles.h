@@ -10,7 +10,7 @@
 
 namespace qx {
 
-class LinuxPartFiles : public PartFiles {
+class PosixPartFiles : public PartFiles {
  public:
   /// The file is ".<random>.part" in the folder of `path`.
   Result<std::unique_ptr<PartFile>> create(const std::string& path) override;

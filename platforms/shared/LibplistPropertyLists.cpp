@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxPropertyLists.h"
+#include "platforms/shared/LibplistPropertyLists.h"
 
 #include <locale.h>
 #include <plist/plist.h>
@@ -429,27 +429,27 @@ Value converted(plist_t node) {
 
 }  // namespace
 
-std::string_view LinuxPropertyLists::documentStart() {
+std::string_view LibplistPropertyLists::documentStart() {
   return kStart;
 }
 
-std::string_view LinuxPropertyLists::documentEnd() {
+std::string_view LibplistPropertyLists::documentEnd() {
   return kEnd;
 }
 
-std::optional<std::string> LinuxPropertyLists::element(const Value& value) {
+std::optional<std::string> LibplistPropertyLists::element(const Value& value) {
   std::string out;
   if (!write(out, value, 0)) return std::nullopt;
   return out;
 }
 
-std::optional<std::string> LinuxPropertyLists::key(std::string_view name) {
+std::optional<std::string> LibplistPropertyLists::key(std::string_view name) {
   std::string out;
   if (!writeKey(out, name)) return std::nullopt;
   return out;
 }
 
-Result<Value> LinuxPropertyLists::decode(const Data& bytes) {
+Result<Value> LibplistPropertyLists::decode(const Data& bytes) {
   const std::string_view text = bytes.text();
   const bool binary = text.starts_with("bplist");
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) {

@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxImageHeaders.h"
+#include "platforms/shared/CodecImageHeaders.h"
 
 #include <string_view>
 
@@ -6,7 +6,7 @@
 
 namespace qx {
 
-std::optional<ImageSize> LinuxImageHeaders::size(const Data& image) {
+std::optional<ImageSize> CodecImageHeaders::size(const Data& image) {
   using namespace std::string_view_literals;
   const std::string_view bytes = image.text();
   if (bytes.starts_with("\xFF\xD8\xFF"sv)) return jpegSize(bytes);

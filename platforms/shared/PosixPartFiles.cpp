@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxPartFiles.h"
+#include "platforms/shared/PosixPartFiles.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "platforms/shared/FileSizeSignal.h"
-#include "platforms/shared/LinuxClock.h"
+#include "platforms/shared/SystemClock.h"
 
 namespace qx {
 namespace {
@@ -21,13 +21,13 @@ Error fileError(const std::string& path, int code) {
           "cannot write " + path + ": " + std::generic_category().message(code)};
 }
 
-class LinuxPartFile : public PartFile {
+class PosixPartFile : public PartFile {
  public:
-  LinuxPartFile(std::string path, std::string part, int file)
+  PosixPartFile(std::string path, std::string part, int file)
       : path_(std::move(path)), part_(std::move(part)), file_(file) {}
-  LinuxPartFile(const LinuxPartFile&) = delete;
-  LinuxPartFile& operator=(const LinuxPartFile&) = delete;
-  ~LinuxPartFile() override {
+  PosixPartFile(const PosixPartFile&) = delete;
+  PosixPartFile& operator=(const PosixPartFile&) = delete;
+  ~PosixPartFile() override {
     if (file_ < 0) return;
     ::close(file_);
     ::unlink(part_.c_str());
@@ -83,14 +83,14 @@ class LinuxPartFile : public PartFile {
 
 }  // namespace
 
-Result<std::unique_ptr<PartFile>> LinuxPartFiles::create(const std::string& path) {
+Result<std::unique_ptr<PartFile>> PosixPartFiles::create(const std::string& path) {
   // A path cut off at a NUL would be another file.
   if (path.find('\0') != std::string::npos) return fileError(path.c_str(), EINVAL);
   // Not the destination's name and more: that may be as long as a name can be.
-  std::string part = path.substr(0, path.rfind('/') + 1) + "." + LinuxUuid().random() + ".part";
+  std::string part = path.substr(0, path.rfind('/') + 1) + "." + SystemUuid().random() + ".part";
   const int file = ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) return fileError(path, errno);
-  return std::unique_ptr<PartFile>(std::make_unique<LinuxPartFile>(path, std::move(part), file));
+  return std::unique_ptr<PartFile>(std::make_unique<PosixPartFile>(path, std::move(part), file));
 }
 
 }  // namespace qx

@@ -10,17 +10,17 @@
 
 namespace qx {
 
-class LinuxClock : public Clock {
+class SystemClock : public Clock {
  public:
   double now() override;
 };
 
-class LinuxRandom : public Random {
+class SystemRandom : public Random {
  public:
   std::uint32_t next() override;
 };
 
-class LinuxUuid : public Uuid {
+class SystemUuid : public Uuid {
  public:
   std::string random() override;
 };

@@ -1,11 +1,11 @@
-// Queues, semaphores and timers on Linux threads.
+// Queues, semaphores and timers on threads of the process.
 //
 // A serial queue owns one worker thread, made on first use and named after its label. The global
 // queue is a pool of four. The main queue belongs to the host: run() on its main thread, or a
 // poster into its own loop.
 //
 // Threads: every operation may be called from any thread.
-// Ownership: queues, semaphores and timers may outlive the LinuxDispatch; nothing runs on them any
+// Ownership: queues, semaphores and timers may outlive the PosixDispatch; nothing runs on them any
 // more.
 #pragma once
 
@@ -19,16 +19,16 @@
 
 namespace qx {
 
-class LinuxDispatch : public Dispatch {
+class PosixDispatch : public Dispatch {
  public:
   /// `mainQueuePoster` hands work to the host's main loop; absent: the host calls runMainQueue().
-  explicit LinuxDispatch(std::function<void(Work)> mainQueuePoster = {});
+  explicit PosixDispatch(std::function<void(Work)> mainQueuePoster = {});
   /// Waits until no queue but the main one has work left, then stops the timers and joins all
   /// threads. From then on a queue drops the work it is given. Work of the main queue that has not
   /// run is dropped.
-  ~LinuxDispatch() override;
-  LinuxDispatch(const LinuxDispatch&) = delete;
-  LinuxDispatch& operator=(const LinuxDispatch&) = delete;
+  ~PosixDispatch() override;
+  PosixDispatch(const PosixDispatch&) = delete;
+  PosixDispatch& operator=(const PosixDispatch&) = delete;
 
   std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) override;
   DispatchQueue& mainQueue() override;
@@ -55,8 +55,8 @@ class LinuxDispatch : public Dispatch {
   class QueueState;
   class WorkerQueue;
   class MainQueue;
-  class LinuxSemaphore;
-  class LinuxTimer;
+  class ThreadSemaphore;
+  class ThreadTimer;
   struct TimerState;
 
   const std::shared_ptr<Workers> workers_;

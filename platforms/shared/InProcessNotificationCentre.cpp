@@ -1,15 +1,15 @@
-#include "platforms/shared/LinuxNotificationCentre.h"
+#include "platforms/shared/InProcessNotificationCentre.h"
 
 #include <utility>
 
 namespace qx {
 
-void LinuxNotificationCentre::addObserver(std::string name, std::function<void()> handler) {
+void InProcessNotificationCentre::addObserver(std::string name, std::function<void()> handler) {
   MutexLock lock(mutex_);
   observers_[std::move(name)].push_back(std::move(handler));
 }
 
-void LinuxNotificationCentre::post(std::string_view name) {
+void InProcessNotificationCentre::post(std::string_view name) {
   std::vector<std::function<void()>> handlers;
   {
     MutexLock lock(mutex_);

@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/PosixDispatch.h"
 
 #include <pthread.h>
 
@@ -70,9 +70,9 @@ void nameThisThread(const std::string& name) {
 
 }  // namespace
 
-/// All threads of one LinuxDispatch, and how much work their queues have: what shutDown() waits
+/// All threads of one PosixDispatch, and how much work their queues have: what shutDown() waits
 /// for. Shared with every queue and timer.
-class LinuxDispatch::Workers {
+class PosixDispatch::Workers {
  public:
   /// Counts one piece of work in; false when the dispatch is shut down.
   bool begin() {
@@ -161,7 +161,7 @@ class LinuxDispatch::Workers {
 };
 
 /// What a queue shares with its worker threads; they keep it until it is drained.
-class LinuxDispatch::QueueState : public std::enable_shared_from_this<QueueState> {
+class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState> {
  public:
   QueueState(std::shared_ptr<Workers> workers, std::string label, std::size_t threads)
       : workers_(std::move(workers)), label_(std::move(label)), threadLimit_(threads) {}
@@ -225,7 +225,7 @@ class LinuxDispatch::QueueState : public std::enable_shared_from_this<QueueState
 };
 
 /// The handle of a serial queue, or of the global one.
-class LinuxDispatch::WorkerQueue : public DispatchQueue {
+class PosixDispatch::WorkerQueue : public DispatchQueue {
  public:
   WorkerQueue(const std::shared_ptr<Workers>& workers, std::string label, std::size_t threads)
       : state_(std::make_shared<QueueState>(workers, std::move(label), threads)) {
@@ -259,7 +259,7 @@ class LinuxDispatch::WorkerQueue : public DispatchQueue {
   const std::shared_ptr<QueueState> state_;
 };
 
-class LinuxDispatch::MainQueue : public DispatchQueue {
+class PosixDispatch::MainQueue : public DispatchQueue {
  public:
   explicit MainQueue(std::function<void(Work)> poster) : poster_(std::move(poster)) {}
 
@@ -331,9 +331,9 @@ class LinuxDispatch::MainQueue : public DispatchQueue {
   std::deque<Work> items_ QX_GUARDED_BY(mutex_);
 };
 
-class LinuxDispatch::LinuxSemaphore : public Semaphore {
+class PosixDispatch::ThreadSemaphore : public Semaphore {
  public:
-  explicit LinuxSemaphore(int count) : count_(count) {}
+  explicit ThreadSemaphore(int count) : count_(count) {}
   void signal() override {
     MutexLock lock(mutex_);
     ++count_;
@@ -357,7 +357,7 @@ class LinuxDispatch::LinuxSemaphore : public Semaphore {
 ///     made ──► scheduled ──┐
 ///       │                  ├──► ticking ──► stopped
 ///       └────► resumed ────┘
-struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
+struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   enum class Life { made, scheduled, resumed, ticking, stopped };
 
   explicit TimerState(DispatchQueue& onQueue) : queue(onQueue) {}
@@ -439,13 +439,13 @@ struct LinuxDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   std::thread::id runner QX_GUARDED_BY(mutex);
 };
 
-class LinuxDispatch::LinuxTimer : public Timer {
+class PosixDispatch::ThreadTimer : public Timer {
  public:
-  LinuxTimer(std::shared_ptr<Workers> workers, DispatchQueue& queue)
+  ThreadTimer(std::shared_ptr<Workers> workers, DispatchQueue& queue)
       : workers_(std::move(workers)), state_(std::make_shared<TimerState>(queue)) {
     workers_->addCloser(state_, [state = state_.get()] { state->stop(); });
   }
-  ~LinuxTimer() override {
+  ~ThreadTimer() override {
     state_->stop();
     state_->waitUntilStill();
   }
@@ -487,49 +487,49 @@ class LinuxDispatch::LinuxTimer : public Timer {
   const std::shared_ptr<TimerState> state_;
 };
 
-LinuxDispatch::LinuxDispatch(std::function<void(Work)> mainQueuePoster)
+PosixDispatch::PosixDispatch(std::function<void(Work)> mainQueuePoster)
     : workers_(std::make_shared<Workers>()),
       main_(std::make_unique<MainQueue>(std::move(mainQueuePoster))),
       global_(std::make_unique<WorkerQueue>(workers_, "global", kGlobalThreads)) {}
 
-LinuxDispatch::~LinuxDispatch() {
+PosixDispatch::~PosixDispatch() {
   shutDown();
 }
 
-void LinuxDispatch::shutDown() {
+void PosixDispatch::shutDown() {
   workers_->closeWhenQuiet();
   workers_->joinAll();
 }
 
-std::shared_ptr<DispatchQueue> LinuxDispatch::makeSerialQueue(std::string label) {
+std::shared_ptr<DispatchQueue> PosixDispatch::makeSerialQueue(std::string label) {
   return std::make_shared<WorkerQueue>(workers_, std::move(label), 1);
 }
 
-DispatchQueue& LinuxDispatch::mainQueue() {
+DispatchQueue& PosixDispatch::mainQueue() {
   return *main_;
 }
 
-DispatchQueue& LinuxDispatch::globalQueue() {
+DispatchQueue& PosixDispatch::globalQueue() {
   return *global_;
 }
 
-std::shared_ptr<Semaphore> LinuxDispatch::makeSemaphore(int count) {
-  return std::make_shared<LinuxSemaphore>(count);
+std::shared_ptr<Semaphore> PosixDispatch::makeSemaphore(int count) {
+  return std::make_shared<ThreadSemaphore>(count);
 }
 
-std::unique_ptr<Timer> LinuxDispatch::makeTimer(DispatchQueue& queue) {
-  return std::make_unique<LinuxTimer>(workers_, queue);
+std::unique_ptr<Timer> PosixDispatch::makeTimer(DispatchQueue& queue) {
+  return std::make_unique<ThreadTimer>(workers_, queue);
 }
 
-void LinuxDispatch::runMainQueue() {
+void PosixDispatch::runMainQueue() {
   main_->run();
 }
 
-LinuxDispatch::MainQueueUse LinuxDispatch::mainQueueUse() const {
+PosixDispatch::MainQueueUse PosixDispatch::mainQueueUse() const {
   return main_->use();
 }
 
-void LinuxDispatch::stopMainQueue() {
+void PosixDispatch::stopMainQueue() {
   main_->stop();
 }
 

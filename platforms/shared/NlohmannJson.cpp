@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxJson.h"
+#include "platforms/shared/NlohmannJson.h"
 
 #include <cmath>
 #include <cstddef>
@@ -165,19 +165,19 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
 
 }  // namespace
 
-std::optional<std::string> LinuxJson::encode(const Value& value) {
+std::optional<std::string> NlohmannJson::encode(const Value& value) {
   std::string out;
   if (!write(out, value)) return std::nullopt;
   return out;
 }
 
-std::optional<std::string> LinuxJson::encode(const OrderedMembers& members) {
+std::optional<std::string> NlohmannJson::encode(const OrderedMembers& members) {
   std::string out;
   if (!writeMembers(out, members)) return std::nullopt;
   return out;
 }
 
-Result<Value> LinuxJson::decode(const Data& text) {
+Result<Value> NlohmannJson::decode(const Data& text) {
   Builder builder;
   const std::string_view json = text.text();
   if (nlohmann::json::sax_parse(json.begin(), json.end(), &builder)) return builder.take();

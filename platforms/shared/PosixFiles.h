@@ -1,4 +1,4 @@
-// The file manager on Linux.
+// The file manager on any POSIX system.
 //
 // Threads: every operation may be called from any thread; it keeps no state but its settings.
 // Links: a path below a documents directory is walked one directory at a time, so that no link in
@@ -19,9 +19,9 @@ namespace qx {
 /// $XDG_DATA_HOME/qxawsuploader, else ~/.local/share/qxawsuploader; nothing when there is no home.
 std::optional<std::string> defaultDocumentsDirectory();
 
-class LinuxFiles : public Files {
+class PosixFiles : public Files {
  public:
-  explicit LinuxFiles(std::vector<std::string> documentDirectories)
+  explicit PosixFiles(std::vector<std::string> documentDirectories)
       : documentDirectories_(std::move(documentDirectories)) {}
 
   std::vector<std::string> documentDirectories() override { return documentDirectories_; }

@@ -12,7 +12,7 @@
 
 namespace qx {
 
-class LinuxImageHeaders : public ImageHeaders {
+class CodecImageHeaders : public ImageHeaders {
  public:
   /// Of an animation or a document of several pages: the size of one.
   std::optional<ImageSize> size(const Data& image) override;

@@ -11,7 +11,7 @@
 
 namespace qx {
 
-class LinuxPropertyLists : public PropertyLists {
+class LibplistPropertyLists : public PropertyLists {
  public:
   std::string_view documentStart() override;
   std::string_view documentEnd() override;

@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxFiles.h"
+#include "platforms/shared/PosixFiles.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -237,7 +237,7 @@ std::optional<std::string> defaultDocumentsDirectory() {
 }
 
 /// Where a path leads: the directory that holds its last component, and that component's name.
-struct LinuxFiles::Place {
+struct PosixFiles::Place {
   Descriptor directory;
   std::string name;
   /// Below a documents directory.
@@ -248,7 +248,7 @@ struct LinuxFiles::Place {
   int openFlags() const { return ours ? O_NOFOLLOW : 0; }
 };
 
-std::optional<LinuxFiles::Below> LinuxFiles::belowDocuments(const std::string& path) const {
+std::optional<PosixFiles::Below> PosixFiles::belowDocuments(const std::string& path) const {
   for (const std::string& documents : documentDirectories_) {
     const std::string base = trimmed(documents.empty() ? "/" : documents);
     const std::size_t size = base == "/" ? 0 : base.size();
@@ -264,7 +264,7 @@ std::optional<LinuxFiles::Below> LinuxFiles::belowDocuments(const std::string& p
   return std::nullopt;
 }
 
-Result<LinuxFiles::Place> LinuxFiles::placeOf(const std::string& path) const {
+Result<PosixFiles::Place> PosixFiles::placeOf(const std::string& path) const {
   if (hasNul(path)) return failure(path, EINVAL);
   const std::optional<Below> below = belowDocuments(path);
   if (!below) {
@@ -285,7 +285,7 @@ Result<LinuxFiles::Place> LinuxFiles::placeOf(const std::string& path) const {
   return Place{std::move(directory), below->components.back(), /*ours=*/true};
 }
 
-PathKind LinuxFiles::kind(const std::string& path) {
+PathKind PosixFiles::kind(const std::string& path) {
   const Result<Place> place = placeOf(path);
   if (!place) return place.error().code == ELOOP ? PathKind::link : PathKind::absent;
   struct stat status;
@@ -296,7 +296,7 @@ PathKind LinuxFiles::kind(const std::string& path) {
   return S_ISDIR(status.st_mode) ? PathKind::directory : PathKind::file;
 }
 
-std::optional<Error> LinuxFiles::createDirectory(const std::string& path) {
+std::optional<Error> PosixFiles::createDirectory(const std::string& path) {
   if (hasNul(path)) return failure(path, EINVAL);
   const std::optional<Below> below = belowDocuments(path);
   if (!below) return createElsewhere(path);
@@ -317,7 +317,7 @@ std::optional<Error> LinuxFiles::createDirectory(const std::string& path) {
   return std::nullopt;
 }
 
-std::optional<Error> LinuxFiles::createElsewhere(const std::string& path) {
+std::optional<Error> PosixFiles::createElsewhere(const std::string& path) {
   // Upwards to the first directory that can be made, then down again.
   std::vector<std::string> missing = {trimmed(path)};
   while (!missing.empty()) {
@@ -340,7 +340,7 @@ std::optional<Error> LinuxFiles::createElsewhere(const std::string& path) {
   return std::nullopt;
 }
 
-Result<std::vector<std::string>> LinuxFiles::list(const std::string& path) {
+Result<std::vector<std::string>> PosixFiles::list(const std::string& path) {
   const Result<Place> place = placeOf(path);
   if (!place) return place.error();
   Descriptor readable =
@@ -365,7 +365,7 @@ Result<std::vector<std::string>> LinuxFiles::list(const std::string& path) {
   return names;
 }
 
-Result<Data> LinuxFiles::read(const std::string& path) {
+Result<Data> PosixFiles::read(const std::string& path) {
   const Result<Place> place = placeOf(path);
   if (!place) return place.error();
   // Without O_NONBLOCK the opening of a pipe would wait for its writer.
@@ -397,7 +397,7 @@ Result<Data> LinuxFiles::read(const std::string& path) {
   return Data(std::move(bytes), begin, got);
 }
 
-std::optional<Error> LinuxFiles::write(const std::string& path,
+std::optional<Error> PosixFiles::write(const std::string& path,
                                        std::span<const std::string_view> pieces, WriteMode mode,
                                        Durability durability) {
   const Result<Place> place = placeOf(path);
@@ -410,7 +410,7 @@ std::optional<Error> LinuxFiles::write(const std::string& path,
   return std::nullopt;
 }
 
-std::optional<Error> LinuxFiles::rename(const std::string& from, const std::string& to) {
+std::optional<Error> PosixFiles::rename(const std::string& from, const std::string& to) {
   const Result<Place> source = placeOf(from);
   if (!source) return source.error();
   const Result<Place> target = placeOf(to);
@@ -422,7 +422,7 @@ std::optional<Error> LinuxFiles::rename(const std::string& from, const std::stri
   return std::nullopt;
 }
 
-std::optional<Error> LinuxFiles::remove(const std::string& path) {
+std::optional<Error> PosixFiles::remove(const std::string& path) {
   const Result<Place> place = placeOf(path);
   if (!place) return place.error();
   if (::unlinkat(place->directory.get(), place->name.c_str(), 0) < 0) return failure(path, errno);

@@ -1,4 +1,4 @@
-#include "platforms/shared/LinuxClock.h"
+#include "platforms/shared/SystemClock.h"
 
 #include <sys/random.h>
 #include <time.h>
@@ -21,19 +21,19 @@ void fillRandomly(void* bytes, std::size_t size) {
 
 }  // namespace
 
-double LinuxClock::now() {
+double SystemClock::now() {
   timespec time{};
   ::clock_gettime(CLOCK_REALTIME, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-std::uint32_t LinuxRandom::next() {
+std::uint32_t SystemRandom::next() {
   std::uint32_t value = 0;
   fillRandomly(&value, sizeof value);
   return value;
 }
 
-std::string LinuxUuid::random() {
+std::string SystemUuid::random() {
   constexpr std::string_view kHex = "0123456789ABCDEF";
   std::array<unsigned char, 16> bytes{};
   fillRandomly(bytes.data(), bytes.size());

@@ -1,5 +1,5 @@
 // What only real threads can show; the rest is in the contract of every Dispatch.
-#include "platforms/shared/LinuxDispatch.h"
+#include "platforms/shared/PosixDispatch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@ std::string threadName() {
   return name.data();
 }
 
-TEST(LinuxDispatch, ASerialQueueHasOneThreadOfItsOwnNamedAfterIt) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, ASerialQueueHasOneThreadOfItsOwnNamedAfterIt) {
+  PosixDispatch dispatch;
   const auto queue = dispatch.makeSerialQueue("com.aws.get.config");
   std::set<std::thread::id> threads;
   std::string name;
@@ -38,8 +38,8 @@ TEST(LinuxDispatch, ASerialQueueHasOneThreadOfItsOwnNamedAfterIt) {
   EXPECT_EQ(name, "com.aws.get.con") << "the kernel takes 15 characters";
 }
 
-TEST(LinuxDispatch, WorkFromManyThreadsIsRunOnceEachInTheOrderOfItsThread) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, WorkFromManyThreadsIsRunOnceEachInTheOrderOfItsThread) {
+  PosixDispatch dispatch;
   const auto queue = dispatch.makeSerialQueue("q");
   constexpr int kThreads = 4;
   constexpr int kEach = 2000;
@@ -57,8 +57,8 @@ TEST(LinuxDispatch, WorkFromManyThreadsIsRunOnceEachInTheOrderOfItsThread) {
   for (const auto& each : seen) EXPECT_EQ(each, expected);
 }
 
-TEST(LinuxDispatch, SyncFromManyThreadsRunsOneAtATime) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, SyncFromManyThreadsRunsOneAtATime) {
+  PosixDispatch dispatch;
   const auto queue = dispatch.makeSerialQueue("com.aws.change.config");
   int unguarded = 0;
   std::vector<std::thread> threads;
@@ -71,8 +71,8 @@ TEST(LinuxDispatch, SyncFromManyThreadsRunsOneAtATime) {
   EXPECT_EQ(unguarded, 2000);
 }
 
-TEST(LinuxDispatch, ShutDownWaitsForWorkThatEnqueuesWork) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, ShutDownWaitsForWorkThatEnqueuesWork) {
+  PosixDispatch dispatch;
   const auto first = dispatch.makeSerialQueue("first");
   const auto second = dispatch.makeSerialQueue("second");
   std::atomic<int> ran = 0;
@@ -87,10 +87,10 @@ TEST(LinuxDispatch, ShutDownWaitsForWorkThatEnqueuesWork) {
   EXPECT_EQ(ran, 301);
 }
 
-TEST(LinuxDispatch, AfterShutDownAQueueDropsWorkAndSyncRunsInPlace) {
+TEST(PosixDispatch, AfterShutDownAQueueDropsWorkAndSyncRunsInPlace) {
   std::shared_ptr<DispatchQueue> queue;
   {
-    LinuxDispatch dispatch;
+    PosixDispatch dispatch;
     queue = dispatch.makeSerialQueue("q");
     queue->sync([] {});
   }
@@ -100,11 +100,11 @@ TEST(LinuxDispatch, AfterShutDownAQueueDropsWorkAndSyncRunsInPlace) {
   EXPECT_TRUE(ran);
 }
 
-TEST(LinuxDispatch, ATimerThatOutlivesItsDispatchIsStill) {
+TEST(PosixDispatch, ATimerThatOutlivesItsDispatchIsStill) {
   std::unique_ptr<Timer> timer;
   std::atomic<int> ticks = 0;
   {
-    LinuxDispatch dispatch;
+    PosixDispatch dispatch;
     const auto ticked = dispatch.makeSemaphore(0);
     timer = dispatch.makeTimer(dispatch.globalQueue());
     timer->setEventHandler([&, ticked] {
@@ -120,8 +120,8 @@ TEST(LinuxDispatch, ATimerThatOutlivesItsDispatchIsStill) {
   EXPECT_EQ(ticks, before);
 }
 
-TEST(LinuxDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
+  PosixDispatch dispatch;
   const auto ticked = dispatch.makeSemaphore(0);
   std::atomic<int> inside = 0;
   std::atomic<bool> overlapped = false;
@@ -141,8 +141,8 @@ TEST(LinuxDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
   EXPECT_FALSE(overlapped);
 }
 
-TEST(LinuxDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
+  PosixDispatch dispatch;
   const auto queue = dispatch.makeSerialQueue("q");
   const auto free = dispatch.makeSemaphore(0);
   queue->async([free] { free->wait(); });
@@ -166,8 +166,8 @@ TEST(LinuxDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
   EXPECT_LE(ticksWaiting, 1);
 }
 
-TEST(LinuxDispatch, ATimersHandlerMayDestroyItsTimer) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, ATimersHandlerMayDestroyItsTimer) {
+  PosixDispatch dispatch;
   // Many, because the first tick may come before resume() has returned.
   for (int i = 0; i < 500; ++i) {
     const auto done = dispatch.makeSemaphore(0);
@@ -183,8 +183,8 @@ TEST(LinuxDispatch, ATimersHandlerMayDestroyItsTimer) {
   }
 }
 
-TEST(LinuxDispatch, WorkMayDropTheQueueItRunsOn) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, WorkMayDropTheQueueItRunsOn) {
+  PosixDispatch dispatch;
   for (int i = 0; i < 500; ++i) {
     const auto done = dispatch.makeSemaphore(0);
     auto queue = dispatch.makeSerialQueue("q");
@@ -202,14 +202,14 @@ TEST(LinuxDispatch, WorkMayDropTheQueueItRunsOn) {
   }
 }
 
-TEST(LinuxDispatch, StopBeforeTheRunMakesItReturnAtOnce) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, StopBeforeTheRunMakesItReturnAtOnce) {
+  PosixDispatch dispatch;
   dispatch.stopMainQueue();
   dispatch.runMainQueue();
 }
 
-TEST(LinuxDispatch, MainQueueRunsOnTheThreadThatRunsItUntilWorkStopsIt) {
-  LinuxDispatch dispatch;
+TEST(PosixDispatch, MainQueueRunsOnTheThreadThatRunsItUntilWorkStopsIt) {
+  PosixDispatch dispatch;
   const auto main = std::this_thread::get_id();
   std::vector<bool> onMain;
   const auto queue = dispatch.makeSerialQueue("q");
@@ -223,9 +223,9 @@ TEST(LinuxDispatch, MainQueueRunsOnTheThreadThatRunsItUntilWorkStopsIt) {
   EXPECT_THAT(onMain, testing::ElementsAre(true, true, true));
 }
 
-TEST(LinuxDispatch, AnotherThreadsStopMayEndTheDispatch) {
+TEST(PosixDispatch, AnotherThreadsStopMayEndTheDispatch) {
   for (int i = 0; i < 200; ++i) {
-    auto dispatch = std::make_unique<LinuxDispatch>();
+    auto dispatch = std::make_unique<PosixDispatch>();
     std::thread stopping([host = dispatch.get()] { host->stopMainQueue(); });
     dispatch->runMainQueue();
     dispatch.reset();
@@ -233,19 +233,19 @@ TEST(LinuxDispatch, AnotherThreadsStopMayEndTheDispatch) {
   }
 }
 
-TEST(LinuxDispatch, WorkThatAPosterStillHoldsIsDroppedWithTheDispatch) {
+TEST(PosixDispatch, WorkThatAPosterStillHoldsIsDroppedWithTheDispatch) {
   std::vector<Work> posted;
   auto dispatch =
-      std::make_unique<LinuxDispatch>([&](Work work) { posted.push_back(std::move(work)); });
+      std::make_unique<PosixDispatch>([&](Work work) { posted.push_back(std::move(work)); });
   dispatch->mainQueue().async([] { ADD_FAILURE() << "nothing runs any more"; });
   dispatch.reset();
   ASSERT_EQ(posted.size(), 1U);
   posted.front()();
 }
 
-TEST(LinuxDispatch, APosterGetsTheWorkOfTheMainQueue) {
+TEST(PosixDispatch, APosterGetsTheWorkOfTheMainQueue) {
   std::vector<Work> posted;
-  LinuxDispatch dispatch([&](Work work) { posted.push_back(std::move(work)); });
+  PosixDispatch dispatch([&](Work work) { posted.push_back(std::move(work)); });
   int ran = 0;
   dispatch.mainQueue().async([&] { ++ran; });
   ASSERT_EQ(posted.size(), 1U);

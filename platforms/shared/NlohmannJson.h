@@ -11,7 +11,7 @@
 
 namespace qx {
 
-class LinuxJson : public Json {
+class NlohmannJson : public Json {
  public:
   std::optional<std::string> encode(const Value& value) override;
   std::optional<std::string> encode(const OrderedMembers& members) override;
