@@ -1,7 +1,8 @@
 #include "platforms/shared/FileSizeSignal.h"
 
+#include <pthread.h>
+
 #include <cerrno>
-#include <ctime>
 
 namespace qx {
 namespace {
@@ -26,9 +27,11 @@ FileSizeSignalBlock::FileSizeSignalBlock() : wasPending_(isPending()) {
 FileSizeSignalBlock::~FileSizeSignalBlock() {
   const int code = errno;
   if (!wasPending_ && isPending()) {
-    constexpr timespec kAtOnce = {0, 0};
-    while (::sigtimedwait(&signal_, nullptr, &kAtOnce) < 0 && errno == EINTR) {
-    }
+    // The pending one may be the process's, and another thread may take that first. With one of
+    // this thread's own the wait ends at once whatever happens; a second one changes nothing.
+    ::pthread_kill(::pthread_self(), SIGXFSZ);
+    int taken = 0;
+    ::sigwait(&signal_, &taken);
   }
   if (!wasBlocked_) ::pthread_sigmask(SIG_UNBLOCK, &signal_, nullptr);
   errno = code;

@@ -4,7 +4,6 @@
 #include <time.h>
 
 #include <array>
-#include <cerrno>
 #include <cstddef>
 
 #include "platform/Error.h"
@@ -13,10 +12,7 @@ namespace qx {
 namespace {
 
 void fillRandomly(void* bytes, std::size_t size) {
-  // Up to 256 bytes come whole; a signal can only interrupt the wait for the first entropy.
-  while (::getrandom(bytes, size, 0) != static_cast<ssize_t>(size)) {
-    if (errno != EINTR) fatal("the system gives no random bytes");
-  }
+  if (::getentropy(bytes, size) != 0) fatal("the system gives no random bytes");
 }
 
 }  // namespace
