@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "Classes/Library.h"
-#include "fakes/PlatformWith.h"
 #include "platforms/linux/LinuxPlatform.h"
 
 namespace {
@@ -233,7 +232,7 @@ int main(int argc, char** argv) {
   auto& platform = *new qx::LinuxPlatform({.documentsDirectory = directory});
   const qx::Platform seams = platform.seams();
   files = new CountingFiles(seams.files);
-  qx::Platform::install(qx::platformWith(seams, *files));
+  qx::Platform::install(seams.with(*files));
   benchmark::RunSpecifiedBenchmarks();
   std::filesystem::remove_all(directory);
   return 0;

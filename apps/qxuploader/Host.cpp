@@ -76,28 +76,6 @@ Value fieldsValue(const std::optional<Dictionary>& fields) {
   return fields ? Value(*fields) : Value();
 }
 
-Platform withOwnSeams(Platform platform, QXNetworkingReachabilityTool& reachability,
-                      ObjectStore& store, MessageClients& messages, Files& files) {
-  return {.mediator = platform.mediator,
-          .logger = platform.logger,
-          .notifications = platform.notifications,
-          .trackingEvents = platform.trackingEvents,
-          .messageClients = messages,
-          .uploadClients = platform.uploadClients,
-          .reachability = reachability,
-          .objectStore = store,
-          .files = files,
-          .propertyLists = platform.propertyLists,
-          .json = platform.json,
-          .imageHeaders = platform.imageHeaders,
-          .digests = platform.digests,
-          .dispatch = platform.dispatch,
-          .random = platform.random,
-          .uuid = platform.uuid,
-          .clock = platform.clock,
-          .console = platform.console};
-}
-
 LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingEvents& tracking,
                            Console& console) {
   settings.logger = &logger;
@@ -152,7 +130,7 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
                   listener_.onMessageEnded(message, error);
                 }),
       files_(platform_.seams().files),
-      seams_(withOwnSeams(platform_.seams(), reachability_, store_, messages_, files_)) {
+      seams_(platform_.seams().with(reachability_, store_, messages_, files_)) {
   const auto textOrNull = [&](std::string_view key) {
     const auto text = settings.get(key);
     return text ? Value(*text) : Value();

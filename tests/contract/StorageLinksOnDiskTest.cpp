@@ -11,7 +11,6 @@
 #include "Classes/UserTaskStorage.h"
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "platforms/shared/LibplistPropertyLists.h"
 #include "platforms/shared/PosixFiles.h"
 
@@ -60,7 +59,7 @@ class StorageLinksOnDisk : public testing::TestWithParam<StoredTasks> {
   PosixFiles files_{{documents_}};
   LibplistPropertyLists propertyLists_;
   FakePlatform fakes_;
-  const Platform platform_ = platformWith(fakes_.seams(), files_, propertyLists_);
+  const Platform platform_ = fakes_.seams().with(files_, propertyLists_);
 };
 
 TEST_P(StorageLinksOnDisk, UserDirectory) {

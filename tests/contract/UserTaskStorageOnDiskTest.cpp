@@ -17,7 +17,6 @@
 #include "contract/Python.h"
 #include "contract/TemporaryDirectory.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "platforms/shared/LibplistPropertyLists.h"
 #include "platforms/shared/PosixFiles.h"
 
@@ -75,7 +74,7 @@ class UserTaskStorageOnDiskTest : public testing::Test {
   PosixFiles files_{{directory_.path()}};
   LibplistPropertyLists propertyLists_;
   FakePlatform fakes_;
-  const Platform platform_ = platformWith(fakes_.seams(), files_, propertyLists_);
+  const Platform platform_ = fakes_.seams().with(files_, propertyLists_);
 };
 
 TEST_F(UserTaskStorageOnDiskTest, PythonReadsTheLogThatTheStorageWrites) {

@@ -23,7 +23,6 @@
 #include "Classes/Target_Uploader.h"
 #include "crash/FileCalls.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "fakes/Sanitized.h"
 #include "platforms/shared/LibplistPropertyLists.h"
 #include "platforms/shared/PosixFiles.h"
@@ -98,7 +97,7 @@ class Host {
                                                      {"region", "eu-west-1"},
                                                      {"authorized_path", "u/7/"},
                                                      {"download_url_prefix", "https://c"}}}}}});
-    Platform::install(platformWith(fakes_.seams(), store_, files_, propertyLists_));
+    Platform::install(fakes_.seams().with(store_, files_, propertyLists_));
     Target_Uploader::registerWith(fakes_.mediator);
   }
   void perform(const std::string& action, const Dictionary& parameters) {

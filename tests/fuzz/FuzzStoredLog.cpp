@@ -14,7 +14,6 @@
 #include "Classes/LogScanner.h"
 #include "Classes/UserTaskStorage.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "platforms/shared/LibplistPropertyLists.h"
 
 namespace {
@@ -62,7 +61,7 @@ struct World {
   FakePlatform fakes;
   FreshFiles files;
   LibplistPropertyLists lists;
-  const Platform platform = platformWith(fakes.seams(), files, lists);
+  const Platform platform = fakes.seams().with(files, lists);
 };
 
 World& world() {

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "Classes/StorageGetUploadConfigRequest.h"
-#include "fakes/PlatformWith.h"
 
 namespace qx {
 namespace {
@@ -179,7 +178,7 @@ TestHost::TestHost(Devstack& devstack, TestHostOptions options)
     return Value();
   });
   Target_Uploader::registerWith(mediator);
-  Platform::install(platformWith(platform_->seams(), *tampering_));
+  Platform::install(platform_->seams().with(*tampering_));
 
   perform("Action_RegisterBackground:",
           {{"callback",

@@ -15,7 +15,6 @@
 #include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "unit/KeptLibrary.h"
 #include "unit/ThreadDispatch.h"
 
@@ -925,7 +924,7 @@ class AWSConfigureThreadsTest : public testing::Test {
   FakePlatform& fakes_ = FakePlatform::kept();
   // The queues' threads use both until the process ends.
   ThreadDispatch& dispatch_ = ThreadDispatch::make();
-  Library& library = keptLibrary(platformWith(fakes_.seams(), dispatch_));
+  Library& library = keptLibrary(fakes_.seams().with(dispatch_));
 };
 
 TEST_F(AWSConfigureThreadsTest, RequestsFromSeveralThreadsShareOneFetchAndAreAllAnswered) {

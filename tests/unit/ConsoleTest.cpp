@@ -6,7 +6,6 @@
 
 #include "Classes/UserTaskStorage.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "unit/KeptLibrary.h"
 
 namespace qx {
@@ -25,7 +24,7 @@ class ConsoleTest : public testing::Test {
 
   FakePlatform& fakes_ = FakePlatform::kept();
   FakeConsole& console_ = *new FakeConsole;  // Lives as long as the kept library.
-  Library& library_ = keptLibrary(platformWith(fakes_.seams(), console_));
+  Library& library_ = keptLibrary(fakes_.seams().with(console_));
 };
 
 TEST_F(ConsoleTest, UserDirectoryThatCannotBeMadeIsPrintedThere) {

@@ -11,7 +11,6 @@
 
 #include "Classes/UserTaskStorage.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 
 namespace qx {
 namespace {
@@ -46,7 +45,7 @@ bool store(UserTaskStorage& storage, const std::string& name) {
 TEST(LogWriteSharingTest, CallThatWaitsForAWriteBegunBeforeItsChangeIsNotAnsweredByThatWrite) {
   FakePlatform fakes;
   SlowFiles files;
-  const Platform platform = platformWith(fakes.seams(), files);
+  const Platform platform = fakes.seams().with(files);
   UserTaskStorage storage(platform, "u1");
   // The second caller may, now and then, come too late to wait for the first one's write.
   for (int round = 0; round < 20; ++round) {

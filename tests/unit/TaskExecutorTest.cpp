@@ -5,7 +5,6 @@
 #include <string>
 #include <tuple>
 
-#include "fakes/PlatformWith.h"
 #include "unit/UploadFixture.h"
 
 namespace qx {
@@ -539,7 +538,7 @@ class ForgetfulMediator : public QXMediator {
 TEST(TaskExecutorHost, WithoutAnItemIdServiceGetsAGeneratedIdAndOneReport) {
   FakePlatform& platform = FakePlatform::kept();
   ForgetfulMediator mediator(platform.mediator);
-  Library& library = keptLibrary(platformWith(platform.seams(), mediator));
+  Library& library = keptLibrary(platform.seams().with(mediator));
   platform.mediator.signIn("123456", "token", "https://backend.test");
   platform.clock.set(1'712'345'678);
   platform.messageClients.answer(

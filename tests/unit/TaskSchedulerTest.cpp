@@ -17,7 +17,6 @@
 #include "Classes/AWSUploader.h"
 #include "Classes/TaskQueue.h"
 #include "Classes/UserTaskStorage.h"
-#include "fakes/PlatformWith.h"
 #include "unit/UploadFixture.h"
 
 namespace qx {
@@ -619,7 +618,7 @@ class WatchedFiles : public MemoryFiles {
 TEST(TaskSchedulerTickTest, TickBetweenLogAndQueueDoesNotQueueTheTaskASecondTime) {
   FakePlatform& platform = FakePlatform::kept();
   WatchedFiles files;
-  Library& library = keptLibrary(platformWith(platform.seams(), files));
+  Library& library = keptLibrary(platform.seams().with(files));
   platform.reachability.setReachable(false);
   library.configure.resumeStoredTasks = true;
   const auto scheduler = library.makeScheduler("u1");

@@ -15,7 +15,6 @@
 #include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "unit/KeptLibrary.h"
 
 namespace qx {
@@ -96,7 +95,7 @@ class TickRace : public testing::TestWithParam<bool> {
 
   FakePlatform& platform = FakePlatform::kept();
   InterruptedFiles files;
-  Library& library = keptLibrary(platformWith(platform.seams(), files));
+  Library& library = keptLibrary(platform.seams().with(files));
   std::shared_ptr<TaskScheduler> scheduler;
 };
 

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "fakes/FakePlatform.h"
-#include "fakes/PlatformWith.h"
 #include "unit/KeptLibrary.h"
 
 namespace qx {
@@ -881,7 +880,7 @@ TEST(UserTaskStorageSharingTest, FourThreadsThatStoreFourHundredTasksShareWrites
   Crowd crowd;
   CrowdedFiles files(crowd);
   CrowdedPropertyLists propertyLists(crowd);
-  Library& library = keptLibrary(platformWith(platform.seams(), files, propertyLists));
+  Library& library = keptLibrary(platform.seams().with(files, propertyLists));
   UserTaskStorage storage(library.platform, "u1");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
