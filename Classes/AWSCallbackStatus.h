@@ -1,4 +1,8 @@
-// How an operation of the library ended, inside the library and as the host sees it.
+// The outcome of an operation, inside the library and as the host gets it.
+//
+//     const Error error = uploaderError(AWSErrorCode::keyNotMatch, "no such scope");
+//     error.domain == kUploaderErrorDomain;  // "AWSUploaderError"
+//     errorCodeFromRawValue(error.code);     // AWSErrorCode::keyNotMatch
 //
 // Threads: plain values.
 #pragma once
@@ -24,7 +28,7 @@ enum class AWSErrorCode : std::int64_t {
   missParamters = 102,
 };
 
-/// The case of a raw value; nothing for any number but the eight.
+/// The case with this raw value, or nothing for any other number.
 std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
 
 /// Success, or a failure with its code and message.
@@ -34,7 +38,7 @@ class AWSCallbackStatus {
   static AWSCallbackStatus failure(AWSErrorCode code, std::string message);
 
   bool succeeded() const { return !failure_; }
-  // Only for a failure.
+  // Call these only for a failure.
   AWSErrorCode code() const { return failure_->code; }
   const std::string& message() const { return failure_->message; }
 
@@ -52,11 +56,11 @@ class AWSCallbackStatus {
 /// The domain of the error objects handed to the host.
 inline constexpr std::string_view kUploaderErrorDomain = "AWSUploaderError";
 
-/// The error object of a failure for the host: domain "AWSUploaderError", the raw value, the
-/// message.
+/// The error object of a failure for the host: the domain "AWSUploaderError", the raw value of
+/// `code`, and `message` as description.
 Error uploaderError(AWSErrorCode code, std::string message);
 
-/// The public upload completion: (URL, item id, no error) or (no URL, 0, error).
+/// The completion of an upload. It gets (URL, item id, no error) or (no URL, 0, error).
 using UploadCompletion = std::function<void(
     const std::optional<std::string>& url, std::int64_t itemId, const std::optional<Error>& error)>;
 

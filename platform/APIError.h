@@ -1,6 +1,9 @@
-// The backend's error record.
+// The error record of the backend.
 //
-// Threads: plain value.
+//     const Result<APIError> record = APIError::decode(value);  // {"code": 1000, "message": "no"}
+//     if (record) return record->asError();  // Domain "APIError", code 1000, description "no".
+//
+// Threads: a plain value.
 #pragma once
 
 #include <cstdint>
@@ -16,17 +19,17 @@ namespace qx {
 
 enum class APIErrorCode : std::int64_t { success = 1, internalError = 1000 };
 
-/// The case of a raw value; nothing for any number but the two.
+/// The case with this raw value, or nothing for any other number.
 std::optional<APIErrorCode> apiErrorCodeFromRawValue(std::int64_t rawValue);
 
 struct APIError {
   /// A missing message becomes the locale's text for "SUCCESS" or "INTERNAL_ERROR".
   APIError(APIErrorCode errorCode, std::optional<std::string> errorMessage, MessageClients& locale);
 
-  /// From a JSON object with both members; a missing, mistyped or unknown one is an error of the
-  /// domain "APIDecoder" that names it.
+  /// Reads a JSON object with both members. A member that is missing, has another type or is an
+  /// unknown code is an error of the domain "APIDecoder" that names the member.
   static Result<APIError> decode(const Value& value);
-  /// "code" as the bare integer, then "message".
+  /// The members "code", an integer, and "message", in this order.
   OrderedMembers encode() const;
   /// The record as an error value: domain "APIError", the raw code, the message.
   Error asError() const;

@@ -1,7 +1,10 @@
-// Region names of the object store and the region types they stand for.
+// The region names of the object store and their region types. The library maps the backend's
+// region name to a type; the platform signs with the name.
 //
-// A pure table, readable from any thread. Shared by the library, which maps the backend's region
-// name to a type, and by the platform, which signs with the name.
+//     canSignRegion("garage");   // True, although the table does not have this region.
+//     canSignRegion("eu west");  // False: a signature cannot hold the blank.
+//
+// Threads: a constant table and a pure function.
 #pragma once
 
 #include <algorithm>
@@ -12,10 +15,11 @@
 
 namespace qx {
 
-/// The integer values that a service configuration takes; 0 is an unknown region.
+/// The integer values of a service configuration. 0 is an unknown region.
 enum class AWSRegionType : std::int64_t { unknown = 0 };
 
-/// The values have gaps and do not follow the names; they are the object-store SDK's own.
+/// The values have gaps and another order than the names, because the object-store SDK defines
+/// them.
 inline constexpr std::array<std::pair<std::string_view, AWSRegionType>, 21> kAWSRegions = {{
     {"us-east-1", AWSRegionType{1}},       {"us-east-2", AWSRegionType{2}},
     {"us-west-1", AWSRegionType{3}},       {"us-west-2", AWSRegionType{4}},
@@ -30,8 +34,8 @@ inline constexpr std::array<std::pair<std::string_view, AWSRegionType>, 21> kAWS
     {"ap-east-1", AWSRegionType{26}},
 }};
 
-/// True when `name` can stand in the scope of a request signature: letters, digits, "-", "_" and
-/// ".", at most 64 of them. Stores have region names beyond the table: "auto", "garage".
+/// True when the scope of a request signature can hold `name`: 1 to 64 letters, digits, "-", "_"
+/// and ".". Some stores have region names that the table lacks, such as "auto" and "garage".
 inline bool canSignRegion(std::string_view name) {
   return !name.empty() && name.size() <= 64 && std::all_of(name.begin(), name.end(), [](char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||

@@ -1,5 +1,9 @@
 // Time, randomness and identifiers.
 //
+//     const double deadline = platform.clock.now() + 30;
+//     const std::uint32_t dice = platform.random.next() % 6;
+//     const std::string id = platform.uuid.random();  // "6F9619FF-8B86-4011-B42D-00C04FC964FF"
+//
 // Threads: every operation may be called from any thread.
 #pragma once
 
@@ -11,14 +15,14 @@ namespace qx {
 class Clock {
  public:
   virtual ~Clock() = default;
-  /// Seconds since 1970-01-01T00:00:00Z, with its fraction.
+  /// Seconds since 1970-01-01T00:00:00Z, with a fraction.
   virtual double now() = 0;
 };
 
 class Random {
  public:
   virtual ~Random() = default;
-  /// Uniform over all 32-bit values, unpredictable.
+  /// An unpredictable number, uniform over all 32-bit values.
   virtual std::uint32_t next() = 0;
 };
 

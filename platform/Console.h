@@ -1,6 +1,11 @@
-// Where the library prints what it tells by printing: a directory that could not be made.
+// The place where the library prints lines, for example about a directory that cannot be made.
 //
-// Threads: any thread.
+//     struct Lines : Console {  // Set LinuxSettings::console to one of these.
+//       void printLine(std::string_view line) override { kept.emplace_back(line); }
+//       std::vector<std::string> kept;
+//     };
+//
+// Threads: lines may be printed from any thread.
 #pragma once
 
 #include <string_view>
@@ -10,11 +15,10 @@ namespace qx {
 class Console {
  public:
   virtual ~Console() = default;
-  /// Prints one line; `line` comes without its line break.
+  /// Prints one line. `line` has no line break.
   virtual void printLine(std::string_view line) = 0;
 
-  /// Prints on standard output, unless a host puts a console of its own in its place. Lives until
-  /// the process ends.
+  /// A console that prints on standard output. It lives until the process ends.
   static Console& standardOutput();
 };
 

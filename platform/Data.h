@@ -1,6 +1,10 @@
 // Immutable bytes shared by reference.
 //
-// Threads: a Data may be copied and read from any thread; the bytes never change while one exists.
+//     const Data text("hello");  // Keeps the text itself.
+//     const auto bytes = std::make_shared<const std::vector<char>>(1 << 20);
+//     const Data shared(bytes, bytes->data(), bytes->size());  // Keeps the vector alive.
+//
+// Threads: a Data may be copied and read from any thread. Its bytes never change.
 #pragma once
 
 #include <cstddef>
@@ -11,14 +15,14 @@
 
 namespace qx {
 
-/// A handle to bytes: copying it copies the handle, never the bytes.
+/// A handle to bytes. Copying a Data copies the handle, never the bytes.
 class Data {
  public:
   /// No bytes.
   Data() = default;
-  /// Takes the bytes of `text`, without a copy.
+  /// Takes the bytes of `text` without copying them.
   explicit Data(std::string text);
-  /// Takes the bytes of `bytes`, without a copy.
+  /// Takes the bytes of `bytes` without copying them.
   explicit Data(std::vector<std::byte> bytes);
   /// Refers to `size` bytes at `bytes`, which stay valid and unchanged as long as `owner` lives.
   Data(std::shared_ptr<const void> owner, const void* bytes, std::size_t size);
@@ -26,10 +30,10 @@ class Data {
   const std::byte* bytes() const { return bytes_; }
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  /// The bytes as text, whatever they hold.
+  /// The bytes as a text. They need not be UTF-8.
   std::string_view text() const { return {reinterpret_cast<const char*>(bytes_), size_}; }
 
-  /// Equal bytes, wherever they lie.
+  /// Compares the bytes, not their addresses.
   friend bool operator==(const Data& a, const Data& b) { return a.text() == b.text(); }
 
  private:

@@ -1,9 +1,10 @@
-// Digests: SHA-1 for the backend's image reports, SHA-256 and HMAC for signatures, MD5 to compare
-// what came from the store with its ETag.
+// Digests: SHA-1 for the backend's image reports, SHA-256 and HMAC for signatures, and MD5 to
+// compare a downloaded object with its ETag.
 //
-//     const Sha256Digest digest = digests.sha256("payload");
+//     const Sha256Digest key = digests.hmacSha256("secret", "20261121");
+//     const Sha256Digest next = digests.hmacSha256(bytesOf(key), "us-east-1");
 //
-// Threads: every operation may be called from any thread; one Md5 by one thread at a time.
+// Threads: every operation may be called from any thread. One Md5 belongs to one thread at a time.
 #pragma once
 
 #include <array>
@@ -17,18 +18,18 @@ using Sha1Digest = std::array<std::byte, 20>;
 using Sha256Digest = std::array<std::byte, 32>;
 using Md5Digest = std::array<std::byte, 16>;
 
-/// The bytes of a digest as a text, to be a key or a message again.
+/// The bytes of a digest as a text, so that it can be the key or the message of another digest.
 template <std::size_t size>
 std::string_view bytesOf(const std::array<std::byte, size>& digest) {
   return {reinterpret_cast<const char*>(digest.data()), size};
 }
 
-/// An MD5 of bytes that come piece by piece.
+/// The MD5 of bytes that come piece by piece.
 class Md5 {
  public:
   virtual ~Md5() = default;
   virtual void update(std::string_view bytes) = 0;
-  /// The digest; called once, at the end.
+  /// The digest. Call it once, at the end.
   virtual Md5Digest finish() = 0;
 };
 
@@ -39,7 +40,7 @@ class Digests {
   virtual Sha256Digest sha256(std::string_view bytes) = 0;
   /// HMAC-SHA256.
   virtual Sha256Digest hmacSha256(std::string_view key, std::string_view bytes) = 0;
-  /// Null when the system allows no MD5.
+  /// Begins an MD5, or yields null when the system allows no MD5.
   virtual std::unique_ptr<Md5> md5() = 0;
 };
 

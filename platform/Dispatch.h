@@ -1,5 +1,8 @@
 // Queues, semaphores and timers: where work runs.
 //
+//     const auto queue = dispatch.makeSerialQueue("com.example.import");
+//     queue->async([&dispatch] { dispatch.mainQueue().async([] { std::puts("imported"); }); });
+//
 // Threads: every operation may be called from any thread.
 #pragma once
 
@@ -12,18 +15,18 @@ namespace qx {
 
 using Work = std::function<void()>;
 
-/// Runs work in the order it came (a serial queue, the main queue) or several at once (the global
-/// queue).
+/// Runs work. A serial queue and the main queue run one piece at a time, in the order in which it
+/// was enqueued; the global queue runs several pieces at once.
 class DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;
-  /// "com.aws.fetch" and the like; "main" for the main queue, "global" for the global queue.
+  /// The label given to makeSerialQueue(), or "main", or "global".
   virtual std::string_view label() const = 0;
-  /// Enqueues `work` and returns at once; the work never runs before async returns on the queue's
-  /// own thread, and its captures are destroyed on the queue.
+  /// Enqueues `work` and returns at once. When called on the queue's own thread, it never runs the
+  /// work before it returns. The captures of the work are destroyed on the queue.
   virtual void async(Work work) = 0;
-  /// Runs `work` on the queue, behind what is already there, and returns when it is done. Calling
-  /// it from the queue itself is fatal: it could never return.
+  /// Runs `work` on the queue after all work that is already there, and returns when `work` has
+  /// ended. Calling it from the queue itself is fatal, because it could never return.
   virtual void sync(Work work) = 0;
 };
 
@@ -36,14 +39,14 @@ class Semaphore {
   virtual void wait() = 0;
 };
 
-/// A repeating timer. Made suspended; set it up, then resume it. Destroying it stops it: no handler
-/// runs after the destructor has returned.
+/// A repeating timer. It is made suspended: set it up, then resume it. No handler runs after its
+/// destructor has returned.
 class Timer {
  public:
   virtual ~Timer() = default;
   virtual void setEventHandler(Work handler) = 0;
-  /// First tick at once after resume, then every `intervalSeconds`; late by `leewaySeconds` at most
-  /// as far as the system keeps up. Ticks that fall due while the handler still runs become one.
+  /// The timer ticks at once after resume(), then every `intervalSeconds`. A tick may be late by
+  /// `leewaySeconds`. Ticks that fall due while the handler still runs become one tick.
   virtual void scheduleNow(double intervalSeconds, double leewaySeconds) = 0;
   virtual void resume() = 0;
 };
@@ -51,15 +54,15 @@ class Timer {
 class Dispatch {
  public:
   virtual ~Dispatch() = default;
-  /// A queue that runs one piece of work at a time, on a worker of its own. The queue lives as long
-  /// as it is held; what was enqueued before the last handle went still runs.
+  /// Makes a queue that runs one piece of work at a time, on a thread of its own. Work that was
+  /// enqueued before the last handle to the queue was destroyed still runs.
   virtual std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) = 0;
   /// The host's main queue.
   virtual DispatchQueue& mainQueue() = 0;
-  /// A small pool; work runs concurrently.
+  /// A queue whose work runs on a small pool of threads.
   virtual DispatchQueue& globalQueue() = 0;
   virtual std::shared_ptr<Semaphore> makeSemaphore(int count) = 0;
-  /// A timer whose handler runs on `queue`, which must outlive it.
+  /// Makes a timer whose handler runs on `queue`. The queue must outlive the timer.
   virtual std::unique_ptr<Timer> makeTimer(DispatchQueue& queue) = 0;
 };
 

@@ -1,4 +1,10 @@
 // Failures as values, and the one way to stop the process.
+//
+//     const Result<Data> file = files.read("/home/me/a.jpg");
+//     if (!file) return file.error();  // Error{"Files", ENOENT, "..."}
+//     send(*file);
+//
+// Threads: plain values; fatal() may be called from any thread.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +15,8 @@
 
 namespace qx {
 
-/// The platform error object: which family of errors, which one, and a text for people.
-/// Never holds a credential, a token or a signature.
+/// A failure: the family of errors, the number within the family, and a text for people. It never
+/// holds a credential, a token or a signature.
 struct Error {
   std::string domain;
   std::int64_t code = 0;
@@ -20,7 +26,7 @@ struct Error {
   friend bool operator==(const Error&, const Error&) = default;
 };
 
-/// A value, or the error that kept it away.
+/// Either a value or the error because of which there is none.
 template <typename T>
 class Result {
  public:
@@ -30,11 +36,11 @@ class Result {
   Result(Error error) : state_(std::in_place_index<1>, std::move(error)) {}
 
   explicit operator bool() const { return state_.index() == 0; }
-  /// Only when there is a value.
+  /// Call these three only when there is a value.
   const T& operator*() const { return std::get<0>(state_); }
   T& operator*() { return std::get<0>(state_); }
   const T* operator->() const { return &std::get<0>(state_); }
-  /// Only when there is none.
+  /// Call this only when there is no value.
   const Error& error() const { return std::get<1>(state_); }
 
  private:
@@ -42,7 +48,8 @@ class Result {
 };
 
 /// Writes "QXAwsUploader: fatal: <message>" as one line to standard error and stops the process
-/// with abort(). For what cannot be a failure value: a broken promise of the calling program.
+/// with abort(). It is meant for broken promises of the calling program, which cannot be failure
+/// values.
 [[noreturn]] void fatal(std::string_view message);
 
 }  // namespace qx

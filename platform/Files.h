@@ -1,11 +1,17 @@
-// The file manager: the documents directory, whole-file reading and writing.
+// The file manager: the documents directory, and reading and writing of whole files.
 //
-// Threads: every operation may be called from any thread; callers order writes to one path.
-// Errors: domain "Files", code errno, a description that names the path and the reason.
-// Links: below a documents directory no symbolic link is followed. An operation whose path leads
-// over one, or ends at one, fails with ELOOP and names the link; rename() and remove() take a link
-// at the end of the path for the file they are about. The documents directory itself may be reached
-// through links.
+//     const std::string path = documentPath(files) + "/note.txt";
+//     const std::string_view text = "hello";
+//     const auto error = files.write(path, {&text, 1}, WriteMode::atomic, Durability::synced);
+//
+// Threads: every operation may be called from any thread. Callers that write to one path see to the
+// order of their writes.
+// Errors: the domain is "Files", the code an errno, and the description names the path and the
+// reason.
+// Links: below a documents directory no symbolic link is followed. An operation fails with ELOOP
+// and names the link when its path leads through a link or ends at one. Only rename() and remove()
+// accept a link at the end of the path; they rename or remove the link itself. The documents
+// directory may be reached through links.
 #pragma once
 
 #include <optional>
@@ -23,55 +29,57 @@ enum class PathKind {
   absent,
   file,
   directory,
-  /// A symbolic link stands there, or on the way there, that is not followed.
+  /// The path leads through a symbolic link or ends at one, and the link is not followed.
   link,
 };
 
 enum class WriteMode {
-  /// Straight into the file. A failure may leave a part of it.
+  /// Writes straight into the file. A failure may leave a part of the content.
   plain,
-  /// Aside, then renamed over the path: a reader sees the old content or the new, never a mixture,
-  /// and a failure leaves the old content and nothing else. A crash may leave the file aside, in
-  /// the same directory: ".qx-<anything>.tmp".
+  /// Writes another file in the same directory, which then takes the place of the file in one step.
+  /// A reader sees the old content or the new one, never a mixture, and a failure leaves the old
+  /// content and nothing else. A crash may leave the other file behind, as ".qx-<anything>.tmp".
   atomic,
 };
 
 enum class Durability {
-  /// The system writes it out when it likes.
+  /// The system writes the file to the disk when it likes.
   cached,
-  /// File and folder entry are on the disk before the call returns.
+  /// The file and its entry in the directory are on the disk before the call returns.
   synced,
 };
 
 class Files {
  public:
   virtual ~Files() = default;
-  /// The user's document directories, the best first. May be empty.
+  /// The user's documents directories, the best one first. The list may be empty.
   virtual std::vector<std::string> documentDirectories() = 0;
-  /// What stands at `path`; absent also when it cannot be examined.
+  /// What stands at `path`. A path that cannot be examined counts as absent.
   virtual PathKind kind(const std::string& path) = 0;
-  /// Creates a directory and those above it, for this user alone (0700). An existing one is
-  /// success.
+  /// Creates a directory and the missing ones above it, for this user alone (mode 0700). Succeeds
+  /// when the directory exists.
   virtual std::optional<Error> createDirectory(const std::string& path) = 0;
-  /// The names in a directory, without "." and "..", in no order.
+  /// The names in a directory in no particular order, without "." and "..".
   virtual Result<std::vector<std::string>> list(const std::string& path) = 0;
-  /// The whole file, read now; later changes of the file do not show.
+  /// Reads the whole file. The result does not change when the file does.
   virtual Result<Data> read(const std::string& path) = 0;
-  /// Writes the pieces one after the other as the file's whole content, for this user alone (0600).
+  /// Makes the pieces, one after the other, the whole content of the file, for this user alone
+  /// (mode 0600).
   virtual std::optional<Error> write(const std::string& path,
                                      std::span<const std::string_view> pieces, WriteMode mode,
                                      Durability durability) = 0;
-  /// Renames within one file system, replacing what is at `to`.
+  /// Renames within one file system and replaces the file at `to`.
   virtual std::optional<Error> rename(const std::string& from, const std::string& to) = 0;
   /// Removes a file.
   virtual std::optional<Error> remove(const std::string& path) = 0;
 };
 
-/// The first of the user's documents directories; empty when there is none.
+/// The first of the user's documents directories, or an empty text when there is none.
 std::string documentPath(Files& files);
 
-/// True when `name` can be one component of a path below a directory: not empty, not "." or "..",
-/// no separator, no NUL. What fails this never reaches the file system.
+/// True when `name` can be one component of a path below a directory: it is not empty, not "." or
+/// "..", and has no separator and no NUL. A name that fails this test never reaches the file
+/// system.
 bool isPlainPathComponent(std::string_view name);
 
 }  // namespace qx

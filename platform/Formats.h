@@ -1,6 +1,10 @@
-// Foreign formats: JSON, property lists, image headers, and the SHA-1 digest.
+// Foreign formats: JSON, property lists and image headers.
 //
-// Threads: every operation may be called from any thread; they keep no state.
+//     json.encode(OrderedMembers{{"id", 7}, {"name", "a"}});  // {"id":7,"name":"a"}
+//     propertyLists.element(Value("a < b"));                   // <string>a &lt; b</string>
+//     imageHeaders.size(photo)->width;                         // 4032
+//
+// Threads: every operation may be called from any thread and keeps no state.
 #pragma once
 
 #include <array>
@@ -24,36 +28,38 @@ using OrderedMembers = std::vector<std::pair<std::string, Value>>;
 class Json {
  public:
   virtual ~Json() = default;
-  /// Compact JSON text in UTF-8: no blanks, elements in list order, members by key, "/" written
-  /// "\/". Nothing when the value cannot be JSON: bytes, dates, host objects, texts that are not
-  /// UTF-8, non-finite numbers.
+  /// Compact JSON text in UTF-8: without blanks, members sorted by key, "/" written as "\/".
+  /// Nothing when JSON cannot hold the value: bytes, dates, host objects, texts that are not UTF-8,
+  /// numbers that are not finite.
   virtual std::optional<std::string> encode(const Value& value) = 0;
-  /// The same for an object with its members in the given order.
+  /// The same for an object whose members keep the given order.
   virtual std::optional<std::string> encode(const OrderedMembers& members) = 0;
-  /// Any JSON text in UTF-8. Integers come as signed, beyond that as unsigned 64-bit, beyond that
-  /// and with a fraction or exponent as double. Nesting deeper than 128 is refused. The error says
-  /// where, never what the text holds.
+  /// Reads any JSON text in UTF-8. An integer becomes a signed 64-bit integer, or an unsigned one
+  /// if it fits only there. A number beyond that, or with a fraction or exponent, becomes a double.
+  /// Nesting deeper than 128 is refused. An error names a place in the text, never its content.
   virtual Result<Value> decode(const Data& text) = 0;
 };
 
 /// Property lists are written piece by piece, so that a writer can keep the pieces that do not
-/// change: documentStart, elements, documentEnd make a whole XML property list.
+/// change. The text of documentStart(), one element and the text of documentEnd() are a whole XML
+/// property list.
 class PropertyLists {
  public:
   virtual ~PropertyLists() = default;
   virtual std::string_view documentStart() = 0;
   virtual std::string_view documentEnd() = 0;
-  /// The XML element of a value. Nothing when the value cannot be one: null, host objects, texts
-  /// with characters that XML cannot hold or that are not UTF-8.
+  /// The XML element of a value. Nothing when a property list cannot hold the value: null, host
+  /// objects, texts that are not UTF-8 or have characters that XML cannot hold.
   virtual std::optional<std::string> element(const Value& value) = 0;
-  /// The XML element of a dictionary key; nothing as above.
+  /// The XML element of a dictionary key. Nothing when XML cannot hold the text.
   virtual std::optional<std::string> key(std::string_view name) = 0;
-  /// A property list of any form (XML, binary). Integers come as signed, beyond that as unsigned.
+  /// Reads a property list of any form (XML, binary). An integer becomes a signed one, or an
+  /// unsigned one if it fits only there.
   virtual Result<Value> decode(const Data& bytes) = 0;
 };
 
 struct ImageSize {
-  /// In pixels, as a viewer shows the image: EXIF orientation applied.
+  /// Pixels as a viewer shows the image, with the EXIF orientation applied.
   double width = 0;
   double height = 0;
 };
@@ -61,8 +67,8 @@ struct ImageSize {
 class ImageHeaders {
  public:
   virtual ~ImageHeaders() = default;
-  /// The size from the header alone; the pixels are never decoded. Nothing when the bytes are no
-  /// image that the decoder knows.
+  /// Reads the size from the header alone; the pixels are never decoded. Nothing when the bytes are
+  /// no image of a known format.
   virtual std::optional<ImageSize> size(const Data& image) = 0;
 };
 

@@ -1,6 +1,12 @@
 // The host application's services: mediator, logger, notification centre, item tags.
 //
-// Threads: the library calls these from any thread; implementations see to their own safety.
+//     struct Log : QXLogger {
+//       int threshold() override { return 0; }
+//       void write(const LogRecord& record) override { std::puts(record.message.c_str()); }
+//     };
+//
+// Threads: the library calls these services from any thread, so that implementations must be safe
+// to call from any thread.
 #pragma once
 
 #include <cstdint>
@@ -19,10 +25,10 @@ namespace qx {
 class MediatorTarget {
  public:
   virtual ~MediatorTarget() = default;
-  /// Performs "Action_Upload:" and the like. False when the target has no such action.
+  /// Performs an action such as "Action_Upload:". False when the target has no such action.
   virtual bool performAction(std::string_view action, const Dictionary& parameters) = 0;
-  /// What a developer would want to know is wrong with this action, one sentence each, before it is
-  /// performed. Names of keys and types only, never what a dictionary holds.
+  /// Mistakes of the host in this action, one sentence each, for its developer. Called before the
+  /// action is performed. The sentences name keys and types, never the content of a dictionary.
   virtual std::vector<std::string> mistakes(std::string_view /*action*/,
                                             const Dictionary& /*parameters*/) {
     return {};
@@ -35,19 +41,19 @@ class QXMediator {
   using TargetFactory = std::function<std::unique_ptr<MediatorTarget>()>;
 
   virtual ~QXMediator() = default;
-  /// Makes `name` ("Target_Uploader") known; a fresh target serves each action. Replaces an earlier
-  /// one of the same name.
+  /// Makes a target known under a name such as "Target_Uploader", in place of an earlier one of the
+  /// same name. `make` makes a new target for each action.
   virtual void registerTarget(std::string name, TargetFactory make) = 0;
-  /// Sends an action ("Action_Upload:") to a target, on the calling thread. An unknown target or
-  /// action does nothing but write one log line.
+  /// Sends an action such as "Action_Upload:" to a target, on the calling thread. For an unknown
+  /// target or action it only writes one log line.
   virtual void performTarget(std::string_view target, std::string_view action,
                              const Dictionary& parameters) = 0;
-  /// Asks the host ("Account_GetUserId"). Null when the host gives no answer.
+  /// Asks the host a question such as "Account_GetUserId". Null when the host gives no answer.
   virtual Value perform(std::string_view selector, const std::vector<Value>& arguments) = 0;
 };
 
-/// The argument of "Tracking_GetLongIdWithCompletion:": called once, on any thread, also before
-/// perform returns, with the host's number or nothing. Passed as Value::callback.
+/// The argument of "Tracking_GetLongIdWithCompletion:", passed as Value::callback. The host calls
+/// it once with a number or nothing, on any thread, and may do so before perform() returns.
 using LongIdCompletion = void(std::optional<std::int64_t>);
 
 struct LogRecord {
@@ -66,7 +72,7 @@ struct LogRecord {
 class QXLogger {
  public:
   virtual ~QXLogger() = default;
-  /// The active threshold: a record is wanted when its level is not below it.
+  /// The logger wants records whose level is not below this number.
   virtual int threshold() = 0;
   virtual void write(const LogRecord& record) = 0;
 };
@@ -77,7 +83,8 @@ inline constexpr std::string_view kUserChangedNotification = "kUserChangedNotifi
 class NotificationCentre {
  public:
   virtual ~NotificationCentre() = default;
-  /// Registers a handler for good; registering twice means being called twice.
+  /// Registers a handler that stays until the process ends. A handler that is registered twice is
+  /// called twice.
   virtual void addObserver(std::string name, std::function<void()> handler) = 0;
   /// Calls the handlers of `name` in the order of their registration, on the calling thread.
   virtual void post(std::string_view name) = 0;
@@ -96,7 +103,7 @@ class QXTrackingEvents {
   virtual void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
                           const std::optional<std::vector<std::string>>& tags,
                           const std::optional<Dictionary>& fields) = 0;
-  /// The map with every value in a form that JSON can hold; nothing when one has no such form.
+  /// The map with every value in a form that JSON can hold. Nothing when a value has no such form.
   virtual std::optional<Dictionary> anyCodable(const Dictionary& values) = 0;
 };
 

@@ -9,8 +9,8 @@
 //     exchange->cancel();
 //
 // Threads: send may be called from any thread, also from an answer handler. The handlers of a
-// request (answer, sink, progress) run on one thread of the implementation, where all other
-// exchanges wait for them: they hand work on and return.
+// request (answer, sink, progress) run on one thread of the implementation. All other exchanges
+// wait for a handler that runs, so that handlers hand their work on and return.
 #pragma once
 
 #include <cstddef>
@@ -31,25 +31,26 @@ namespace qx {
 /// Header fields in the order they are sent.
 using HTTPHeaders = std::vector<std::pair<std::string, std::string>>;
 
-/// Codes of Transport errors are this or larger, so that none of them is an AWSErrorCode.
+/// The codes of Transport errors begin here, so that none of them is an AWSErrorCode.
 inline constexpr std::int64_t kTransportErrorBase = 1000;
-/// Transport errors that every implementation tells apart.
+/// The Transport errors that every implementation tells apart.
 inline constexpr std::int64_t kUnsupportedScheme = kTransportErrorBase + 1;
 inline constexpr std::int64_t kMalformedUrl = kTransportErrorBase + 3;
 inline constexpr std::int64_t kTimedOut = kTransportErrorBase + 28;
 inline constexpr std::int64_t kCancelled = kTransportErrorBase + 42;
 inline constexpr std::int64_t kMalformedHeader = kTransportErrorBase + 43;
-/// The body went beyond its limit; the answer's status and headers stand.
+/// The body of the answer is larger than its limit. The answer's status and headers are valid.
 inline constexpr std::int64_t kAnswerTooLarge = kTransportErrorBase + 63;
 
-/// Why no whole answer came.
+/// The reason why no whole answer came.
 enum class HttpFailure {
   none,
-  /// Not reached, or lost on the way: another attempt may succeed.
+  /// The server was not reached or the connection was lost. Another attempt may succeed.
   connection,
-  /// The idle or the total timeout.
+  /// The idle timeout or the total timeout has passed.
   timeout,
-  /// Anything else: a refused certificate, a malformed request, an answer beyond its limit.
+  /// Any other reason, such as a refused certificate, a malformed request or an answer that is
+  /// larger than its limit.
   other,
 };
 
@@ -57,23 +58,24 @@ struct HttpAnswer {
   HttpFailure failure = HttpFailure::none;
   /// Set with a failure; domain "Transport".
   std::optional<Error> error;
-  /// True when at least a status line came (100 Continue does not count).
+  /// True when a status line has come. 100 Continue does not count.
   bool begun = false;
   int status = 0;
-  /// True when the answer says where its body ends and exactly that much came: by HTTP/2, by chunks
-  /// alone, or by one Content-Length. Otherwise a connection that broke off may look like the end.
+  /// True when the answer says where its body ends (by HTTP/2, by chunks alone, or by exactly one
+  /// Content-Length) and the body has come up to that place. Otherwise a lost connection may look
+  /// like the end of the body.
   bool framed = false;
-  /// From the start of the request to its end; the wait before the start is not part of it.
+  /// Seconds from the start of the request to its end, without the wait before the start.
   double elapsedSeconds = 0;
-  /// The part of them after the last byte of a body moved: of the request's, or of what the sink
-  /// took. All of them when no such byte moved.
+  /// Seconds at the end of the request in which no byte of a body moved: neither of the request's
+  /// body nor of what the sink takes. Equals elapsedSeconds when no such byte has moved at all.
   double standstillSeconds = 0;
-  /// Names in lower case, in the order they came.
+  /// The header fields in the order in which they came, their names in lower case.
   HTTPHeaders headers;
-  /// What did not go into the sink.
+  /// The body, except what went into the sink.
   std::string body;
 
-  /// The first header of this name (in lower case), or none.
+  /// The value of the first header of this name. `name` is in lower case.
   std::optional<std::string_view> header(std::string_view name) const {
     for (const auto& [key, value] : headers) {
       if (key == name) return value;
@@ -84,40 +86,42 @@ struct HttpAnswer {
 
 struct HttpRequest {
   std::string method = "GET";
-  /// Sent as it stands: "." segments and "//" stay.
+  /// The URL is sent unchanged: "." segments and "//" stay.
   std::string url;
   HTTPHeaders headers;
-  /// Sent one after the other from where they lie, with their exact length as Content-Length.
+  /// The pieces of the body. They are sent one after the other without a copy, with their exact
+  /// length as Content-Length.
   std::vector<Data> body;
-  /// Seconds in which no byte of the request and no byte of the answer's body moves; 0: no limit.
-  /// Counted once the request is started.
+  /// The request fails after so many seconds in which no byte of the request and no byte of the
+  /// answer's body has moved. 0: no limit. The time counts from the start of the request.
   double idleTimeoutSeconds = 60;
-  /// Seconds for the whole request, counted once it is started; 0: no limit.
+  /// Seconds for the whole request, counted from its start. 0: no limit.
   double totalTimeoutSeconds = 0;
-  /// True: the total timeout begins anew with every byte of a body that moves (see
+  /// True: the total timeout starts again whenever a byte of a body moves (see
   /// HttpAnswer::standstillSeconds).
   bool totalTimeoutIsForStandstill = false;
-  /// Seconds before the request is started.
+  /// Seconds to wait before the start of the request.
   double delaySeconds = 0;
-  /// The largest body to take into memory. A larger one is an error (kAnswerTooLarge); of an answer
-  /// other than 2xx, or one that a sink does not take, the rest is left out instead.
+  /// The size of the largest body to keep in memory. A larger body is an error (kAnswerTooLarge).
+  /// If the status is not 2xx, or the request has a sink, the rest of the body is dropped instead.
   std::size_t bodyLimit = std::size_t{16} << 20;
-  /// True: the head is the whole answer. It is handed over when the head has come and the request's
-  /// body has been sent or refused. The answer's body is thrown away; it is read for as long as the
-  /// idle timeout allows, so that the connection can serve another request.
+  /// True: the head is the whole answer. The answer handler is called when the head has come and
+  /// the request's body has been sent or refused. The answer's body is read and thrown away, for as
+  /// long as the idle timeout allows, so that the connection can serve another request.
   bool headIsAnswer = false;
-  /// Takes the body of an answer with status 200 piece by piece; false ends the request.
+  /// Takes the body of an answer with status 200 piece by piece. Returning false ends the request.
   std::function<bool(std::string_view)> sink;
-  /// Bytes of the body sent or, with a sink, received, and how many there will be (0: unknown).
+  /// Hears how many bytes of the request's body have been sent or, with a sink, how many bytes of
+  /// the answer's body have come, and of how many in total (0: unknown).
   std::function<void(std::int64_t completed, std::int64_t total)> progress;
 };
 
-/// A request on its way. It goes on when its handle is let go.
+/// The handle of a request. The request goes on when its handle is destroyed.
 class HttpExchange {
  public:
   virtual ~HttpExchange() = default;
-  /// Ends the exchange, from any thread: it is answered with the error kCancelled, unless its
-  /// answer has come. A second time does nothing.
+  /// Ends the request with the error kCancelled, unless its answer has come. May be called from any
+  /// thread; a second call does nothing.
   virtual void cancel() = 0;
 };
 
@@ -126,8 +130,8 @@ class Http {
   using AnswerHandler = std::function<void(HttpAnswer)>;
 
   virtual ~Http() = default;
-  /// Starts a request; `answered` is called exactly once, not before send has returned unless the
-  /// implementation has been shut down.
+  /// Starts a request. `answered` is called exactly once. It may be called before send returns only
+  /// if the implementation has been shut down.
   virtual std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) = 0;
 };
 

@@ -1,7 +1,11 @@
-// A mutex that clang's thread-safety analysis understands, and the annotations that go with it.
+// A mutex that clang's thread-safety analysis understands, and the annotations that go with it. The
+// clang build (-Wthread-safety -Werror) rejects an access to a guarded member without its mutex.
 //
-// Threads: what a mutex is for. Members say which mutex guards them with QX_GUARDED_BY, and the
-// clang build (-Wthread-safety -Werror) rejects an access without it.
+//     Mutex mutex_;
+//     int count_ QX_GUARDED_BY(mutex_) = 0;
+//     void increase() { MutexLock lock(mutex_); ++count_; }
+//
+// Threads: every operation may be called from any thread.
 #pragma once
 
 #include <condition_variable>
@@ -47,7 +51,8 @@ class QX_ANNOTATION(scoped_lockable) MutexLock {
   Mutex& mutex_;
 };
 
-/// A condition variable on a Mutex. Waits may wake early: call them in a loop on the condition.
+/// A condition variable for a Mutex. A wait may end early, so that callers wait in a loop that
+/// checks their condition.
 class Condition {
  public:
   void wait(Mutex& mutex) QX_REQUIRES(mutex) {
@@ -55,7 +60,7 @@ class Condition {
     condition_.wait(held);
     held.release();
   }
-  /// False when `deadline` passed.
+  /// False when `deadline` has passed.
   template <typename TimePoint>
   bool waitUntil(Mutex& mutex, const TimePoint& deadline) QX_REQUIRES(mutex) {
     std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
@@ -70,7 +75,7 @@ class Condition {
   std::condition_variable condition_;
 };
 
-/// A value that is read and replaced as a whole from any thread. `load` copies it out, so keep T
+/// A value that any thread may read and replace as a whole. load() copies the value, so T should be
 /// cheap to copy: a handle, a small record, a callback.
 template <typename T>
 class Guarded {
@@ -81,17 +86,17 @@ class Guarded {
     MutexLock lock(mutex_);
     return value_;
   }
-  /// The previous value is destroyed after the lock is released, for its destructor may do
-  /// anything.
+  /// The previous value is destroyed after the lock has been released, because its destructor may
+  /// do anything.
   void store(T value) QX_EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     std::swap(value_, value);
   }
-  /// Replaces the value by what `change` makes of it, in one step. `change` runs under the lock, so
-  /// it calls nobody.
+  /// Replaces the value, in one step, by the result of `change`. `change` runs under the lock, so
+  /// that it must not call foreign code.
   template <typename Change>
   void update(const Change& change) QX_EXCLUDES(mutex_) {
-    T value{};  // Takes what is replaced, and is destroyed after the lock is released.
+    T value{};  // Takes the previous value, and is destroyed after the lock has been released.
     MutexLock lock(mutex_);
     value = change(std::as_const(value_));
     std::swap(value_, value);

@@ -1,11 +1,15 @@
 // The networking layer: backend messages, the upload server's multipart requests, reachability.
 //
-// Threads: every operation may be called from any thread. Completions run once, never inside the
-// call that takes them: on a thread of the platform that is not the caller's and moves no other
-// transfers' bytes. They may block for as long as a file write takes.
-// Errors: an HTTP answer that is no success of the message has the domain "QXNetworking" and the
-// HTTP status as code; a transfer that got no whole answer has the domain "Transport" and a code
-// outside AWSErrorCode. Descriptions never hold a header value, a token or a signature.
+//     auto client = platform.messageClients.make(baseUrl, {{"USER-ID", "42"}}, std::nullopt, true);
+//     client->request(message, std::nullopt, /*timeoutSeconds=*/30, nullptr,
+//                     [](const QXNetworkingResponse& response) { use(response.value); });
+//
+// Threads: every operation may be called from any thread. A completion runs once, after the call
+// that takes it has returned, on a thread of the platform that no transfer needs. It may block for
+// as long as a file write takes.
+// Errors: a message that the backend refused has the domain "QXNetworking" and the HTTP status as
+// code. A transfer that got no whole answer has the domain "Transport" and a code outside
+// AWSErrorCode. Descriptions never hold a header value, a token or a signature.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +36,7 @@ using ProgressCallback = std::function<void(double)>;
 
 // ---- Backend messages
 
-/// Takes a message's fields in its order; a missing optional is left out.
+/// Takes the fields of a message in the message's order, without optional fields that are absent.
 class APIEncoder {
  public:
   virtual ~APIEncoder() = default;
@@ -43,13 +47,13 @@ class APIEncoder {
 class APIDecoder {
  public:
   virtual ~APIDecoder() = default;
-  /// The body as a value.
+  /// Reads the body.
   virtual Result<Value> decode(const Data& body) const = 0;
-  /// A date as the backend writes it (RFC 3339 with a zone).
+  /// Reads a date as the backend writes it (RFC 3339 with a zone).
   virtual Result<Date> date(const Value& value) const = 0;
 };
 
-/// A decoded response message; each kind derives from it.
+/// The base of all decoded response messages.
 class APIResponse {
  public:
   virtual ~APIResponse() = default;
@@ -67,11 +71,11 @@ class APIRequest {
   virtual ~APIRequest() = default;
   /// The path below the base URL, "v3/storage/get_upload_config".
   virtual std::string api() const = 0;
-  /// One entry: the HTTP method.
+  /// A list of one entry, the HTTP method.
   virtual std::vector<std::string> methods() const = 0;
   virtual std::vector<MimeBody> mimeBodies() const { return {}; }
   virtual OrderedMembers parseParamater(const APIEncoder& encoder) const = 0;
-  /// The response message that belongs to this request, decoded from the body of a success.
+  /// Decodes the response message of this request from the body of a successful answer.
   virtual Result<std::shared_ptr<const APIResponse>> decodeResponse(
       const Data& body, const APIDecoder& decoder) const = 0;
 };
@@ -82,13 +86,13 @@ struct QXNetworkingResponse {
   std::shared_ptr<const APIResponse> value;
 };
 
-/// A client for the messages of one backend and identity. Settings only: making one costs nothing,
-/// and requests under way go on when it is destroyed.
+/// A client for the messages of one backend and identity. It is a few settings, so that making one
+/// costs next to nothing, and requests that are under way go on when it is destroyed.
 class QXMessageAPINetworkingManager {
  public:
   using Completion = std::function<void(const QXNetworkingResponse&)>;
   virtual ~QXMessageAPINetworkingManager() = default;
-  /// Sends a message once; no retry. `headers` go on top of the manager's own.
+  /// Sends a message once, without a retry. `headers` are added to those of the client.
   virtual void request(std::shared_ptr<const APIRequest> message,
                        const std::optional<HTTPHeaders>& headers, double timeoutSeconds,
                        ProgressCallback progress, Completion completion) = 0;
@@ -97,7 +101,7 @@ class QXMessageAPINetworkingManager {
 class MessageClients {
  public:
   virtual ~MessageClients() = default;
-  /// `headers` go with every message; with `addSignature` each message is signed.
+  /// Every message has the `headers`. With `addSignature` every message is signed.
   virtual std::shared_ptr<QXMessageAPINetworkingManager> make(
       const Url& baseURL, HTTPHeaders headers, std::optional<double> timeoutForRequest,
       bool addSignature) = 0;
@@ -128,12 +132,12 @@ class MultipartFormData {
 };
 
 struct QXNetworkingUploadRequest {
-  /// As the host gave it; a text that is no URL ends in a transport error.
+  /// The address as the host gave it. A text that is no URL ends in a Transport error.
   std::string url;
   HTTPHeaders headers;
   std::optional<Dictionary> parameters;
   std::optional<std::vector<std::string>> acceptableContentTypes;
-  /// Fills the form; called once, before upload returns.
+  /// Fills the form. Called once, before upload() returns.
   std::function<void(MultipartFormData&)> multipartFormData;
 };
 
@@ -142,18 +146,18 @@ struct HTTPURLResponse {
 };
 
 struct QXNetworkingUploadResponse {
-  /// Set only when no whole HTTP answer came; an HTTP status of any kind is no error here.
+  /// Set only when no whole HTTP answer has come. No HTTP status counts as an error here.
   std::optional<Error> error;
   std::optional<HTTPURLResponse> httpURLResponse;
 };
 
-/// A networking manager. Settings only, as above.
+/// A client for the upload server. It is a few settings, like the message client above.
 class QXNetworkingManager {
  public:
   using Completion = std::function<void(const QXNetworkingUploadResponse&)>;
   virtual ~QXNetworkingManager() = default;
-  /// Sends the form as one POST, streamed from the parts without a copy of their bytes. The head of
-  /// the answer completes it; the answer's body is not read.
+  /// Sends the form as one POST, without a copy of the bytes of its parts. The request is complete
+  /// when the head of the answer has come; the answer's body is not used.
   virtual void upload(const QXNetworkingUploadRequest& request, ProgressCallback progress,
                       Completion completion) = 0;
 };
@@ -161,12 +165,12 @@ class QXNetworkingManager {
 class UploadClients {
  public:
   virtual ~UploadClients() = default;
-  /// `timeoutForRequest`: seconds without any movement after which a request fails.
+  /// A request fails after `timeoutForRequest` seconds in which no byte has moved.
   virtual std::shared_ptr<QXNetworkingManager> make(HTTPHeaders headers,
                                                     double timeoutForRequest) = 0;
-  /// HTTPHeaders.default: what the HTTP client sends unless told otherwise.
+  /// The headers that the HTTP client sends by default.
   virtual HTTPHeaders defaultHeaders() = 0;
-  /// QXNetworkingUserAgent: "name/version".
+  /// The library's user agent, "name/version".
   virtual std::string QXNetworkingUserAgent() = 0;
 };
 
@@ -174,11 +178,11 @@ class UploadClients {
 
 class QXNetworkingReachabilityTool {
  public:
-  /// (reachable, unused second flag), on any thread.
+  /// Called on any thread with the new reachability and a second flag that is not used.
   using Listener = std::function<void(bool, bool)>;
   virtual ~QXNetworkingReachabilityTool() = default;
   virtual bool isReachable() = 0;
-  /// Adds a listener for good; called on every change.
+  /// Adds a listener that stays until the process ends. It is called on every change.
   virtual void startListening(Listener listener) = 0;
 };
 

@@ -1,6 +1,9 @@
-// A file that is written beside its destination and takes its place when it is whole.
+// A file that is written beside its destination and takes the destination's place when it is whole.
 //
-// Threads: files may be made by any thread; each is used by one thread at a time.
+//     const auto file = partFiles.create("/home/me/cache/a.jpg");
+//     if (file && (*file)->write(bytes)) return (*file)->publish();
+//
+// Threads: any thread may create files. Each file belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -14,18 +17,18 @@
 
 namespace qx {
 
-/// Errors: domain "ObjectStore"; code 4 when the folder is missing, else 0.
+/// Its errors have the domain "ObjectStore" and the code 4 when the folder is missing, else 0.
 class PartFile {
  public:
-  /// Removes what was written unless it was published.
+  /// Removes the file unless it has been published.
   virtual ~PartFile() = default;
-  /// Appends; false on failure, which error() then names.
+  /// Appends bytes. False after a failure, which error() describes.
   virtual bool write(std::string_view bytes) = 0;
-  /// Empties it.
+  /// Empties the file. False after a failure, which error() describes.
   virtual bool restart() = 0;
-  /// Up to `size` bytes from `offset` on; empty at the end.
+  /// Reads up to `size` bytes from `offset` on; an empty text at the end of the file.
   virtual Result<std::string> read(std::uint64_t offset, std::size_t size) = 0;
-  /// Puts it in the destination's place.
+  /// Puts the file in the destination's place in one step.
   virtual std::optional<Error> publish() = 0;
   virtual std::optional<Error> error() const = 0;
 };
@@ -33,7 +36,7 @@ class PartFile {
 class PartFiles {
  public:
   virtual ~PartFiles() = default;
-  /// Makes a file in the folder of `path`, for this user alone (0600).
+  /// Makes a file in the folder of the destination `path`, for this user alone (mode 0600).
   virtual Result<std::unique_ptr<PartFile>> create(const std::string& path) = 0;
 };
 

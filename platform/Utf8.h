@@ -1,6 +1,10 @@
-// One strict reader of UTF-8 (RFC 3629).
+// A strict reader of UTF-8 (RFC 3629).
 //
-// Threads: pure functions, callable from any thread.
+//     std::string_view rest = "a\u00e9";
+//     takeUtf8Character(rest);  // 0x61; `rest` is "\u00e9" now.
+//     isUtf8("\xc3");           // False: the character is truncated.
+//
+// Threads: pure functions.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +13,9 @@
 
 namespace qx {
 
-/// Takes the first character off `text`, which is not empty; nothing, and nothing taken, when its
-/// first bytes are no UTF-8: overlong forms, surrogates, above U+10FFFF, cut off.
+/// Removes the first character from `text`, which is not empty, and yields it. Yields nothing and
+/// leaves `text` as it is when its first bytes are no UTF-8: an overlong form, a surrogate, a code
+/// above U+10FFFF, or a truncated character.
 std::optional<std::uint32_t> takeUtf8Character(std::string_view& text);
 
 bool isUtf8(std::string_view text);

@@ -1,6 +1,12 @@
-// What a host dictionary, a JSON text or a property list can hold, and one reader per type.
+// The values that a host dictionary, a JSON text or a property list can hold, and a reader for each
+// type.
 //
-// Threads: a Value is a plain value; copies are independent, payloads (Data) are shared.
+//     const Dictionary parameters = {{"scope", "avatar"}, {"count", 2}, {"data", Data("hello")}};
+//     readText(parameters, "scope");  // "avatar"
+//     readBool(parameters, "count");  // Nothing, because an integer is not a boolean.
+//
+// Threads: a Value is a plain value. Copies are independent of one another, but share the bytes of
+// Data.
 #pragma once
 
 #include <cstdint>
@@ -29,26 +35,27 @@ struct Date {
   friend bool operator==(const Date&, const Date&) = default;
 };
 
-/// One object for each type: its address tells the types apart, also where hosts are compiled
-/// without run-time type information. Exported, so that host and shared library have the same one.
+/// One object for each type. Its address tells the types apart, also in hosts that are compiled
+/// without run-time type information. It is exported, so that a host and the shared library use the
+/// same object.
 template <typename T>
 struct QX_EXPORT TypeTag {
   static inline const char tag = 0;
 };
 
-/// An object of the host that the library only passes on or calls: a callback, as a rule.
+/// An object of the host that the library passes on or calls, mostly a callback.
 class HostObject {
  public:
   template <typename T>
   static HostObject of(T object) {
     return HostObject(std::make_shared<const T>(std::move(object)), &TypeTag<T>::tag);
   }
-  /// The object when it is exactly a T, else null. Alive as long as a copy of this handle.
+  /// The object when its type is exactly T, else null. It lives as long as a copy of this handle.
   template <typename T>
   const T* as() const {
     return type_ == &TypeTag<T>::tag ? static_cast<const T*>(object_.get()) : nullptr;
   }
-  /// The same object, not an equal one.
+  /// True for the same object, not for an equal one.
   friend bool operator==(const HostObject& a, const HostObject& b) {
     return a.object_ == b.object_;
   }
@@ -64,7 +71,7 @@ class Value {
  public:
   /// Null.
   Value() = default;
-  // The constructors are implicit: a Value stands wherever one of these does.
+  // The constructors are implicit, so that a Value can be written as one of these.
   Value(bool v) : state_(v) {}
   Value(int v) : state_(std::int64_t{v}) {}
   Value(std::int64_t v) : state_(v) {}
@@ -78,15 +85,15 @@ class Value {
   Value(Array v);
   Value(Dictionary v);
   Value(HostObject v) : state_(std::move(v)) {}
-  /// A callback of the given signature, to be read back with readCallback<Signature>.
+  /// A callback of the given signature. readCallback<Signature>() reads it.
   template <typename Signature>
   static Value callback(std::function<Signature> f) {
     return HostObject::of(std::move(f));
   }
 
   bool isNull() const { return state_.index() == 0; }
-  // Each yields the content when the value is of exactly that kind, else null. A boolean is not an
-  // integer, an integer is not a boolean, a signed integer is not an unsigned one.
+  // Each of these yields the content when the value has exactly that type, else null. A boolean is
+  // not an integer, an integer is not a boolean, and a signed integer is not an unsigned one.
   const bool* asBool() const { return std::get_if<bool>(&state_); }
   const std::int64_t* asInt() const { return std::get_if<std::int64_t>(&state_); }
   const std::uint64_t* asUInt() const { return std::get_if<std::uint64_t>(&state_); }
@@ -106,21 +113,22 @@ class Value {
       state_;
 };
 
-// Readers: the value under `key` when it is present and of the expected type, else nothing.
+// Each reader yields the value under `key` when it is present and has the expected type, else
+// nothing.
 std::optional<bool> readBool(const Dictionary& dictionary, std::string_view key);
-/// A signed 64-bit integer; an unsigned one that fits counts too.
+/// Reads a signed 64-bit integer, or an unsigned one that fits into it.
 std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_view key);
 std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key);
 std::optional<Data> readData(const Dictionary& dictionary, std::string_view key);
 std::optional<Dictionary> readDictionary(const Dictionary& dictionary, std::string_view key);
-/// A list whose elements are all texts.
+/// Reads a list whose elements are all texts.
 std::optional<std::vector<std::string>> readTextList(const Dictionary& dictionary,
                                                      std::string_view key);
-/// A dictionary whose values are all texts.
+/// Reads a dictionary whose values are all texts.
 std::optional<std::map<std::string, std::string>> readTextMap(const Dictionary& dictionary,
                                                               std::string_view key);
 
-/// A callback of exactly this signature; an empty std::function counts as absent.
+/// Reads a callback of exactly this signature. An empty std::function counts as absent.
 template <typename Signature>
 std::optional<std::function<Signature>> readCallback(const Dictionary& dictionary,
                                                      std::string_view key) {

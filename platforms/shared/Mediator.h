@@ -1,4 +1,9 @@
-// The mediator: targets and actions by name, the host's answers as registered functions.
+// The mediator: it finds targets and actions by name, and the host's answers among functions that
+// the host has registered.
+//
+//     mediator.answer("Account_GetUserId", [] { return Value("42"); });
+//     mediator.performTarget("Target_Uploader", "Action_SetUp:", {{"needServerResize", false}});
+//     mediator.perform("Account_GetUserId", {});  // Value("42")
 //
 // Threads: every operation may be called from any thread. Answers and actions run on the calling
 // thread, outside the mediator's lock.
@@ -22,14 +27,14 @@ class Mediator : public QXMediator {
  public:
   using Answer = std::function<Value(const std::vector<Value>& arguments)>;
 
-  /// `logger` may be null; it gets the lines about unknown targets, actions and selectors, outside
-  /// production only.
-  /// `mistakes` may be null; it gets what a host's developer should mend, also in production.
+  /// `logger` gets the lines about unknown targets, actions and selectors, outside production only.
+  /// `mistakes` gets the mistakes that the host's developer should correct, also in production.
+  /// Both may be null.
   explicit Mediator(QXLogger* logger, DeveloperMistakes* mistakes = nullptr);
 
-  /// Registers the host's answer to a selector; replaces an earlier one.
+  /// Registers the host's answer to a selector, in place of an earlier one.
   void answer(std::string selector, Answer answer);
-  /// The same for an answer that needs no arguments.
+  /// Registers an answer that needs no arguments.
   void answer(std::string selector, std::function<Value()> answer);
 
   void registerTarget(std::string name, TargetFactory make) override;
