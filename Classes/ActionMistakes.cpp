@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "Classes/Target_Uploader.h"
+#include "Classes/HostCallbacks.h"
 #include "platform/Files.h"
 #include "platform/Url.h"
 

@@ -1,41 +1,23 @@
 // The library's whole external interface: the actions that the host sends through the mediator.
 //
 // Threads: an action runs on the caller's thread and returns at once; results come through the
-// callbacks in its dictionary, on the threads named below. No action returns a value or throws.
+// callbacks in its dictionary, on the threads that HostCallbacks.h names. No action returns a value
+// or throws.
 #pragma once
 
-#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "platform/Error.h"
+// For hosts, which include this header alone.
+#include "Classes/HostCallbacks.h"
 #include "platform/Host.h"
-#include "platform/Url.h"
 
 namespace qx {
 
 class Library;
-
-// The host's callbacks, passed in a dictionary as Value::callback<Signature>(...).
-
-/// "complete" of "Action_Upload:": (URL, item id, no error) or (no URL, 0, error). Once, on the
-/// thread that TaskExecutor.h names for its report; for a transfer to the object store whose item
-/// id is known, that is the main queue.
-using HostUploadComplete = void(std::optional<std::string> url, std::int64_t itemId,
-                                std::optional<Error> error);
-/// "callback" of "Action_RegisterBackground:": (scope, URL, extra values as text, error). Once per
-/// attempt of every background upload, on the thread on which the attempt ended.
-using HostBackgroundCallback = void(std::string scope, std::optional<std::string> url,
-                                    std::map<std::string, std::string> extra,
-                                    std::optional<Error> error);
-/// "progress" of "Action_Download:": a fraction in 0...1, on the main queue.
-using HostDownloadProgress = void(double fraction);
-/// "complete" of "Action_Download:": (local file URL, no error) or (no URL, error). At most once;
-/// AWSDownloader::download says on which thread, and when never.
-using HostDownloadComplete = void(std::optional<Url> location, std::optional<Error> error);
 
 class Target_Uploader : public MediatorTarget {
  public:

@@ -26,7 +26,7 @@ install(EXPORT QXAwsUploaderTargets NAMESPACE qx:: DESTINATION ${QX_PACKAGE_DIR}
 # host makes it, and the fakes. Everything else is private to the library.
 file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
 install(FILES ${platform_headers} DESTINATION ${QX_HEADERS_DIR}/platform COMPONENT development)
-install(FILES Classes/Target_Uploader.h Classes/AWSCallbackStatus.h
+install(FILES Classes/Target_Uploader.h Classes/HostCallbacks.h Classes/AWSCallbackStatus.h
   DESTINATION ${QX_HEADERS_DIR}/Classes COMPONENT development)
 if(TARGET qx_platform_linux)
   install(FILES platforms/linux/LinuxPlatform.h

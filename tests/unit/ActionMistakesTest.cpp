@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Classes/Target_Uploader.h"
+#include "Classes/HostCallbacks.h"
 #include "fakes/FakeValues.h"
 
 namespace qx {
