@@ -1,5 +1,3 @@
-#include "platform/AWSRegion.h"
-
 #include "platform/ObjectStore.h"
 
 namespace qx {

@@ -11,7 +11,7 @@
 
 #include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
-#include "s3/TransferUtility.h"
+#include "s3/StoreContext.h"
 
 namespace qx {
 

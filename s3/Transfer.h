@@ -17,8 +17,8 @@
 
 #include "http/Delivery.h"
 #include "platform/ObjectStore.h"
+#include "s3/StoreContext.h"
 #include "s3/TransferRules.h"
-#include "s3/TransferUtility.h"
 
 namespace qx {
 

@@ -9,58 +9,15 @@
 // thread.
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 
 #include "http/Redaction.h"
-#include "platform/Clock.h"
-#include "platform/Digests.h"
-#include "platform/Dispatch.h"
-#include "platform/Http.h"
-#include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
-#include "platform/PartFile.h"
-#include "s3/SigV4.h"
 #include "s3/StoreAddress.h"
+#include "s3/StoreContext.h"
 
 namespace qx {
-
-/// How far the clocks of stores are ahead of ours, as each store last told. A store is its
-/// endpoint's host and port; the names that it has for buckets and regions are the same store.
-///
-/// Threads: every operation may be called from any thread.
-class StoreClocks {
- public:
-  /// Seconds; 0 for a store that has told nothing.
-  double offset(const StoreEndpoint& store);
-  void learn(const StoreEndpoint& store, double offset);
-
- private:
-  Mutex mutex_;
-  std::map<std::string, double> offsets_ QX_GUARDED_BY(mutex_);
-};
-
-/// What an object store stands on. All of it must outlive its transfers; the queue also the HTTP.
-struct StoreSeams {
-  Http& http;
-  Digests& digests;
-  PartFiles& files;
-  DispatchQueue& completions;
-  Clock& clock;
-};
-
-/// What all transfers of a store share.
-struct StoreContext {
-  StoreContext(const StoreSeams& storeSeams, bool onlyStandstillCounts)
-      : seams(storeSeams), countsStandstillOnly(onlyStandstillCounts), signer(seams.digests) {}
-
-  const StoreSeams seams;
-  /// See S3ObjectStore.
-  const bool countsStandstillOnly;
-  SigV4Signer signer;
-  StoreClocks clocks;
-};
 
 class TransferUtility : public AWSS3TransferUtility {
  public:
