@@ -1,8 +1,9 @@
-// Brings the reports of one transfer to the completion queue: progress in order, the newest only,
-// then the end, once, and nothing after it.
+// Brings the reports of one transfer to the completion queue: progress reports in order, then one
+// report of the end, and nothing after it. A progress report that has not run when the next one
+// comes is dropped.
 //
-// Threads: progress and finish are called by one thread at a time; what they are given runs on the
-// queue, never two at once.
+// Threads: one thread at a time calls progress and finish. The work that they are given runs on the
+// queue, one piece at a time.
 #pragma once
 
 #include <functional>
@@ -19,7 +20,7 @@ class Delivery : public std::enable_shared_from_this<Delivery> {
  public:
   explicit Delivery(DispatchQueue& queue) : queue_(queue) {}
 
-  /// Replaces a report that has not run yet.
+  /// Enqueues a report, in place of an earlier one that has not run yet.
   void progress(Work report) { add(std::move(report), false); }
   void finish(Work end) { add(std::move(end), true); }
 

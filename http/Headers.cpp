@@ -99,8 +99,8 @@ std::optional<std::int64_t> contentLength(std::string_view text) {
   return length;
 }
 
-// Whatever contradicts itself is no certain end: another reader of the same answer may understand
-// it differently.
+// Headers that contradict one another do not say for certain where the body ends, because another
+// reader of the same answer may understand them differently.
 bool isFramed(const HTTPHeaders& headers, std::string_view version, std::int64_t received) {
   int lengths = 0;
   int codings = 0;

@@ -1,6 +1,6 @@
 // Bytes as lower-case hexadecimal digits.
 //
-// Threads: a pure function, callable from any thread.
+// Threads: a pure function.
 #pragma once
 
 #include <cstddef>

@@ -79,7 +79,7 @@ std::optional<double> parseHttpDate(std::string_view text) {
   // "Sun, 06 Nov 1994 08:49:37 GMT" and "Sunday, 06-Nov-94 08:49:37 GMT"
   std::optional<int> year = number(parts[3], 4, 4);
   if (const auto twoDigits = number(parts[3], 2, 2)) {
-    // RFC 9110 wants the century that is nearest; the form is older than this one.
+    // RFC 9110 asks for the century that is nearest. This form is older than the present century.
     year = *twoDigits + (*twoDigits < 70 ? 2000 : 1900);
   }
   return secondsOf(year, parts[2], number(parts[1], 2, 2), parts[4]);

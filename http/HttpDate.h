@@ -1,6 +1,6 @@
-// Dates as HTTP headers carry them.
+// Dates in HTTP headers.
 //
-// Threads: a pure function, callable from any thread.
+// Threads: a pure function.
 #pragma once
 
 #include <optional>
@@ -8,8 +8,8 @@
 
 namespace qx {
 
-/// Seconds since 1970 of a Date or Retry-After header in one of the three forms of RFC 9110, all of
-/// which are in Greenwich time; nothing for any other text.
+/// The seconds since 1970 of a Date or Retry-After header in one of the three forms of RFC 9110,
+/// all of which are in Greenwich time. Nothing for any other text.
 std::optional<double> parseHttpDate(std::string_view text);
 
 }  // namespace qx

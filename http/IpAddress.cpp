@@ -21,8 +21,8 @@ bool isOctet(std::string_view text) {
   return value <= 255;
 }
 
-/// How many groups the text between two ends or "::" makes; nothing when it is malformed. An empty
-/// text makes none.
+/// The number of groups in the text between two ends or "::". Nothing when the text is malformed.
+/// An empty text has no group.
 std::optional<int> groupsOf(std::string_view text, bool mayEndInIpv4) {
   int groups = 0;
   while (!text.empty()) {
@@ -36,7 +36,7 @@ std::optional<int> groupsOf(std::string_view text, bool mayEndInIpv4) {
     ++groups;
     if (last) break;
     text.remove_prefix(colon + 1);
-    // A single colon at the end.
+    // The text ends with a single colon.
     if (text.empty()) return std::nullopt;
   }
   return groups;

@@ -16,10 +16,10 @@
 namespace qx {
 namespace {
 
-/// When a message names no time and its manager neither.
+/// The time for a message when neither the message nor its manager has a timeout.
 constexpr double kDefaultTimeoutSeconds = 60;
-/// The longest answer that is read: the credentials of 500 scopes fit. Reading one takes up to ten
-/// times its length in memory.
+/// The size of the longest answer that is read. The credentials of 500 scopes fit into it. Reading
+/// an answer takes up to ten times its size in memory.
 constexpr std::size_t kBodyLimit = 1 << 20;
 constexpr const char* kTokenHeader = "ACCESS-TOKEN";
 
@@ -62,7 +62,7 @@ std::string decimal(double value) {
   return {text.data(), end.ptr};
 }
 
-/// A parameter's text in a query or form; nothing for what has none.
+/// The text of a parameter in a query or form. Nothing for a value that has no text.
 std::optional<std::string> parameterText(const Value& value) {
   if (const auto* text = value.asText()) return *text;
   if (const auto* boolean = value.asBool()) return *boolean ? "true" : "false";
@@ -74,7 +74,7 @@ std::optional<std::string> parameterText(const Value& value) {
   return std::nullopt;
 }
 
-/// Path and query of a URL as they stand on the request line.
+/// The path and the query of a URL as they stand on the request line.
 std::string pathAndQuery(std::string_view url) {
   const std::size_t scheme = url.find("://");
   const std::size_t authority = scheme == std::string_view::npos ? 0 : scheme + 3;
@@ -115,8 +115,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
       return;
     }
     auto& [request, secrets] = *built;
-    // A message is small: its time is for the whole exchange, so that a server that drips cannot
-    // hold up those who wait for the answer.
+    // A message is small, so its time limit applies to the whole exchange. A server that sends a
+    // byte now and then cannot hold up those who wait for the answer.
     request.totalTimeoutSeconds =
         timeoutSeconds > 0 ? timeoutSeconds : timeoutForRequest_.value_or(kDefaultTimeoutSeconds);
     request.idleTimeoutSeconds = request.totalTimeoutSeconds;
@@ -132,7 +132,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
         std::move(request),
         [delivery, message = std::move(message), completion = std::move(completion),
          secrets = std::move(secrets), &json = environment_.seams.json](HttpAnswer answer) mutable {
-          // Decoding belongs on the completion queue: the engine's thread moves others' bytes.
+          // The answer is decoded on the completion queue, because all transfers need the engine's
+          // thread.
           delivery->finish([message = std::move(message), completion = std::move(completion),
                             secrets = std::move(secrets), &json,
                             answer = std::move(answer)]() mutable {
@@ -149,7 +150,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
  private:
   struct Built {
     HttpRequest request;
-    /// What an error must not repeat: the access token and the signature.
+    /// The access token and the signature, which an error text must not repeat.
     std::vector<std::string> secrets;
   };
 
@@ -211,7 +212,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
       request.headers.push_back(environment_.signer(toSign));
       const std::string& signature = request.headers.back().second;
       built.secrets.push_back(signature);
-      // The digest of "t=...,v1=<digest>" alone, too.
+      // An error text must not repeat the digest in "t=...,v1=<digest>" alone, either.
       built.secrets.push_back(signature.substr(signature.rfind('=') + 1));
     }
     return built;
@@ -230,7 +231,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
     return {std::nullopt, std::move(*value)};
   }
 
-  /// The message of the backend's error record, or the bare status when the body is none.
+  /// The message of the backend's error record, or "HTTP <status>" when the body is no such record.
   static std::string failureText(const Data& body, int status, const APIDecoder& decoder) {
     const auto value = decoder.decode(body);
     auto record = value ? APIError::decode(*value) : Result<APIError>(value.error());
@@ -242,7 +243,7 @@ class MessageManager : public QXMessageAPINetworkingManager {
   const HTTPHeaders headers_;
   const std::optional<double> timeoutForRequest_;
   const bool addSignature_;
-  /// In force as long as messages may be sent with it.
+  /// Keeps the access token in force as long as messages may be sent with it.
   const SecretsInForce::Holder token_;
 };
 

@@ -1,11 +1,11 @@
 // Backend messages over the HTTP seam.
 //
-// A GET carries its parameters in the query, any other method as a JSON object body in the
-// message's order, or as a form when the message has multipart bodies. A 2xx body is the response
-// itself; any other status is an error whose description is the backend's own message, else
-// "HTTP <status>".
+// A GET carries its parameters in the query. Any other method carries them in the body: as a JSON
+// object in the order of the message, or as a form when the message has multipart bodies. A body of
+// status 2xx is the response itself. Any other status is an error whose description is the message
+// of the backend's error record, or "HTTP <status>" when the body is no such record.
 //
-// Threads: as in Networking.h; completions and progress run on the completion queue.
+// Threads: as in Networking.h. Completions and progress run on the completion queue.
 #pragma once
 
 #include <functional>
@@ -24,7 +24,8 @@
 
 namespace qx {
 
-/// What backend messages stand on. All of it must outlive all messages; the queue also the HTTP.
+/// The seams that backend messages use. All of them must outlive all messages, and the queue must
+/// outlive the HTTP.
 struct MessageSeams {
   Http& http;
   Digests& digests;
@@ -36,7 +37,7 @@ struct MessageSeams {
 
 class HttpMessageClients : public MessageClients {
  public:
-  /// An empty `signer` means hmacMessageSignature, an empty `localisedText` English.
+  /// An empty `signer` stands for hmacMessageSignature, an empty `localisedText` for English texts.
   explicit HttpMessageClients(const MessageSeams& seams, MessageSigner signer = {},
                               std::function<std::string(std::string_view)> localisedText = {});
 

@@ -10,7 +10,8 @@
 namespace qx {
 namespace {
 
-/// A name between quotes: what would end it or the line is percent-encoded, as browsers do.
+/// The name between quotes. Characters that would end the name or the line are percent-encoded, as
+/// browsers do it.
 std::string quoted(std::string_view name) {
   std::string text = "\"";
   for (const char c : name) {
@@ -34,7 +35,7 @@ std::string quoted(std::string_view name) {
   return text + '"';
 }
 
-/// A MIME type stands in a header line as it is; control characters have no place in one.
+/// The MIME type without control characters, because it becomes part of a header line.
 std::string headerText(std::string_view value) {
   std::string text;
   for (const char c : value) {

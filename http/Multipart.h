@@ -1,6 +1,7 @@
-// The body of a multipart/form-data request (RFC 7578) as pieces that refer to the parts' bytes.
+// The body of a multipart/form-data request (RFC 7578), as pieces that refer to the bytes of the
+// parts.
 //
-// Threads: pure functions, callable from any thread.
+// Threads: pure functions.
 #pragma once
 
 #include <string>
@@ -18,10 +19,10 @@ struct MultipartBody {
   std::vector<Data> pieces;
 };
 
-/// `boundary` must not occur in the parts: a random one of 128 bits does not.
+/// `boundary` must not occur in the parts. A random boundary of 128 bits does not.
 MultipartBody makeMultipartBody(const std::vector<MultipartFormData::Part>& parts,
                                 const std::string& boundary);
-/// A fresh random boundary.
+/// Makes a random boundary.
 std::string makeBoundary(Random& random);
 
 }  // namespace qx

@@ -17,10 +17,11 @@ int hexDigit(char c) {
   return -1;
 }
 
-/// A text with its percent escapes resolved.
+/// A text whose percent escapes are resolved.
 struct Plain {
   std::string text;
-  /// Where each character of `text` begins in the text it was made from, and at last its end.
+  /// The position of each character of `text` in the original text, followed by the end of the
+  /// original.
   std::vector<std::size_t> origins;
 };
 
@@ -38,8 +39,8 @@ Plain plainOf(std::string_view text) {
   return plain;
 }
 
-/// What base64 makes of `secret` when `before` bytes stand in front of it, without the characters
-/// that depend on its neighbours.
+/// The part of a base64 text that stands for `secret` when `before` bytes precede it, without the
+/// characters that depend on the secret's neighbours.
 std::string base64(std::string_view secret, std::size_t before, std::string_view digits) {
   std::string text;
   std::uint32_t bits = 0;
@@ -59,8 +60,8 @@ std::string base64(std::string_view secret, std::size_t before, std::string_view
   return text;
 }
 
-/// A secret as it is, with its own percent escapes resolved (as those of the text are), and what
-/// base64 makes of it at each of three places, in either alphabet.
+/// The forms of a secret: unchanged; with its percent escapes resolved, like those of the text; and
+/// in base64 at each of three places, in either alphabet.
 constexpr int kForms = 8;
 
 std::string formOf(std::string_view secret, int form) {
@@ -73,12 +74,12 @@ std::string formOf(std::string_view secret, int form) {
   return base64(secret, place % 3, digits[place / 3]);
 }
 
-/// The forms of all secrets by their first bytes, so that a long text and many secrets are no
-/// product of times.
+/// The forms of all secrets by their first bytes, so that the cost is not the length of the text
+/// times the number of secrets.
 class Index {
  public:
   explicit Index(const std::vector<std::string_view>& secrets) {
-    // Each of the first bytes of a form is made of three bytes at most.
+    // Each of the first bytes of a form comes from at most three bytes of the secret.
     constexpr std::size_t kDecisive = 3 * kShortestSecret;
     for (const std::string_view secret : secrets) {
       if (secret.size() < kShortestSecret) continue;
@@ -90,7 +91,8 @@ class Index {
     }
   }
 
-  /// How many bytes of a secret's form `text` begins with; 0 when they are too few to tell.
+  /// The number of bytes at the beginning of `text` that match a form of a secret; 0 when these are
+  /// too few to recognise a secret.
   std::size_t matched(std::string_view text) const {
     if (text.size() < kShortestSecret) return 0;
     const auto found = forms_.find(std::string(text.substr(0, kShortestSecret)));
@@ -128,7 +130,7 @@ std::string withoutSecrets(std::string_view text, const std::vector<std::string_
 }
 
 SecretsInForce& SecretsInForce::ofProcess() {
-  // Never destroyed: a holder may outlive all that is.
+  // The list is never destroyed, because a holder may outlive all other objects.
   static auto& instance = *new SecretsInForce;
   return instance;
 }

@@ -1,9 +1,10 @@
-// Keeps secrets out of texts that others wrote: an error record may repeat what it was sent.
+// Removes secrets from texts that a server has written, because an error record may repeat what the
+// server was sent.
 //
-// One list holds the secrets in force of the whole process, so that the store's credentials stay
-// out of what the backend says as well, and the user's token out of what the store says.
+// One list holds the secrets in force of the whole process. The store's credentials are therefore
+// removed from texts of the backend, and the user's token from texts of the store.
 //
-// Threads: all operations may be called from any thread.
+// Threads: every operation may be called from any thread.
 #pragma once
 
 #include <cstddef>
@@ -16,18 +17,18 @@
 
 namespace qx {
 
-/// A secret shorter than this cannot be told from ordinary words and eats no text; of a longer one
-/// so many first bytes are enough to be recognised.
+/// The number of first bytes by which a secret is recognised. A shorter secret cannot be told from
+/// ordinary words and is not removed.
 inline constexpr std::size_t kShortestSecret = 16;
 
-/// `text` with "..." in place of the secrets: each as it is, percent-encoded in any way or as part
-/// of a base64 text, also when only its beginning is there.
+/// The text with "..." in place of the secrets. A secret is found when it is unchanged,
+/// percent-encoded in any way or part of a base64 text, and also when only its beginning is there.
 std::string withoutSecrets(std::string_view text, const std::vector<std::string_view>& secrets);
 
-/// The secrets in force of this process.
+/// The list of the secrets in force of this process.
 class SecretsInForce {
  public:
-  /// Keeps secrets in force as long as it lives.
+  /// Keeps secrets in force as long as it exists.
   class Holder {
    public:
     explicit Holder(std::vector<std::string> secrets);
@@ -39,14 +40,14 @@ class SecretsInForce {
     const std::vector<std::string> secrets_;
   };
 
-  /// `text` without the secrets in force and without `others`.
+  /// The text without the secrets in force and without `others`.
   static std::string leftOutOf(std::string_view text, const std::vector<std::string_view>& others);
 
  private:
   static SecretsInForce& ofProcess();
 
   Mutex mutex_;
-  /// How many holders keep each.
+  /// The number of holders of each secret.
   std::map<std::string, int> holders_ QX_GUARDED_BY(mutex_);
 };
 

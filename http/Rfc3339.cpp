@@ -9,7 +9,7 @@
 namespace qx {
 namespace {
 
-/// Reads a text from its start; the first mismatch makes every later step fail.
+/// Reads a text from its start. After the first mismatch every later step fails.
 class Reader {
  public:
   explicit Reader(std::string_view text) : text_(text) {}
@@ -23,7 +23,7 @@ class Reader {
     }
     return good_ ? value : 0;
   }
-  /// One of `choices`, which is taken.
+  /// Takes the next character, which must be one of `choices`.
   char one(std::string_view choices) {
     const char c = next();
     if (choices.find(c) == std::string_view::npos) good_ = false;
@@ -81,7 +81,7 @@ std::optional<double> parseRfc3339(std::string_view text) {
   const std::chrono::year_month_day date{year{yearNumber},
                                          month{static_cast<unsigned>(monthNumber)},
                                          day{static_cast<unsigned>(dayNumber)}};
-  // 60 is a leap second; it counts as the first second of the next minute.
+  // A second of 60 is a leap second, which counts as the first second of the next minute.
   if (!reader.atEnd() || !date.ok() || hour > 23 || minute > 59 || second > 60) {
     return std::nullopt;
   }

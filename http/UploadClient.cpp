@@ -54,7 +54,7 @@ class UploadManager : public QXNetworkingManager {
     }
     post.body = std::move(body.pieces);
     post.idleTimeoutSeconds = timeoutForRequest_;
-    // The status alone says whether the form was taken.
+    // The status alone says whether the server has accepted the form.
     post.headIsAnswer = true;
 
     auto delivery = std::make_shared<Delivery>(completions_);

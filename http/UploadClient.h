@@ -1,6 +1,6 @@
 // The upload server's multipart requests over the HTTP seam.
 //
-// Threads: as in Networking.h; completions and progress run on the completion queue.
+// Threads: as in Networking.h. Completions and progress run on the completion queue.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@ namespace qx {
 
 class HttpUploadClients : public UploadClients {
  public:
-  /// All must outlive all uploads; the queue also the HTTP.
+  /// All arguments must outlive all uploads, and the queue must outlive the HTTP.
   HttpUploadClients(Http& http, Random& random, DispatchQueue& completions)
       : http_(http), random_(random), completions_(completions) {}
 

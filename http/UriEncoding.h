@@ -1,6 +1,6 @@
-// The one percent-encoder: what a signature covers is what goes on the wire.
+// The only percent-encoder of the library, so that a signature covers exactly what is sent.
 //
-// Threads: pure functions, callable from any thread.
+// Threads: pure functions.
 #pragma once
 
 #include <string>
@@ -8,9 +8,10 @@
 
 namespace qx {
 
-/// Every byte but A-Z a-z 0-9 - . _ ~ as %XX, upper case: a query's name or value, a path segment.
+/// Encodes every byte except A-Z a-z 0-9 - . _ ~ as %XX with upper-case digits: for a name or value
+/// in a query, or a segment of a path.
 std::string percentEncode(std::string_view text);
-/// The same with "/" kept: the path of an object key.
+/// The same, but "/" is kept: for the path of an object key.
 std::string percentEncodePath(std::string_view path);
 
 }  // namespace qx

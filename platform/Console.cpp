@@ -9,7 +9,8 @@ Console& Console::standardOutput() {
    public:
     void printLine(std::string_view line) override { std::cout << line << std::endl; }
   };
-  // Never destroyed: threads of the library may print until the process ends.
+  // The console is never destroyed, because threads of the library may print until the process
+  // ends.
   static Console& instance = *new StandardOutput;
   return instance;
 }

@@ -12,7 +12,8 @@ std::atomic<const Platform*> installed = nullptr;
 }  // namespace
 
 void Platform::install(const Platform& platform) {
-  // Never freed: the shared instances and their threads read it until the process ends.
+  // The platform is never freed, because the shared instances and their threads use it until the
+  // process ends.
   const Platform* none = nullptr;
   if (!installed.compare_exchange_strong(none, new Platform(platform))) {
     fatal("a platform is already installed");

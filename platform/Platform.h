@@ -1,7 +1,11 @@
-// Everything the library reaches outside itself, in one place.
+// All seams together: everything that the library reaches outside itself.
 //
-// Threads: install once, before the first action; after that it is read from any thread.
-// Ownership: the host owns the seams; they must live until the process ends, for the library's
+//     qx::LinuxPlatform platform;
+//     qx::Platform::install(platform.seams());
+//     const double now = qx::Platform::current().clock.now();
+//
+// Threads: install the platform once, before the first action. After that any thread may read it.
+// Ownership: the host owns the seams. They must live until the process ends, because the library's
 // shared instances, queues and timer do.
 #pragma once
 
@@ -39,8 +43,8 @@ struct Platform {
   Clock& clock;
   Console& console = Console::standardOutput();
 
-  /// The same seams with each of `replacements` in the place of every seam that it implements, the
-  /// last one if there are several for it. A host that wraps one seam:
+  /// The same seams, but with each of `replacements` in place of every seam that it implements. If
+  /// several of them implement a seam, the last one counts. A host wraps one seam like this:
   ///
   ///     const qx::Platform original = linuxPlatform.seams();
   ///     CountingFiles files(original.files);
@@ -48,10 +52,10 @@ struct Platform {
   template <typename... Replacements>
   Platform with(Replacements&... replacements) const;
 
-  /// Makes `platform` the one that the library uses. Installing a second time is fatal: shared
-  /// instances may already hold on to the first.
+  /// Makes `platform` the platform of the library. Installing a second platform is fatal, because
+  /// shared instances may already use the first one.
   static void install(const Platform& platform);
-  /// The installed platform; fatal when there is none yet.
+  /// The installed platform. Fatal when no platform is installed.
   static const Platform& current();
 };
 

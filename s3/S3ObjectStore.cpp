@@ -32,7 +32,7 @@ std::optional<AWSServiceConfiguration> S3ObjectStore::makeServiceConfiguration(
 void S3ObjectStore::registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                               const std::string& key) {
   auto endpoint = StoreEndpoint::parse(configuration.endpoint.urlString);
-  // A configuration that makeServiceConfiguration would not have made registers nothing.
+  // Nothing is registered for a configuration that makeServiceConfiguration would not have made.
   if (!endpoint) return;
   std::shared_ptr<AWSS3TransferUtility> utility =
       std::make_shared<TransferUtility>(context_, std::move(*endpoint), configuration);

@@ -1,7 +1,7 @@
 // An object store that speaks S3: service configurations and the registry of transfer utilities.
 //
 // Threads: every operation may be called from any thread. Completions and progress blocks run on
-// the completion queue, except the completions of uploads that succeeded (TransferUtility.h).
+// the completion queue, except the completions of successful uploads (see TransferUtility.h).
 #pragma once
 
 #include <map>
@@ -17,8 +17,8 @@ namespace qx {
 
 class S3ObjectStore : public ObjectStore {
  public:
-  /// With `countsStandstillOnly` the resource timeout of a configuration counts only the time in
-  /// which no byte of an object moves.
+  /// With `countsStandstillOnly` the resource timeout of a configuration counts only time in which
+  /// no byte of an object moves.
   S3ObjectStore(const StoreSeams& seams, std::string globalEndpoint,
                 bool countsStandstillOnly = false);
 

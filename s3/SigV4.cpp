@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view kAlgorithm = "AWS4-HMAC-SHA256";
 constexpr std::size_t kMostKeys = 256;
 
-/// Blanks at both ends go, runs of them within become one.
+/// Appends the value without blanks at its ends, and with one blank for each run of blanks.
 void appendTrimmed(std::string& text, std::string_view value) {
   bool blank = false;
   bool begun = false;
@@ -58,7 +58,7 @@ std::string SigV4Signer::authorization(const SigV4Request& request, const std::s
   for (std::size_t i = 0; i < headers.size(); ++i) {
     const auto& [name, value] = headers[i];
     if (i > 0 && headers[i - 1].first == name) {
-      // The values of one name stand on its one line.
+      // The values of equal names stand on one line.
       canonical.back() = ',';
     } else {
       canonical.append(name).append(":");

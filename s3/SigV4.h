@@ -1,4 +1,4 @@
-// AWS Signature Version 4, header form.
+// AWS Signature Version 4 in the Authorization header.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -14,33 +14,34 @@
 
 namespace qx {
 
-/// What stands in the payload's place when only TLS protects it.
+/// Takes the place of the payload's hash when only TLS protects the payload.
 inline constexpr std::string_view kUnsignedPayload = "UNSIGNED-PAYLOAD";
 
-/// A request as its signature covers it.
+/// The parts of a request that its signature covers.
 struct SigV4Request {
   std::string_view method;
-  /// Percent-encoded, exactly as sent.
+  /// The percent-encoded path, exactly as it is sent.
   std::string_view path;
-  /// Percent-encoded pairs, sorted by name, joined with "&"; as sent.
+  /// The query as it is sent: percent-encoded pairs, sorted by name, joined with "&".
   std::string_view query;
-  /// Every header to sign, "host" and "x-amz-date" among them; names in lower case, in any order.
+  /// All headers to sign, "host" and "x-amz-date" among them, in any order, their names in lower
+  /// case.
   HTTPHeaders headers;
-  /// Lower-case hex SHA-256 of the body, or kUnsignedPayload.
+  /// The SHA-256 of the body in lower-case hexadecimal, or kUnsignedPayload.
   std::string_view payloadHash;
   std::string_view region;
   std::string_view service = "s3";
 };
 
-/// "20261121T000600Z".
+/// The time in the form "20261121T000600Z".
 std::string sigV4Time(std::int64_t secondsSince1970);
 
 class SigV4Signer {
  public:
-  /// `digests` must outlive it.
+  /// `digests` must outlive the signer.
   explicit SigV4Signer(Digests& digests) : digests_(digests) {}
 
-  /// The value of the Authorization header. `time` is the request's "x-amz-date".
+  /// Makes the value of the Authorization header. `time` is the "x-amz-date" of the request.
   std::string authorization(const SigV4Request& request, const std::string& time,
                             std::string_view accessKey, std::string_view secretKey);
 
@@ -50,7 +51,8 @@ class SigV4Signer {
 
   Digests& digests_;
   Mutex mutex_;
-  /// Four HMACs saved per request. Bounded; credentials and days pass, so it is emptied when full.
+  /// Derived keys, each of which saves four HMACs per request. The map is emptied when it is full,
+  /// because credentials and days pass.
   std::map<std::string, Sha256Digest, std::less<>> keys_ QX_GUARDED_BY(mutex_);
 };
 

@@ -124,8 +124,8 @@ std::optional<StoreAddress> redirectedAddress(const StoreEndpoint& endpoint,
   const auto to = StoreEndpoint::parse(target.substr(0, target.find_first_of("/?#", scheme + 3)));
   if (!to || !isSameStore(endpoint, bucket, to->host)) return std::nullopt;
   if (current.scheme == "https" && to->scheme != "https") return std::nullopt;
-  // Another port of the same host can be anybody's; from plain HTTP, TLS at its own port is the
-  // store's.
+  // A different port of the same host may belong to somebody else. From plain HTTP, the default
+  // port of TLS belongs to the store.
   const bool samePort = to->scheme == endpoint.scheme && to->port == endpoint.port;
   const bool toTls = endpoint.scheme == "http" && to->scheme == "https" && !to->port;
   if (!samePort && !toTls) return std::nullopt;

@@ -31,7 +31,7 @@ void appendUtf8(std::string& text, std::uint32_t c) {
   }
 }
 
-/// The character of "lt", "#65" or "#x41"; nothing for any other entity.
+/// The character that the entity "lt", "#65" or "#x41" stands for. Nothing for any other entity.
 std::optional<std::uint32_t> entity(std::string_view name) {
   if (name == "lt") return '<';
   if (name == "gt") return '>';
@@ -67,7 +67,7 @@ std::string resolved(std::string_view text) {
   return plain;
 }
 
-/// One line of valid UTF-8.
+/// The text as one line of valid UTF-8.
 std::string printable(std::string_view text) {
   std::string line;
   while (!text.empty()) {
@@ -91,7 +91,7 @@ std::int64_t codeOf(int status) {
   return family >= 3 && family <= 5 ? family - 2 : 0;
 }
 
-/// The element's text as the store wrote it, entities resolved.
+/// The element's text as the store wrote it, with its entities resolved.
 std::string elementText(std::string_view xml, std::string_view name) {
   xml = xml.substr(0, kMostXml);
   const std::string open = "<" + std::string(name) + ">";
@@ -111,7 +111,7 @@ std::string xmlElementText(std::string_view xml, std::string_view name) {
 }
 
 Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets) {
-  // Secrets go before the text is cut, so that no part of one stays at its end.
+  // Secrets are removed before the text is truncated, so that no part of a secret stays at its end.
   const auto cleaned = [&secrets](std::string_view text) {
     return printable(SecretsInForce::leftOutOf(text, secrets));
   };

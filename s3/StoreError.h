@@ -1,4 +1,5 @@
-// What the store says when it refuses: its XML error record, and the error value made from it.
+// The store's answer to a refused request: its XML error record, and the error value that is made
+// from it.
 //
 // Threads: pure functions.
 #pragma once
@@ -12,12 +13,13 @@
 
 namespace qx {
 
-/// The text of the first <name> element without children, entities resolved, control characters
-/// and broken UTF-8 replaced, at most 512 bytes. Empty when there is none. No more of XML is read.
+/// The text of the first <name> element without children: entities are resolved, control characters
+/// and broken UTF-8 are replaced, and 512 bytes are the most. Empty when there is no such element.
+/// Nothing else of XML is read.
 std::string xmlElementText(std::string_view xml, std::string_view name);
 
 /// The error of an answer that is no success, as ObjectStore.h describes it. The secrets in force
-/// and `secrets` are left out of what the store says.
+/// and `secrets` are removed from the store's texts.
 Error storeError(const HttpAnswer& answer, const std::vector<std::string_view>& secrets);
 
 }  // namespace qx

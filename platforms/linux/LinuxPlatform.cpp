@@ -26,7 +26,7 @@ namespace {
 
 constexpr double kMainQueueLookSeconds = 3;
 
-/// The logger of a host that has none: no record is wanted.
+/// The logger of a host that has none. It wants no record.
 class NoLogger : public QXLogger {
  public:
   int threshold() override { return std::numeric_limits<int>::max(); }
@@ -48,7 +48,7 @@ std::vector<std::string> documentDirectories(const LinuxSettings& settings) {
 
 }  // namespace
 
-/// In the order of making; each part uses only what stands above it.
+/// The parts in the order in which they are made. Each part uses only parts above it.
 struct LinuxPlatform::Parts {
   explicit Parts(LinuxSettings settings)
       : logger(settings.logger != nullptr ? *settings.logger : noLogger),
@@ -72,7 +72,7 @@ struct LinuxPlatform::Parts {
     if (developer) watchMainQueue();
   }
 
-  /// Looks every few seconds whether somebody runs the main queue.
+  /// Checks every few seconds whether the main queue runs.
   void watchMainQueue() {
     mainQueueWatch = dispatch.makeTimer(dispatch.globalQueue());
     mainQueueWatch->setEventHandler([this] {
@@ -135,8 +135,8 @@ LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
 }
 
 LinuxPlatform::~LinuxPlatform() {
-  // First the transfers, which end with an error each; then the work that is left, their
-  // completions among it, while every seam is still there for it.
+  // The transfers are stopped first, and each ends with an error. Then the remaining work runs,
+  // their completions among it, while every seam still exists.
   parts_->engine.stop();
   parts_->dispatch.shutDown();
   if (!parts_->developer) return;

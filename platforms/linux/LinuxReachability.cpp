@@ -22,8 +22,8 @@
 namespace qx {
 namespace {
 
-/// A name that does not resolve may do so later without any change of routes, so as long as nothing
-/// is reachable it is looked up again now and then.
+/// A name that does not resolve may resolve later without a change of routes. As long as nothing is
+/// reachable, the names are therefore looked up at this interval.
 constexpr int kRetryMilliseconds = 5000;
 constexpr std::chrono::seconds kFirstLookUpLimit{2};
 
@@ -40,7 +40,8 @@ int openNetlink() {
   return fd;
 }
 
-/// Whether the kernel has a route: connecting a datagram socket looks one up and sends nothing.
+/// True when the kernel has a route to the address. Connecting a datagram socket looks the route up
+/// and sends nothing.
 bool hasRoute(const addrinfo& address) {
   const int fd = ::socket(address.ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return false;
@@ -67,14 +68,14 @@ bool isUsableAddress(const sockaddr* address) {
   if (address == nullptr) return false;
   if (address->sa_family == AF_INET) return true;
   if (address->sa_family != AF_INET6) return false;
-  // Every interface that is up has a link-local address, a network behind it or not.
+  // Every interface that is up has a link-local address, even without a network behind it.
   const auto* v6 = reinterpret_cast<const sockaddr_in6*>(address);
   return !IN6_IS_ADDR_LINKLOCAL(&v6->sin6_addr);
 }
 
 bool hasNetwork() {
   ifaddrs* interfaces = nullptr;
-  if (::getifaddrs(&interfaces) < 0) return true;  // Cannot tell; an attempt can.
+  if (::getifaddrs(&interfaces) < 0) return true;  // Unknown, so an attempt shall find out.
   const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(interfaces, &::freeifaddrs);
   for (const ifaddrs* each = interfaces; each != nullptr; each = each->ifa_next) {
     const bool running = (each->ifa_flags & (IFF_UP | IFF_RUNNING)) == (IFF_UP | IFF_RUNNING);
@@ -86,7 +87,8 @@ bool hasNetwork() {
 
 void drain(int fd) {
   std::array<char, 8192> buffer;
-  // What changed does not matter, nor that some of it was lost (ENOBUFS): all is looked up afresh.
+  // The content of the messages does not matter, and neither do lost messages (ENOBUFS), because
+  // everything is looked up again.
   while (::recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
   }
 }
@@ -133,7 +135,7 @@ void LinuxReachability::watch() {
       MutexLock lock(mutex_);
       reachable = reachable_;
     }
-    // A negative descriptor (there was none to be had) is one that poll ignores.
+    // poll ignores a negative descriptor, which stands for one that could not be opened.
     std::array<pollfd, 2> events = {pollfd{stop_, POLLIN, 0}, pollfd{netlink_, POLLIN, 0}};
     const bool hearsAll = stop_ >= 0 && netlink_ >= 0;
     ::poll(events.data(), events.size(), reachable && hearsAll ? -1 : kRetryMilliseconds);
@@ -151,7 +153,7 @@ void LinuxReachability::lookUp() {
   std::vector<Listener> listeners;
   {
     MutexLock lock(mutex_);
-    // The first look-up is what was before there were changes.
+    // The first look-up finds the state before any change, so listeners do not hear of it.
     if (isKnown_ && reachable_ != now) listeners = listeners_;
     reachable_ = now;
     isKnown_ = true;

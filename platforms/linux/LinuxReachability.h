@@ -1,5 +1,5 @@
-// Whether the network is there: routes towards the configured hosts, looked up again whenever the
-// kernel reports a change of links, addresses or routes.
+// Tells whether the network is reachable: whether there are routes to the configured hosts. The
+// routes are looked up again whenever the kernel reports a change of links, addresses or routes.
 //
 // Threads: every operation may be called from any thread. One thread ("qx.reachability") waits for
 // changes and calls the listeners, one after the other, outside the lock.
@@ -17,28 +17,29 @@ namespace qx {
 
 class LinuxReachability : public QXNetworkingReachabilityTool {
  public:
-  /// `hosts`: names or addresses; reachable when there is a route towards one of them, loopback
-  /// included. Empty: when an interface other than loopback is up and has an address.
+  /// `hosts` are names or addresses. The network is reachable when there is a route to one of them,
+  /// over loopback, too. Without hosts it is reachable when an interface other than loopback is up
+  /// and has an address.
   explicit LinuxReachability(std::vector<std::string> hosts);
-  /// Joins the thread; a look-up of a host name that is under way is waited for.
+  /// Joins the thread, and waits for a look-up of a host name that is under way.
   ~LinuxReachability() override;
   LinuxReachability(const LinuxReachability&) = delete;
   LinuxReachability& operator=(const LinuxReachability&) = delete;
 
-  /// What the latest look-up found. Before the first one has ended: waits for it, but not beyond
-  /// two seconds after construction, then says true, for an attempt is the better test.
+  /// The result of the latest look-up. Waits for the first look-up, but not beyond two seconds
+  /// after construction; it then yields true, because an attempt is the better test.
   bool isReachable() override;
   void startListening(Listener listener) override;
 
  private:
   void watch();
-  /// Looks up and tells the listeners of a change.
+  /// Looks up the routes, and tells the listeners of a change.
   void lookUp();
 
   const std::vector<std::string> hosts_;
   const std::chrono::steady_clock::time_point firstLookUpDeadline_;
   const int netlink_;
-  /// Readable when the thread is to end.
+  /// Becomes readable when the thread shall end.
   const int stop_;
 
   Mutex mutex_;
@@ -48,7 +49,7 @@ class LinuxReachability : public QXNetworkingReachabilityTool {
   bool reachable_ QX_GUARDED_BY(mutex_) = true;
   std::vector<Listener> listeners_ QX_GUARDED_BY(mutex_);
 
-  /// Last: it uses all of the above.
+  /// The last member, because the thread uses all members above.
   std::thread thread_;
 };
 
