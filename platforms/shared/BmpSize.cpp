@@ -1,4 +1,4 @@
-// BMP: the size stands in the second header, which has an old and a new form.
+// BMP: the second header, which has an old and a new form, holds the size.
 #include <cstdint>
 #include <cstdlib>
 
@@ -21,7 +21,7 @@ std::optional<ImageSize> bmpSize(std::string_view bytes) {
     height = reader.u16();
   } else if (header >= kNewHeader) {
     width = static_cast<std::int32_t>(reader.u32());
-    // Negative: the first row is the upper one.
+    // A negative height means that the first row is the topmost one.
     height = std::abs(std::int64_t{static_cast<std::int32_t>(reader.u32())});
   }
   const std::uint16_t planes = reader.u16();

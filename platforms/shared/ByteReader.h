@@ -1,5 +1,5 @@
-// Numbers out of foreign bytes, one after the other. A read beyond the end yields zero and is
-// remembered, so that a reader of a format checks once, after its last read.
+// Reads numbers from foreign bytes, one after the other. A read beyond the end yields zero and is
+// remembered, so that the reader of a format checks only once, after its last read.
 //
 // Threads: a plain value.
 #pragma once
@@ -16,7 +16,7 @@ class ByteReader {
 
   ByteReader(std::string_view bytes, Order order) : bytes_(bytes), order_(order) {}
 
-  /// A number of `width` bytes, eight at most.
+  /// Reads a number of `width` bytes, at most eight.
   std::uint64_t number(std::size_t width) {
     const std::string_view digits = take(width);
     std::uint64_t value = 0;
@@ -31,7 +31,8 @@ class ByteReader {
   std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
   std::uint64_t u64() { return number(8); }
 
-  /// The next `count` bytes; fewer are a read beyond the end and yield none.
+  /// Takes the next `count` bytes. If fewer are left, this is a read beyond the end and yields
+  /// none.
   std::string_view take(std::uint64_t count) {
     if (count > bytes_.size()) {
       bytes_ = {};
@@ -44,9 +45,9 @@ class ByteReader {
   }
   void skip(std::uint64_t count) { (void)take(count); }
 
-  /// What has not been read yet.
+  /// The bytes that have not been read yet.
   std::string_view rest() const { return bytes_; }
-  /// False once a read went beyond the end.
+  /// False after a read beyond the end.
   bool complete() const { return complete_; }
 
  private:

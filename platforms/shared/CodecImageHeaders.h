@@ -1,9 +1,9 @@
 // Image sizes from the header alone: JPEG, PNG, GIF, WebP, TIFF, HEIC, AVIF, BMP and ICO.
 //
-// Whatever the bytes hold and however many there are, a call takes a few MiB of memory and a few
-// milliseconds at most; nothing is kept between calls.
+// A call takes at most a few MiB of memory and a few milliseconds, whatever the bytes hold and
+// however many there are. Nothing is kept between calls.
 //
-// Threads: may be called from any thread.
+// Threads: every operation may be called from any thread.
 #pragma once
 
 #include <optional>
@@ -14,7 +14,7 @@ namespace qx {
 
 class CodecImageHeaders : public ImageHeaders {
  public:
-  /// Of an animation or a document of several pages: the size of one.
+  /// For an animation or a document of several pages, the size is that of one image.
   std::optional<ImageSize> size(const Data& image) override;
 };
 

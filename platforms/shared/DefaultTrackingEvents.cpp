@@ -12,7 +12,7 @@ namespace {
 
 std::optional<Value> dateText(Date date) {
   const double milliseconds = std::floor(date.secondsSince1970 * 1000);
-  // The years 0000 to 9999, the ones that the format has digits for.
+  // The format has digits for the years 0000 to 9999 only.
   if (!(milliseconds >= -62167219200e3 && milliseconds < 253402300800e3)) return std::nullopt;
   const double seconds = std::floor(milliseconds / 1000);
   const auto time = static_cast<time_t>(seconds);

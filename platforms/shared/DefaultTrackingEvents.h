@@ -1,6 +1,6 @@
-// The item-tag tracker of a host that has none: tagging goes nowhere.
+// The item-tag tracker of a host that has none. It drops all item tags.
 //
-// Threads: no state; every operation may be called from any thread.
+// Threads: no state. Every operation may be called from any thread.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,8 @@ class DefaultTrackingEvents : public QXTrackingEvents {
   void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
                   const std::optional<std::vector<std::string>>& tags,
                   const std::optional<Dictionary>& fields) override;
-  /// What JSON can hold stays as it is, a date becomes RFC 3339 text in UTC with milliseconds;
-  /// bytes, host objects and numbers that are not finite have no form.
+  /// A value that JSON can hold stays as it is, and a date becomes RFC 3339 text in UTC with
+  /// milliseconds. Bytes, host objects and numbers that are not finite have no such form.
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;
 };
 

@@ -31,12 +31,12 @@ bool isServerAddress(const Value& value) {
   return text->empty() || (hasScheme && Url::parse(*text).has_value());
 }
 
-/// A selector that the library asks, and what the host's answer must be.
+/// A selector that the library asks, and the form of the host's answer.
 struct Selector {
   std::string_view name;
   bool (*fits)(const Value& answer);
   std::string_view type;
-  /// What fails while nobody answers.
+  /// What fails without an answer.
   std::string_view without;
 };
 
@@ -53,7 +53,7 @@ constexpr std::array<Selector, 5> kSelectors = {{
      "log records are written only where the answer is false"},
 }};
 
-/// What a host may leave out without a loss that it would wonder about.
+/// Selectors that a host may leave out without missing anything.
 constexpr std::array<std::string_view, 2> kOptionalSelectors = {
     "Tracking_Event:parameters:", "Tracking_GetLongIdWithCompletion:"};
 
@@ -61,7 +61,7 @@ std::string quoted(std::string_view name) {
   return "\"" + std::string(name) + "\"";
 }
 
-/// One line whatever the host's names hold.
+/// The text as one line, whatever the host's names hold.
 std::string asOneLine(std::string_view sentence) {
   std::string line = "qxawsuploader: " + std::string(sentence.substr(0, kLongestLine));
   std::ranges::replace_if(

@@ -1,10 +1,10 @@
-// Tells a host's developer on standard error what the host does wrong: one line for each mistake,
-// and the same line never twice.
+// Writes the mistakes of a host to standard error for the host's developer: one line for each
+// mistake, and the same line never twice.
 //
 //     qxawsuploader: Nobody answers "Account_GetUserId": without it nothing is fetched or uploaded.
 //
-// A line names targets, actions, selectors, keys and types; never what a value holds, for it may be
-// a secret.
+// A line names targets, actions, selectors, keys and types. It never holds a value, because a value
+// may be a secret.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -23,7 +23,7 @@ namespace qx {
 
 class DeveloperMistakes {
  public:
-  /// Writes to standard error.
+  /// Makes an object that writes to standard error.
   DeveloperMistakes();
   /// `write` gets each line, without an end of line, on the thread that found the mistake.
   explicit DeveloperMistakes(std::function<void(const std::string& line)> write);
@@ -32,22 +32,25 @@ class DeveloperMistakes {
 
   void unknownTarget(std::string_view target);
   void unknownAction(std::string_view target, std::string_view action);
-  /// The host has no answer to `selector`. Selectors that a host may leave out are no mistake.
+  /// The host has no answer to `selector`. For selectors that a host may leave out this is no
+  /// mistake.
   void unanswered(std::string_view selector, bool hasLogger);
-  /// The host's answer to `selector`: null is no mistake, for it may mean "signed out".
+  /// The host has answered `selector` with this value. Null is no mistake, because it may mean that
+  /// nobody is signed in.
   void answered(std::string_view selector, const Value& answer);
 
-  /// How much work has been put on the main queue so far, and how much has been started. Work that
-  /// waited at one call and still waits at the next while none was started is a mistake.
+  /// The main queue has been given `put` pieces of work so far and has started `started` of them.
+  /// It is a mistake if work waited at one call, still waits at the next, and none was started in
+  /// between.
   void mainQueueAt(std::uint64_t put, std::uint64_t started);
-  /// The same when the platform ends: work that nobody ever ran is a mistake.
+  /// The same when the platform ends. Work that never ran is a mistake.
   void mainQueueAtTheEnd(std::uint64_t put, std::uint64_t started);
 
  private:
   const std::function<void(const std::string&)> write_;
   Mutex mutex_;
   std::set<std::string> told_ QX_GUARDED_BY(mutex_);
-  /// How much had been started when work was last seen waiting.
+  /// The number of pieces that had been started when work was last seen waiting.
   std::optional<std::uint64_t> startedWhileWaiting_ QX_GUARDED_BY(mutex_);
 };
 

@@ -1,6 +1,6 @@
-// How a viewer turns an image, as its EXIF block says.
+// The orientation in the EXIF block of an image, by which a viewer turns it.
 //
-// One entry of a fixed size is looked for where it lies; nothing else is read, and nothing is kept.
+// Only one entry of a fixed size is searched for. Nothing else is read, and nothing is kept.
 //
 // Threads: pure functions.
 #pragma once
@@ -11,11 +11,12 @@
 
 namespace qx {
 
-/// The orientation, 1 to 8, of an EXIF block, with or without "Exif\0\0" in front; 1 when it says
-/// none.
+/// The orientation (1 to 8) in an EXIF block with or without "Exif\0\0" in front. 1 when the block
+/// has none.
 int exifOrientation(std::string_view block);
 
-/// `size` as a viewer shows an image of that orientation: 5 to 8 lie on their side.
+/// The size at which a viewer shows an image of this orientation. Orientations 5 to 8 exchange
+/// width and height.
 ImageSize turned(ImageSize size, int orientation);
 
 }  // namespace qx

@@ -27,8 +27,9 @@ FileSizeSignalBlock::FileSizeSignalBlock() : wasPending_(isPending()) {
 FileSizeSignalBlock::~FileSizeSignalBlock() {
   const int code = errno;
   if (!wasPending_ && isPending()) {
-    // The pending one may be the process's, and another thread may take that first. With one of
-    // this thread's own the wait ends at once whatever happens; a second one changes nothing.
+    // The pending signal may be one of the process, which another thread may take first. With a
+    // signal of this thread's own the wait always ends at once, and a second signal changes
+    // nothing.
     ::pthread_kill(::pthread_self(), SIGXFSZ);
     int taken = 0;
     ::sigwait(&signal_, &taken);

@@ -1,5 +1,5 @@
-// GIF: the size stands in the first ten bytes. The rest is read as far as the first image's pixels,
-// so that a file that ends before them is none.
+// GIF: the first ten bytes hold the size. The file is read up to the pixels of the first image, so
+// that a file that ends before them does not count as an image.
 #include <cstddef>
 #include <cstdint>
 
@@ -9,7 +9,7 @@
 namespace qx {
 namespace {
 
-/// Blocks of up to 255 bytes that may stand before the first image (profiles, comments).
+/// The largest number of blocks of up to 255 bytes (profiles, comments) before the first image.
 constexpr int kMostBlocks = 20'000;
 constexpr std::uint8_t kExtension = 0x21;
 constexpr std::uint8_t kImage = 0x2c;
@@ -43,7 +43,7 @@ std::optional<ImageSize> gifSize(std::string_view bytes) {
     } else if (kind == kImage) {
       reader.skip(8);
       reader.skip(colourTableSize(reader.u8()));
-      reader.skip(1);  // the bits of a pixel
+      reader.skip(1);  // The bits of a pixel.
       if (reader.u8() == 0 || reader.rest().empty() || width == 0 || height == 0) break;
       return ImageSize{.width = static_cast<double>(width), .height = static_cast<double>(height)};
     } else {

@@ -1,8 +1,8 @@
-// HEIC and AVIF: the properties of the primary image, found in the file's boxes (ISO/IEC 14496-12
-// and 23008-12).
+// HEIC and AVIF: the properties of the primary image in the file's boxes (ISO/IEC 14496-12 and
+// 23008-12) hold the size.
 //
-// Read by ourselves: libheif copies the EXIF and other data of every item before it tells a size,
-// and items may share their data, so that a file of 1 MB costs it 900 MB. Nothing is copied here.
+// Our own code reads the boxes and copies nothing. libheif would copy the EXIF and other data of
+// every item before it returns a size, and items may share their data.
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -14,7 +14,8 @@ namespace qx {
 namespace {
 
 constexpr int kMostTopBoxes = 1000;
-/// The boxes that describe all items; those of a photo of a thousand tiles take 60 KB.
+/// The largest size of the boxes that describe all items. Those of a photo of a thousand tiles take
+/// 60 KB.
 constexpr std::size_t kLargestMeta = std::size_t{1} << 20;
 
 struct Box {
@@ -26,7 +27,7 @@ ByteReader readerOf(std::string_view bytes) {
   return {bytes, ByteReader::Order::bigEndian};
 }
 
-/// Takes the next box; nothing at the end of `bytes` and when the box is not whole.
+/// Takes the next box. Nothing at the end of `bytes`, or when the box is not whole.
 std::optional<Box> takeBox(std::string_view& bytes) {
   ByteReader reader = readerOf(bytes);
   std::uint64_t length = reader.u32();
@@ -53,7 +54,7 @@ std::optional<std::string_view> find(std::string_view boxes, std::string_view ty
   return std::nullopt;
 }
 
-/// What follows the version and flags of a box that has them.
+/// The content of a box after its version and flags.
 struct Versioned {
   std::uint8_t version = 0;
   std::uint32_t flags = 0;
@@ -66,7 +67,7 @@ Versioned versioned(std::string_view content) {
   return {static_cast<std::uint8_t>(head >> 24), head & 0xffffff, reader};
 }
 
-/// The children of the "meta" box, which describe the file's items, or nothing.
+/// The children of the "meta" box, which describe the items of the file, or nothing.
 std::optional<std::string_view> itemBoxes(std::string_view file) {
   for (int i = 0; i < kMostTopBoxes; ++i) {
     const auto box = takeBox(file);
@@ -85,31 +86,31 @@ std::optional<std::uint32_t> primaryItem(std::string_view boxes) {
   return item;
 }
 
-/// The type of an item ("hvc1"), or nothing.
+/// The type of an item, such as "hvc1", or nothing.
 std::string_view itemType(std::string_view boxes, std::uint32_t wanted) {
   Versioned list = versioned(find(boxes, "iinf").value_or(std::string_view()));
-  list.reader.skip(list.version == 0 ? 2 : 4);  // their number
+  list.reader.skip(list.version == 0 ? 2 : 4);  // The number of entries.
   std::string_view entries = list.reader.rest();
   while (const auto box = takeBox(entries)) {
     Versioned entry = versioned(box->content);
     const std::uint32_t item = entry.version < 3 ? entry.reader.u16() : entry.reader.u32();
-    entry.reader.skip(2);  // protection
+    entry.reader.skip(2);  // The protection index.
     if (box->type == "infe" && entry.version >= 2 && item == wanted) return entry.reader.take(4);
   }
   return {};
 }
 
-/// The property without which nobody can decode an item of this type; empty when there is none,
-/// and nothing for what is no image.
+/// The property without which an item of this type cannot be decoded. Empty when the type needs
+/// none; nothing when the type is no image.
 std::optional<std::string_view> neededProperty(std::string_view type) {
   if (type == "hvc1") return "hvcC";
   if (type == "av01") return "av1C";
-  // Put together from other items.
+  // Such an item is put together from other items.
   if (type == "grid" || type == "iovl" || type == "iden") return "";
   return std::nullopt;
 }
 
-/// True when the data of every item that lies in the file lies within its `size` bytes.
+/// True when the data of every item that lies in the file lies within the `size` bytes of the file.
 bool isWhole(std::string_view boxes, std::uint64_t size) {
   Versioned box = versioned(find(boxes, "iloc").value_or(std::string_view()));
   ByteReader& reader = box.reader;
@@ -126,7 +127,7 @@ bool isWhole(std::string_view boxes, std::uint64_t size) {
     const bool isInThisFile = reader.u16() == 0 && isInFile;
     const std::uint64_t base = reader.number(baseWidth);
     const std::uint16_t extents = reader.u16();
-    // Extents without a byte of description could be 65,535 for each item.
+    // An item may have 65,535 extents that take no byte each.
     if (offsetWidth + lengthWidth + indexWidth == 0) continue;
     for (int extent = 0; extent < extents && reader.complete(); ++extent) {
       reader.skip(indexWidth);
@@ -139,7 +140,8 @@ bool isWhole(std::string_view boxes, std::uint64_t size) {
   return reader.complete();
 }
 
-/// Follows the clean aperture: two fractions, width and height, of which the rest is cut away.
+/// Applies the clean aperture: two fractions, width and height, outside of which the image is cut
+/// away.
 std::optional<ImageSize> clipped(std::string_view property) {
   ByteReader reader = readerOf(property);
   const auto side = [&reader] {
@@ -153,7 +155,7 @@ std::optional<ImageSize> clipped(std::string_view property) {
   return ImageSize{.width = static_cast<double>(width), .height = static_cast<double>(height)};
 }
 
-/// The content of the property with this number, from 1, and its type.
+/// The content and the type of the property with this number. Numbers begin at 1.
 std::optional<Box> propertyAt(std::string_view properties, std::uint32_t number) {
   std::optional<Box> box;
   for (std::uint32_t i = 0; i < number; ++i) {
@@ -163,7 +165,8 @@ std::optional<Box> propertyAt(std::string_view properties, std::uint32_t number)
   return box;
 }
 
-/// The size after all properties of an item, in their order. `reader` stands at their numbers.
+/// The size after all properties of an item, in their order. `reader` is at the numbers of the
+/// properties.
 std::optional<ImageSize> sizeAfter(ByteReader reader, int count, std::size_t width,
                                    std::string_view properties, std::string_view needed) {
   std::optional<ImageSize> size;
@@ -183,7 +186,7 @@ std::optional<ImageSize> sizeAfter(ByteReader reader, int count, std::size_t wid
     } else if (property->type == "clap" && size) {
       size = clipped(property->content);
     } else if (property->type == "irot" && size && !property->content.empty()) {
-      // Quarters of a turn.
+      // The rotation in quarter turns.
       if ((property->content[0] & 1) != 0) std::swap(size->width, size->height);
     }
   }

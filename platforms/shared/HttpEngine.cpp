@@ -32,24 +32,27 @@ namespace {
 using SteadyClock = std::chrono::steady_clock;
 using Time = SteadyClock::time_point;
 
-/// Requests under way to one host; further ones wait, so that a burst of uploads opens no more
-/// connections than a server likes, and a stalled server holds up nobody else.
+/// The number of requests to one host that run at a time. Further requests wait, so that a burst of
+/// uploads does not open more connections than a server likes, and a stalled server delays no other
+/// host.
 constexpr std::size_t kMaxActivePerHost = 32;
 constexpr std::size_t kMaxIdleHandles = 32;
-/// libcurl's own limit, four per transfer under way, closes connections whenever a burst ends.
+/// libcurl's default, four connections per running transfer, closes connections whenever a burst
+/// ends.
 constexpr long kMaxIdleConnections = 32;
-/// From here on a body asks first with "Expect: 100-continue": one round trip against sending it in
-/// vain.
+/// A body of this size or more first asks with "Expect: 100-continue". That costs one round trip,
+/// but a refused body is not sent in vain.
 constexpr std::int64_t kExpectFrom = std::int64_t{1} << 20;
 constexpr long kExpectTimeoutMs = 500;
-/// Up to here a body leaves in one write with its head: a packet and a wake-up of the server less.
+/// A body up to this size leaves in one write with its head, which saves a packet and wakes the
+/// server once less.
 constexpr std::int64_t kTinyBody = 16 << 10;
 constexpr std::int64_t kSmallBody = 64 << 10;
 constexpr long kSmallUploadBuffer = 64 << 10;
 constexpr long kLargeUploadBuffer = 512 << 10;
-/// How much the kernel takes beyond what is on the wire. Its own limit, megabytes, would have a
-/// slow connection look silent for minutes, and progress run ahead by as much. Half of this costs
-/// an eighth of the rate of a GiB over loopback.
+/// The number of bytes that the kernel takes beyond those on the wire. With its own limit of
+/// megabytes, a slow connection would look silent for minutes, and progress would run ahead of the
+/// transfer. A smaller number makes large uploads slower.
 constexpr int kUnsentInKernel = 512 << 10;
 constexpr long kSmallReceiveBuffer = 16 << 10;
 constexpr long kLargeReceiveBuffer = 256 << 10;
@@ -85,7 +88,7 @@ HttpFailure failureOf(CURLcode code) {
 
 template <typename T>
 void set(CURL* easy, CURLoption option, T value) {
-  // An option this libcurl does not know is a build against the wrong version.
+  // libcurl does not know an option when the program was built with another version of it.
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) fatal("libcurl refuses an option");
 }
 
@@ -104,7 +107,7 @@ class Waker {
     cancelled_ = true;
     if (multi_ != nullptr) curl_multi_wakeup(multi_);
   }
-  /// True when an exchange was cancelled since the last call.
+  /// True when an exchange has been cancelled since the last call.
   bool takeCancelled() {
     MutexLock lock(mutex_);
     return std::exchange(cancelled_, false);
@@ -133,8 +136,8 @@ class Exchange : public HttpExchange {
   std::atomic<bool> cancelled_ = false;
 };
 
-/// One request on its way, from send to its answer. Only the engine's thread touches it once it has
-/// been handed over.
+/// A request from send() to its answer. Once the engine's thread has taken it, only that thread
+/// uses it.
 struct Transfer {
   HttpRequest request;
   HttpEngine::AnswerHandler answered;
@@ -142,21 +145,22 @@ struct Transfer {
   HttpAnswer answer;
   Time notBefore;
 
-  // While it is under way.
+  // The following members are used while the request runs.
   CURL* easy = nullptr;
   std::unique_ptr<curl_slist, FreeList> headers;
   std::array<char, CURL_ERROR_SIZE> message{};
   Time started;
-  /// When a byte that the idle timeout counts moved last, and how many had moved then.
+  /// The time when a byte that the idle timeout counts moved last, and the number of bytes that had
+  /// moved by then.
   Time lastMoved;
   curl_off_t moved = 0;
-  /// The same of the bytes of bodies.
+  /// The same for the bytes of bodies.
   Time lastBodyMoved;
   curl_off_t bodyMoved = 0;
-  /// Of the request's body, as far as the kernel has taken it.
+  /// The number of bytes of the request's body that the kernel has taken.
   curl_off_t sent = 0;
-  /// The connection, and how many bytes the kernel holds for it that the other side has not
-  /// confirmed.
+  /// The connection, and the number of bytes that the kernel holds for it and the other side has
+  /// not confirmed.
   const Connections* connections = nullptr;
   curl_socket_t connection = CURL_SOCKET_BAD;
   int unconfirmed = 0;
@@ -164,13 +168,14 @@ struct Transfer {
   std::size_t piece = 0;
   std::size_t offset = 0;
   std::int64_t received = 0;
-  /// "HTTP/1.1" and the like, as the answer says.
+  /// The HTTP version of the answer, such as "HTTP/1.1".
   std::string version;
-  /// Why a callback of ours ended it.
+  /// The reason for which one of our callbacks has ended the transfer.
   std::optional<Error> stopped;
-  /// An error answer that goes on and on: its status and what is there of it will do.
+  /// True when the body of an error answer is longer than its limit. Its status and the beginning
+  /// of its body are enough.
   bool heardEnough = false;
-  /// The blank line after the last head has come.
+  /// True when the blank line after the last head has come.
   bool headEnded = false;
 
   std::size_t read(char* out, std::size_t room) {
@@ -202,7 +207,7 @@ struct Transfer {
 
   void header(std::string_view line) {
     if (line.starts_with("HTTP/")) {
-      // A new head; what came before was an interim answer.
+      // A new head has begun. The one before belonged to an interim answer.
       answer.headers.clear();
       const std::size_t blank = line.find(' ');
       int status = 0;
@@ -244,7 +249,7 @@ struct Transfer {
     return true;
   }
 
-  /// True when the head is all that the request waits for, and has come.
+  /// True when the request waits for the head alone, and the head has come.
   bool isAnsweredByHead() const {
     return request.headIsAnswer && headEnded && (sent >= bodySize || answer.status / 100 != 2);
   }
@@ -270,12 +275,12 @@ std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* tra
 }
 
 std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
-  // A short count ends the transfer with CURLE_WRITE_ERROR.
+  // A smaller count ends the transfer with CURLE_WRITE_ERROR.
   return static_cast<Transfer*>(transfer)->body({bytes, size * count}) ? size * count : 0;
 }
 
 int onSocket(void* connections, curl_socket_t connection, curlsocktype /*purpose*/) {
-  // Without the option more bytes count as moved than have left; that is all.
+  // A failure has no consequence but that bytes count as moved before they have left.
   ::setsockopt(connection, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &kUnsentInKernel,
                sizeof kUnsentInKernel);
   static_cast<Connections*>(connections)->push_back(connection);
@@ -299,7 +304,8 @@ int localPort(curl_socket_t connection) {
   return ntohs(reinterpret_cast<const sockaddr_in6*>(&address)->sin6_port);
 }
 
-/// A request is about to go out. Only here does libcurl tell which connection it goes over.
+/// Called when a request is about to be sent. Only here does libcurl tell which connection the
+/// request uses.
 int onRequest(void* transfer, char* /*peer*/, char* /*here*/, int /*peerPort*/, int port) {
   auto& one = *static_cast<Transfer*>(transfer);
   const auto found = std::find_if(one.connections->begin(), one.connections->end(),
@@ -325,7 +331,7 @@ class HttpEngine::Loop {
  public:
   explicit Loop(HttpEngineSettings settings)
       : settings_(std::move(settings)), userAgent_(libraryUserAgent()) {
-    // The first call counts, and libcurl guards it against others at the same time.
+    // Only the first call has an effect, and libcurl guards it against others at the same time.
     if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatal("libcurl cannot start");
     multi_ = curl_multi_init();
     if (multi_ == nullptr) fatal("libcurl has no memory");
@@ -340,7 +346,7 @@ class HttpEngine::Loop {
     curl_multi_cleanup(multi_);
   }
 
-  /// Ends what is under way. Handlers that run meanwhile may still send.
+  /// Ends all requests. Handlers that run meanwhile may still send.
   void stop() {
     {
       MutexLock lock(mutex_);
@@ -384,8 +390,8 @@ class HttpEngine::Loop {
 
   void run() {
     pthread_setname_np(pthread_self(), "qx.http");
-    // The host's signal handlers are not to run here, and a broken connection under TLS would raise
-    // SIGPIPE.
+    // The host's signal handlers must not run on this thread, and a broken connection under TLS
+    // would raise SIGPIPE.
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, nullptr);
@@ -402,7 +408,7 @@ class HttpEngine::Loop {
     endAll();
   }
 
-  /// False when the engine is to stop.
+  /// False when the engine shall stop.
   bool takeIncoming() {
     std::vector<std::unique_ptr<Transfer>> taken;
     {
@@ -434,7 +440,7 @@ class HttpEngine::Loop {
   }
 
   void admit(std::unique_ptr<Transfer> transfer) {
-    // A cancellation that came before this may have been looked for elsewhere.
+    // endCancelled() may have missed a cancellation that came before this.
     if (transfer->exchange->isCancelled()) markCancelled(*transfer);
     if (transfer->stopped) {
       answer(*transfer, CURLE_ABORTED_BY_CALLBACK);
@@ -457,7 +463,7 @@ class HttpEngine::Loop {
     CURL* easy = curl_easy_init();
     if (easy == nullptr) fatal("libcurl has no memory");
     set(easy, CURLOPT_NOSIGNAL, 1L);
-    // A transfer that ends while its host name is being looked up must not wait for the look-up.
+    // A transfer that ends during the look-up of its host name must not wait for the look-up.
     set(easy, CURLOPT_QUICK_EXIT, 1L);
     set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     set(easy, CURLOPT_FOLLOWLOCATION, 0L);
@@ -538,12 +544,13 @@ class HttpEngine::Loop {
     };
     for (const auto& [name, value] : request.headers) {
       line = name;
-      // libcurl's spelling of a field with nothing but blanks; with a colon it would leave it out.
+      // libcurl wants a semicolon after the name of a field without a value. With a colon it would
+      // leave the field out.
       line += trimmed(value).empty() ? ";" : ": " + value;
       append(line.c_str());
     }
     if (transfer.bodySize < kExpectFrom) append("Expect:");
-    // Without a type of the request's own libcurl would make it that of a web form.
+    // Without a Content-Type of the request's own, libcurl would add that of a web form.
     const bool typed = headerOf(request.headers, "content-type").has_value();
     if (tiny && !typed) append("Content-Type:");
     transfer.headers.reset(list);
@@ -581,8 +588,8 @@ class HttpEngine::Loop {
     }
   }
 
-  /// Answers the requests for which the head is enough. They stay under way until the answer's body
-  /// has ended as well.
+  /// Answers the requests that wait for the head alone. They keep running until the answer's body
+  /// has ended.
   void answerHeads() {
     if (awaitingHeads_ == 0) return;
     const Time now = SteadyClock::now();
@@ -600,11 +607,11 @@ class HttpEngine::Loop {
       if (transfer->sent < transfer->bodySize) refused.push_back(transfer.get());
       answer(*transfer, CURLE_OK);
     }
-    // Nobody wants the rest of their bodies.
+    // The rest of their bodies is not needed.
     for (Transfer* transfer : refused) end(transfer, CURLE_OK);
   }
 
-  /// Takes a transfer off the wire, starts the next one of its host and reports.
+  /// Removes a transfer from libcurl, starts the next one of its host, and reports.
   void end(Transfer* ended, CURLcode code) {
     const auto place = std::find_if(active_.begin(), active_.end(),
                                     [ended](const auto& one) { return one.get() == ended; });
@@ -639,7 +646,7 @@ class HttpEngine::Loop {
       takeTimes(transfer, now);
       if (transfer.request.headIsAnswer) --awaitingHeads_;
     }
-    // Removing one that is not done closes its connection.
+    // Removing a transfer that has not ended closes its connection.
     curl_multi_remove_handle(multi_, transfer.easy);
     if (idle_.size() < kMaxIdleHandles) {
       set(transfer.easy, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
@@ -661,7 +668,7 @@ class HttpEngine::Loop {
     } else if (code != CURLE_OK && !transfer.heardEnough && !transfer.isAnsweredByHead()) {
       std::string text =
           transfer.message.front() == '\0' ? curl_easy_strerror(code) : transfer.message.data();
-      // libcurl repeats a proxy that it cannot read.
+      // libcurl repeats the address of a proxy that it cannot read.
       const std::string_view secret =
           settings_.proxy ? userInfoOf(*settings_.proxy, false) : std::string_view();
       std::size_t at = secret.empty() ? std::string::npos : text.find(secret);
@@ -680,7 +687,8 @@ class HttpEngine::Loop {
     transfer.stopped = transportError(CURLE_ABORTED_BY_CALLBACK, "the request was cancelled");
   }
 
-  /// Ends what was cancelled, wherever it is. What has yet to be taken is looked at by admit.
+  /// Ends all requests that have been cancelled, except those that have yet to be taken, which
+  /// admit() checks.
   void endCancelled() {
     if (!waker_->takeCancelled()) return;
     const auto isCancelled = [](const auto& one) { return one->exchange->isCancelled(); };
@@ -710,7 +718,8 @@ class HttpEngine::Loop {
     }
   }
 
-  /// How often to look whether a transfer still moves: an idle one ends at most this much late.
+  /// The interval at which a transfer is checked for movement. An idle transfer ends at most this
+  /// much late.
   static SteadyClock::duration sweepInterval(const Transfer& transfer) {
     const HttpRequest& request = transfer.request;
     double interval = 1;
@@ -752,8 +761,8 @@ class HttpEngine::Loop {
     return transfer.request.totalTimeoutIsForStandstill ? transfer.lastBodyMoved : transfer.started;
   }
 
-  /// Notes what has moved since the last look. The head of an answer does not count: it is short,
-  /// and a server that sends it a byte now and then would hold the request for ever.
+  /// Notes which bytes have moved since the last call. The head of an answer does not count: it is
+  /// short, and a server that sends a byte of it now and then would hold the request for ever.
   void observe(Transfer& transfer, Time now) const {
     curl_off_t received = 0;
     long request = 0;
@@ -771,15 +780,15 @@ class HttpEngine::Loop {
     }
   }
 
-  /// What the kernel still holds of the request: on a slow line that is seconds' worth of bytes
-  /// after the last one was handed to it. 0 when it cannot be told.
+  /// The bytes of the request that the kernel still holds. On a slow line these take seconds after
+  /// the last byte has been handed to the kernel. 0 when the number is unknown.
   int unconfirmedBytes(const Transfer& transfer) const {
     const curl_socket_t connection = transfer.connection;
     if (connection == CURL_SOCKET_BAD || transfer.sent == 0) return 0;
     const auto uses = [connection](const auto& one) {
       return one && one->connection == connection;
     };
-    // Whose bytes are on a shared connection cannot be told.
+    // On a connection that several requests share, the bytes cannot be attributed to one of them.
     if (std::count_if(active_.begin(), active_.end(), uses) > 1) return 0;
     if (std::find(connections_.begin(), connections_.end(), connection) == connections_.end()) {
       return 0;
@@ -798,7 +807,7 @@ class HttpEngine::Loop {
     return static_cast<int>(std::clamp<std::int64_t>(wait, 0, kLongest));
   }
 
-  /// Every request ends with an error, those included that answer handlers send meanwhile.
+  /// Ends every request with an error, also those that answer handlers send meanwhile.
   void endAll() {
     for (auto& [due, transfer] : delayed_) ended_.push_back(std::move(transfer));
     for (auto& [name, host] : hosts_) {
@@ -843,17 +852,17 @@ class HttpEngine::Loop {
   Mutex mutex_;
   std::vector<std::unique_ptr<Transfer>> incoming_ QX_GUARDED_BY(mutex_);
   bool stopping_ QX_GUARDED_BY(mutex_) = false;
-  /// The thread takes nothing any more.
+  /// True when the thread takes no more requests.
   bool stopped_ QX_GUARDED_BY(mutex_) = false;
 
-  // The engine's thread only.
+  // Only the engine's thread uses the following members.
   std::multimap<Time, std::unique_ptr<Transfer>> delayed_;
   std::map<std::string, Host, std::less<>> hosts_;
   std::vector<std::unique_ptr<Transfer>> active_;
   std::vector<std::unique_ptr<Transfer>> ended_;
   std::vector<CURL*> idle_;
   Connections connections_;
-  /// Requests under way that are answered by a head and have not been.
+  /// The number of running requests that wait for the head alone and have not been answered.
   std::size_t awaitingHeads_ = 0;
   Time nextSweep_ = Time::max();
 };

@@ -1,11 +1,12 @@
-// The one HTTP engine of the process: messages, the upload server and the object store all send
-// through it.
+// The HTTP engine of the process, through which backend messages, the upload server and the object
+// store send all their requests.
 //
-// One thread ("qx.http") drives one libcurl multi handle with one connection pool, TLS session and
-// DNS cache. No retry, no redirect: both are decided above. (libcurl itself sends a request anew
-// when a reused connection ends before a byte of its answer has come.)
+// One thread ("qx.http") drives one libcurl multi handle with one connection pool, one TLS session
+// cache and one DNS cache. The engine repeats no request and follows no redirect; the layers above
+// decide that. (libcurl itself sends a request again when a reused connection ends before the first
+// byte of the answer.)
 //
-// Threads: as in Http.h; the handlers of requests run on the engine's thread.
+// Threads: as in Http.h. The handlers of requests run on the engine's thread.
 #pragma once
 
 #include <memory>
@@ -16,12 +17,12 @@
 
 namespace qx {
 
-/// What is the same for every request of the process.
+/// The settings that are the same for all requests of the process.
 struct HttpEngineSettings {
-  /// PEM file of the certificate authorities to trust; absent: the system's.
+  /// The PEM file of the certificate authorities to trust. Absent: the system's authorities.
   std::optional<std::string> caFile;
-  /// "http://proxy:3128" and the hosts to reach without it, comma-separated. Absent: no proxy; the
-  /// environment is not read.
+  /// The proxy ("http://proxy:3128"), and the hosts that are reached without it (comma-separated).
+  /// Absent: no proxy. The environment is not read.
   std::optional<std::string> proxy;
   std::optional<std::string> noProxy;
 };
@@ -29,15 +30,15 @@ struct HttpEngineSettings {
 class HttpEngine : public Http {
  public:
   explicit HttpEngine(HttpEngineSettings settings);
-  /// Stops it.
+  /// Stops the engine.
   ~HttpEngine() override;
   HttpEngine(const HttpEngine&) = delete;
   HttpEngine& operator=(const HttpEngine&) = delete;
 
-  /// Codes of its errors are kTransportErrorBase plus libcurl's own.
+  /// The codes of its errors are kTransportErrorBase plus libcurl's own codes.
   std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) override;
-  /// Ends what is under way with a Transport error each, and joins the thread. What is sent later
-  /// ends the same way, on the sender's thread. A second time does nothing.
+  /// Ends every request with a Transport error, and joins the thread. A request that is sent later
+  /// ends in the same way, on the sender's thread. A second call does nothing.
   void stop();
 
  private:

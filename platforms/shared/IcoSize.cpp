@@ -1,4 +1,4 @@
-// ICO: a list of images of one thing in several sizes. The largest is the one that counts.
+// ICO: a list of images of one subject in several sizes. The size is that of the largest image.
 #include <cstdint>
 
 #include "platforms/shared/ByteReader.h"

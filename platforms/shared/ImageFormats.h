@@ -1,11 +1,12 @@
-// One function for each image format: the size of the image that `bytes` hold as a viewer shows it
-// (orientation applied), from its header alone, or nothing when the bytes are no such image or end
-// before its pixels begin. Of an animation or a document of several pages: the size of one.
+// One function for each image format. It yields the size at which a viewer shows the image in
+// `bytes` (orientation applied), from the header alone. Nothing when the bytes are no image of this
+// format or end before its pixels begin. For an animation or a document of several pages, the size
+// is that of one image.
 //
-// The bytes are anybody's. Pixels are never decoded, texts and profiles never unpacked; memory and
-// time are bounded whatever the bytes hold, and do not grow with their number.
+// The bytes may come from anybody. No function decodes pixels or unpacks texts and profiles. Memory
+// and time are bounded whatever the bytes hold, and do not grow with their number.
 //
-// Threads: pure functions, callable from any thread.
+// Threads: pure functions.
 #pragma once
 
 #include <optional>

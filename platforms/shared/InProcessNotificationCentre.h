@@ -1,7 +1,7 @@
-// The notification centre: handlers by name.
+// The notification centre, which finds handlers by the name of a notification.
 //
-// Threads: every operation may be called from any thread; handlers run on the thread that posts,
-// outside the lock, so they may add observers and post.
+// Threads: every operation may be called from any thread. Handlers run on the thread that posts,
+// outside the lock, so that they may add observers and post.
 #pragma once
 
 #include <functional>

@@ -1,7 +1,7 @@
-// JPEG by libjpeg, as far as the header of the first scan.
+// JPEG by libjpeg, up to the header of the first scan.
 #include <csetjmp>
 #include <cstddef>
-#include <cstdio>  // jpeglib.h needs it
+#include <cstdio>  // jpeglib.h needs this header.
 #include <string_view>
 
 #include <jpeglib.h>
@@ -14,12 +14,12 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// libjpeg gets the bytes in windows of this size, and so many of them at most. What it skips
-/// (profiles, previews) costs no window, so that real headers end within a few of them.
+/// libjpeg gets the bytes in windows of this size, up to this number of windows. Bytes that it
+/// skips (profiles, previews) need no window, so that real headers end within a few windows.
 constexpr std::size_t kWindow = 4096;
 constexpr int kMostWindows = 256;
 
-/// The error handler leaves libjpeg by longjmp, so nothing here has a destructor.
+/// The error handler leaves libjpeg by longjmp, so no member here may have a destructor.
 struct Reader {
   jpeg_decompress_struct jpeg;
   jpeg_error_mgr errors;
@@ -27,7 +27,7 @@ struct Reader {
   std::jmp_buf failed;
   const char* bytes;
   std::size_t size;
-  /// How many of the bytes libjpeg was given or has skipped.
+  /// The number of bytes that libjpeg was given or has skipped.
   std::size_t given;
   int windowsLeft;
   int orientation;
@@ -51,7 +51,7 @@ boolean nextWindow(j_decompress_ptr jpeg) {
   Reader& reader = readerOf(jpeg);
   if (reader.windowsLeft-- == 0) fail(reinterpret_cast<j_common_ptr>(jpeg));
   if (reader.given == reader.size) {
-    // As libjpeg's own sources do: bytes that end early end like an image.
+    // Like the sources that libjpeg has itself: bytes that end early look like the end of an image.
     static constexpr JOCTET kEnd[] = {0xFF, JPEG_EOI};
     reader.source.next_input_byte = kEnd;
     reader.source.bytes_in_buffer = sizeof(kEnd);
@@ -80,7 +80,7 @@ void skip(j_decompress_ptr jpeg, long count) {
   reader.given += bytes < left ? bytes : left;
 }
 
-/// Looks at an APP1 segment where it lies and skips it; libjpeg itself would keep a copy of each.
+/// Reads an APP1 segment in place and skips it. libjpeg itself would keep a copy of each segment.
 boolean readApp1(j_decompress_ptr jpeg) {
   Reader& reader = readerOf(jpeg);
   const std::size_t at = reader.given - reader.source.bytes_in_buffer;
@@ -98,14 +98,14 @@ boolean readApp1(j_decompress_ptr jpeg) {
   return TRUE;
 }
 
-/// Fills `reader.jpeg` as far as the header says; false when there is no whole header.
+/// Fills `reader.jpeg` from the header. False when the header is not whole.
 bool readHeader(Reader& reader) {
   reader.jpeg.err = ::jpeg_std_error(&reader.errors);
   reader.jpeg.client_data = &reader;
   reader.errors.error_exit = fail;
   reader.errors.emit_message = saysNothing;
   reader.errors.output_message = printsNothing;
-  // NOLINTNEXTLINE(cert-err52-cpp): the one way out of libjpeg
+  // NOLINTNEXTLINE(cert-err52-cpp): there is no other way out of libjpeg.
   if (setjmp(reader.failed) != 0) return false;
   ::jpeg_CreateDecompress(&reader.jpeg, JPEG_LIB_VERSION, sizeof(reader.jpeg));
   reader.source.init_source = doesNothing;

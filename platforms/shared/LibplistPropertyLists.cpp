@@ -28,12 +28,13 @@ constexpr std::string_view kStart =
 constexpr std::string_view kEnd = "</plist>\n";
 
 constexpr int kDepthLimit = 128;
-/// Seconds from 1970-01-01, our epoch, to 2001-01-01, that of property lists.
+/// The seconds from 1970-01-01, where our time begins, to 2001-01-01, where that of property lists
+/// begins.
 constexpr double kPropertyListEpoch = 978307200;
 
 // ---- Writing
 
-/// Appends `text` as XML character data; false when XML cannot hold it.
+/// Appends `text` as XML character data. False when XML cannot hold the text.
 bool writeText(std::string& out, std::string_view text) {
   while (!text.empty()) {
     const std::string_view before = text;
@@ -50,7 +51,7 @@ bool writeText(std::string& out, std::string_view text) {
         out += "&gt;";
         break;
       case '\r':
-        out += "&#13;";  // As it stands, a reader would take it for a line end.
+        out += "&#13;";  // Readers change a bare CR into a line feed.
         break;
       default:
         if (*character < 0x20 && *character != '\t' && *character != '\n') return false;
@@ -81,7 +82,7 @@ void writeReal(std::string& out, double number) {
   } else if (std::isinf(number)) {
     out += number < 0 ? "-infinity" : "+infinity";
   } else {
-    // The shortest digits that read back as the same double.
+    // The fewest digits that are read as the same double.
     std::array<char, 64> digits;
     const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     const std::string_view text(digits.data(), static_cast<std::size_t>(end - digits.data()));
@@ -90,7 +91,7 @@ void writeReal(std::string& out, double number) {
   }
 }
 
-/// Whole seconds, as the format has them; false outside the years 0 to 9999.
+/// The date in whole seconds, as the format has them. False outside the years 0 to 9999.
 bool writeDate(std::string& out, Date date) {
   const double seconds = std::floor(date.secondsSince1970);
   if (!(seconds >= -62167219200.0 && seconds < 253402300800.0)) return false;
@@ -175,10 +176,11 @@ bool write(std::string& out, const Value& value, std::size_t depth) {
 
 // ---- Reading
 
-/// libplist frees and converts nested nodes by recursion, so the depth is judged before it sees the
-/// text. Tags inside comments and CDATA do not count.
+/// True when the text is nested no deeper than the limit. libplist frees and converts nested nodes
+/// by recursion, so that the depth is checked before libplist gets the text. Tags inside comments
+/// and CDATA do not count.
 bool xmlFits(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return false;  // It would end a C string.
+  if (text.find('\0') != std::string_view::npos) return false;  // NUL would end a C string.
   int depth = 0;
   for (std::size_t at = text.find('<'); at != std::string_view::npos; at = text.find('<', at + 1)) {
     const std::string_view rest = text.substr(at);
@@ -200,8 +202,9 @@ bool xmlFits(std::string_view text) {
   return true;
 }
 
-/// The same for the binary form, where a container may also contain itself, or be shared by many:
-/// walks the references, no deeper than the limit and no more of them than the file has bytes.
+/// The same check for the binary form, where a container may contain itself or be shared by many
+/// containers. It follows the references, to the limit of depth at most, and no more references
+/// than the file has bytes.
 class BinaryCheck {
  public:
   explicit BinaryCheck(std::string_view bytes) : bytes_(bytes) {}
@@ -226,15 +229,15 @@ class BinaryCheck {
   std::uint64_t byteAt(std::uint64_t at) const {
     return static_cast<unsigned char>(bytes_[static_cast<std::size_t>(at)]);
   }
-  /// The caller has checked that the bytes are there.
+  /// The caller has checked that the bytes exist.
   std::uint64_t number(std::uint64_t at, std::uint64_t size) const {
     std::uint64_t value = 0;
     for (std::uint64_t i = 0; i < size; ++i) value = (value << 8) | byteAt(at + i);
     return value;
   }
 
-  /// An object's kind, its size and where its content begins; nothing when they are not within the
-  /// objects.
+  /// The kind of an object, its size and the place of its content. Nothing when these are not
+  /// within the objects.
   struct Head {
     std::uint64_t kind = 0;
     std::uint64_t size = 0;
@@ -246,7 +249,7 @@ class BinaryCheck {
     if (at >= table_) return std::nullopt;
     const std::uint64_t marker = byteAt(at++);
     std::uint64_t size = marker & 0xF;
-    if (marker >> 4 != 0 && size == 0xF) {  // The size follows as an integer object.
+    if (marker >> 4 != 0 && size == 0xF) {  // An integer object with the size follows.
       if (at >= table_) return std::nullopt;
       const std::uint64_t width = std::uint64_t{1} << (byteAt(at++) & 0xF);
       if (width > 8 || width > table_ - at) return std::nullopt;
@@ -256,7 +259,7 @@ class BinaryCheck {
     return Head{.kind = marker >> 4, .size = size, .content = at};
   }
 
-  /// A text without NUL: libplist stops the process over any other key.
+  /// Checks that a text has no NUL, because libplist stops the process when a key has one.
   bool isKey(std::uint64_t object) {
     const auto head = headOf(object);
     if (!head || (head->kind != 0x5 && head->kind != 0x6)) return false;
@@ -275,7 +278,7 @@ class BinaryCheck {
     const auto head = headOf(object);
     if (!head) return false;
     const bool isDictionary = head->kind == 0xD;
-    if (head->kind != 0xA && head->kind != 0xC && !isDictionary) return true;  // No container.
+    if (head->kind != 0xA && head->kind != 0xC && !isDictionary) return true;  // A leaf.
     const std::uint64_t perElement = (isDictionary ? 2 : 1) * refSize_;
     if (head->size > (table_ - head->content) / perElement) return false;
     const auto reference = [&](std::uint64_t i) {
@@ -297,13 +300,14 @@ class BinaryCheck {
   std::uint64_t refSize_ = 0;
   std::uint64_t count_ = 0;
   std::uint64_t table_ = 0;
-  /// How many references may still be followed, and characters of keys looked at (keys are shared
-  /// by many dictionaries, so these may be some times as many as the file has).
+  /// The number of references that may still be followed, and of characters of keys that may still
+  /// be read. Many dictionaries may share keys, so the characters may be several times as many as
+  /// the file has.
   std::uint64_t budget_ = 0;
   std::uint64_t keyBudget_ = 0;
 };
 
-/// libplist reads numbers with the decimal point of the thread's locale; in here it is ".".
+/// Sets the decimal point of the thread's locale to ".", because libplist reads numbers with it.
 class CLocale {
  public:
   CLocale() : locale_(::newlocale(LC_ALL_MASK, "C", nullptr)), before_(::uselocale(locale_)) {}
@@ -375,8 +379,9 @@ Value dictionary(plist_t node) {
   }
 }
 
-/// libplist takes a dictionary of the one integer "CF$UID" for a reference of an archive, and keeps
-/// of it the bits alone. Null when they could stand for two integers.
+/// libplist takes a dictionary whose only entry is the integer "CF$UID" for the reference of an
+/// archive, and keeps only the bits of the integer. Null when these bits may stand for two
+/// integers.
 Value reference(plist_t node) {
   std::uint64_t bits = 0;
   ::plist_get_uid_val(node, &bits);
@@ -384,7 +389,7 @@ Value reference(plist_t node) {
   return Dictionary{{"CF$UID", static_cast<std::int64_t>(bits)}};
 }
 
-/// Null for what a Value has no form for.
+/// Null for a node that a Value cannot hold.
 Value converted(plist_t node) {
   switch (::plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {

@@ -1,6 +1,6 @@
-// Property lists: written by hand in XML form, piece by piece; read in any form by libplist.
+// Property lists. Our own code writes them in XML form, piece by piece; libplist reads any form.
 //
-// Threads: no state; every operation may be called from any thread.
+// Threads: no state. Every operation may be called from any thread.
 #pragma once
 
 #include <optional>
@@ -17,8 +17,8 @@ class LibplistPropertyLists : public PropertyLists {
   std::string_view documentEnd() override;
   std::optional<std::string> element(const Value& value) override;
   std::optional<std::string> key(std::string_view name) override;
-  /// Nesting deeper than 128 is refused, and a binary list whose containers are shared so often
-  /// that it would grow beyond its own size.
+  /// Refuses nesting deeper than 128, and a binary list whose containers are shared so often that
+  /// the result would be larger than the list.
   Result<Value> decode(const Data& bytes) override;
 };
 

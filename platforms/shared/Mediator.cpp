@@ -10,8 +10,8 @@ namespace {
 constexpr std::string_view kProductionQuery = "QXConfig_currentEnvironmentIsProduction";
 constexpr int kLogLevel = 5;
 
-/// True while this thread writes a log line: a logger that asks the mediator something unknown must
-/// not be asked to log that, too.
+/// True while this thread writes a log line, so that no line is logged about an unknown question
+/// that the logger asks the mediator meanwhile.
 thread_local bool logging = false;
 
 void logUnknown(QXMediator& mediator, QXLogger* logger, std::string message,
@@ -89,7 +89,8 @@ Value Mediator::perform(std::string_view selector, const std::vector<Value>& arg
     return value;
   }
   if (mistakes_ != nullptr) mistakes_->unanswered(selector, logger_ != nullptr);
-  // Without an answer to this one the environment counts as production, where nothing is logged.
+  // Without an answer to this question the environment counts as production, where nothing is
+  // logged.
   if (selector != kProductionQuery) {
     logUnknown(*this, logger_, "unknown selector " + std::string(selector), "perform(_:arguments:)",
                __LINE__);

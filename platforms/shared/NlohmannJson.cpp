@@ -14,11 +14,11 @@ namespace qx {
 namespace {
 
 constexpr std::size_t kDepthLimit = 128;
-/// What the values of one text may take in memory, their text itself not counted. Two bytes of text
-/// ("0,") can ask for a hundred bytes of memory, so the text's own length is no limit.
+/// The memory that the values of one text may take, without the text itself. The size of the text
+/// is no limit, because two bytes of text ("0,") may need a hundred bytes of memory.
 constexpr std::size_t kMemoryLimit = std::size_t{8} << 20;
 
-/// Appends the JSON text of `text`, with "/" written "\/"; false when it is not UTF-8.
+/// Appends the JSON text of `text`, with "/" written as "\/". False when `text` is not UTF-8.
 bool writeText(std::string& out, const std::string& text) {
   if (!isUtf8(text)) return false;
   for (const char c : nlohmann::json(text).dump()) {
@@ -74,7 +74,7 @@ bool write(std::string& out, const Value& value) {
   return true;
 }
 
-/// Builds a Value from the parser's events; false ends the parse.
+/// Builds a Value from the parser's events. Returning false ends the parse.
 class Builder : public nlohmann::json_sax<nlohmann::json> {
  public:
   Value take() { return std::move(root_); }
@@ -96,7 +96,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
   bool string(string_t& value) override {
     return charge(value.capacity()) && add(Value(std::move(value)));
   }
-  bool binary(binary_t& /*value*/) override { return false; }  // JSON text has none.
+  bool binary(binary_t& /*value*/) override { return false; }  // JSON text has no binary values.
 
   bool start_object(std::size_t /*size*/) override { return open(Level{.isObject = true}); }
   bool key(string_t& value) override {
@@ -114,7 +114,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
   }
 
  private:
-  /// An array or object that is not closed yet.
+  /// An array or object that has not been closed yet.
   struct Level {
     bool isObject = false;
     std::string key{};
@@ -122,7 +122,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     Array elements{};
   };
 
-  /// Counts `bytes` of memory; false when that makes too many of them.
+  /// Counts `bytes` of memory. False when the limit is exceeded.
   bool charge(std::size_t bytes) {
     memory_ += bytes;
     return !tooLarge();
@@ -151,9 +151,10 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     return add(level.isObject ? Value(std::move(level.members)) : Value(std::move(level.elements)));
   }
 
-  /// A node of the map: its content, three links, a colour and what the allocator adds.
+  /// A node of the map: its content, three links, a colour, and the overhead of the allocator.
   static constexpr std::size_t kMemberSize = sizeof(Dictionary::value_type) + 6 * sizeof(void*);
-  /// An array that grows is for a moment there twice, the second time with room for as many again.
+  /// An array that grows exists twice for a moment, and the second copy has room for as many
+  /// elements again.
   static constexpr std::size_t kElementSize = 3 * sizeof(Value);
 
   Value root_;

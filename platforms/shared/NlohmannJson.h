@@ -1,7 +1,7 @@
-// JSON by nlohmann-json, which stays inside the .cpp file. A text that is nested deeper than 128 or
-// whose values take more than 8 MiB of memory is refused.
+// JSON by nlohmann-json, which only the .cpp file includes. A text that is nested deeper than 128,
+// or whose values take more than 8 MiB of memory, is refused.
 //
-// Threads: no state; every operation may be called from any thread.
+// Threads: no state. Every operation may be called from any thread.
 #pragma once
 
 #include <optional>

@@ -17,8 +17,8 @@ struct Free {
 };
 using Context = std::unique_ptr<EVP_MD_CTX, Free>;
 
-/// OpenSSL looks an algorithm up by name on every use unless it has been fetched, which costs as
-/// much as hashing a kilobyte.
+/// The algorithm, which is fetched once. Otherwise OpenSSL looks it up by name on every use, which
+/// costs as much as hashing a kilobyte.
 const EVP_MD* sha256Algorithm() {
   static const EVP_MD* const fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
   return fetched;
@@ -71,7 +71,8 @@ Sha256Digest OpenSslDigests::sha256(std::string_view bytes) {
   return digestOf({bytes});
 }
 
-// Straight from RFC 2104; OpenSSL's own goes through a second look-up and three allocations.
+// HMAC is written out by RFC 2104, because OpenSSL's own needs a second look-up and three
+// allocations.
 Sha256Digest OpenSslDigests::hmacSha256(std::string_view key, std::string_view bytes) {
   Sha256Digest shortened;
   if (key.size() > kBlock) {

@@ -1,6 +1,6 @@
 // Digests by OpenSSL.
 //
-// Threads: as in Digests.h; it has no state.
+// Threads: as in Digests.h. The class has no state.
 #pragma once
 
 #include "platform/Digests.h"

@@ -1,5 +1,5 @@
-// PNG by libpng, which gets to see what the size depends on and no other chunk: the header, the
-// palette, and that pixels follow. Texts, profiles and the rest, packed or not, are jumped over.
+// PNG by libpng. libpng gets only what the size depends on: the header, the palette, and the fact
+// that pixels follow. Texts, profiles and all other chunks are skipped.
 #include <png.h>
 
 #include <array>
@@ -16,14 +16,14 @@ namespace qx {
 namespace {
 
 constexpr std::size_t kSignature = 8;
-/// Length and name in front, a check sum behind.
+/// The size of a chunk without its content: length and name before it, a check sum after it.
 constexpr std::size_t kAroundChunk = 12;
-/// No encoder writes nearly as many before the pixels.
+/// The largest number of chunks before the pixels. No encoder writes nearly as many.
 constexpr int kMostChunks = 10'000;
 constexpr std::size_t kLongestPalette = 768;
 
-/// What libpng is to read, one piece after the other. Nothing here has a destructor, for libpng is
-/// left by longjmp.
+/// The bytes that libpng shall read, piece by piece. No member here may have a destructor, because
+/// libpng is left by longjmp.
 struct Pieces {
   std::array<std::string_view, 4> pieces;
   std::size_t count;
@@ -48,10 +48,10 @@ void read(png_structp png, png_bytep out, std::size_t size) {
 void saysNothing(png_structp /*png*/, png_const_charp /*message*/) {}
 
 bool readInfo(png_structp png, png_infop info, Pieces& pieces) {
-  // NOLINTNEXTLINE(cert-err52-cpp): the one way out of libpng
+  // NOLINTNEXTLINE(cert-err52-cpp): there is no other way out of libpng.
   if (setjmp(png_jmpbuf(png)) != 0) return false;
   ::png_set_read_fn(png, &pieces, read);
-  // A large image is no reason to refuse it: no memory is taken for its pixels.
+  // A large image is not refused, because no memory is taken for its pixels.
   ::png_set_user_limits(png, 0x7fffffff, 0x7fffffff);
   ::png_read_info(png, info);
   return true;
@@ -95,7 +95,7 @@ std::optional<ImageSize> pngSize(std::string_view bytes) {
     if (name == "eXIf") {
       orientation = exifOrientation(content);
     } else if (isCritical) {
-      // Each of the two comes once; any other would have to be understood.
+      // Each of these two chunks occurs once. Any other critical chunk would have to be understood.
       const bool isHeader = name == "IHDR" && pieces.count == 1;
       const bool isPalette = name == "PLTE" && pieces.count == 2 && length <= kLongestPalette;
       if (!isHeader && !isPalette) return std::nullopt;

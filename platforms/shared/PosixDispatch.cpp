@@ -24,7 +24,8 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr std::size_t kGlobalThreads = 4;
 
-/// The queue whose work runs on this thread, the innermost one.
+/// The queue whose work runs on this thread. If such work runs inside other work, the innermost
+/// queue.
 thread_local const void* currentQueue = nullptr;
 
 /// Marks this thread as running the work of a queue.
@@ -43,13 +44,14 @@ class RunningOn {
   fatal("deadlock: sync on the queue \"" + std::string(label) + "\" from its own work");
 }
 
-/// Lets one thread wait for another to be done.
+/// Lets one thread wait until another thread has done something.
 class Done {
  public:
   void set() {
     MutexLock lock(mutex_);
     done_ = true;
-    // Under the lock: the waiter may destroy this object as soon as it has seen done_.
+    // Notified under the lock, because the waiter may destroy this object as soon as it has seen
+    // done_.
     condition_.notifyAll();
   }
   void wait() {
@@ -64,17 +66,17 @@ class Done {
 };
 
 void nameThisThread(const std::string& name) {
-  // The kernel takes 15 characters.
+  // The kernel allows 15 characters.
   pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
 }
 
 }  // namespace
 
-/// All threads of one PosixDispatch, and how much work their queues have: what shutDown() waits
-/// for. Shared with every queue and timer.
+/// All threads of one PosixDispatch, and the amount of work in their queues, for which shutDown()
+/// waits. Every queue and timer shares this object.
 class PosixDispatch::Workers {
  public:
-  /// Counts one piece of work in; false when the dispatch is shut down.
+  /// Counts one piece of work. False when the dispatch has been shut down.
   bool begin() {
     if ((busy_.fetch_add(1) & kClosed) == 0) return true;
     end();
@@ -83,7 +85,7 @@ class PosixDispatch::Workers {
   void end() {
     if (busy_.fetch_sub(1) == 1) busy_.notify_all();
   }
-  /// Only between begin and end: a thread is made for work.
+  /// Call this only between begin() and end(), because a thread is made for work.
   void spawn(const std::string& name, std::function<void()> body) {
     joinFinished();
     MutexLock lock(mutex_);
@@ -100,7 +102,7 @@ class PosixDispatch::Workers {
       fatal("cannot start the thread \"" + name + "\": " + error.what());
     }
   }
-  /// `close` is called by closeWhenQuiet(); it makes a worker return, or a timer stop.
+  /// closeWhenQuiet() calls `close`, which makes a worker return or a timer stop.
   void addCloser(std::weak_ptr<void> owner, std::function<void()> close) {
     MutexLock lock(mutex_);
     std::erase_if(closers_, [](const auto& each) { return each.first.expired(); });
@@ -131,7 +133,7 @@ class PosixDispatch::Workers {
   }
 
  private:
-  /// Threads of queues that are gone are collected when the next one is made.
+  /// Joins the threads of queues that no longer exist. It runs when the next thread is made.
   void joinFinished() {
     std::vector<std::thread> finished;
     {
@@ -149,8 +151,9 @@ class PosixDispatch::Workers {
   }
 
   static constexpr std::uint32_t kClosed = std::uint32_t{1} << 31;
-  /// How many pieces of work are enqueued or run, and kClosed once no more is taken. No mutex:
-  /// every thread of the process comes by twice for each piece of work.
+  /// The number of pieces of work that are enqueued or running, plus kClosed after the end. It is
+  /// an atomic, not guarded by a mutex, because every thread changes it twice for each piece of
+  /// work.
   std::atomic<std::uint32_t> busy_ = 0;
 
   Mutex mutex_;
@@ -160,7 +163,7 @@ class PosixDispatch::Workers {
   std::vector<std::pair<std::weak_ptr<void>, std::function<void()>>> closers_ QX_GUARDED_BY(mutex_);
 };
 
-/// What a queue shares with its worker threads; they keep it until it is drained.
+/// The part of a queue that its threads share. They keep it until all work is done.
 class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState> {
  public:
   QueueState(std::shared_ptr<Workers> workers, std::string label, std::size_t threads)
@@ -168,7 +171,7 @@ class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState
 
   const std::string& label() const { return label_; }
 
-  /// False when the dispatch is shut down; `work` is untouched then.
+  /// False when the dispatch has been shut down. `work` is unchanged then.
   bool enqueue(Work& work) {
     if (!workers_->begin()) return false;
     bool needsThread = false;
@@ -185,7 +188,7 @@ class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState
     }
     return true;
   }
-  /// The workers return once nothing is left.
+  /// Makes the threads return when no work is left.
   void close() {
     MutexLock lock(mutex_);
     closed_ = true;
@@ -207,7 +210,7 @@ class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState
         items_.pop_front();
       }
       work();
-      work = nullptr;  // Captures end here, on the queue.
+      work = nullptr;  // Destroys the captures here, on the queue.
       workers_->end();
     }
   }
@@ -219,12 +222,12 @@ class PosixDispatch::QueueState : public std::enable_shared_from_this<QueueState
   Condition wake_;
   std::deque<Work> items_ QX_GUARDED_BY(mutex_);
   std::size_t threads_ QX_GUARDED_BY(mutex_) = 0;
-  /// Threads that wait for work.
+  /// The number of threads that wait for work.
   std::size_t idle_ QX_GUARDED_BY(mutex_) = 0;
   bool closed_ QX_GUARDED_BY(mutex_) = false;
 };
 
-/// The handle of a serial queue, or of the global one.
+/// The handle of a serial queue or of the global queue.
 class PosixDispatch::WorkerQueue : public DispatchQueue {
  public:
   WorkerQueue(const std::shared_ptr<Workers>& workers, std::string label, std::size_t threads)
@@ -235,7 +238,7 @@ class PosixDispatch::WorkerQueue : public DispatchQueue {
 
   std::string_view label() const override { return state_->label(); }
   void async(Work work) override {
-    // Kept here: the work may drop this queue before enqueue() is done.
+    // The state is kept here, because the work may destroy this queue before enqueue() returns.
     const std::shared_ptr<QueueState> state = state_;
     state->enqueue(work);
   }
@@ -251,7 +254,7 @@ class PosixDispatch::WorkerQueue : public DispatchQueue {
     if (state->enqueue(item)) {
       done.wait();
     } else {
-      work();  // Shut down: nothing else runs on this queue any more.
+      work();  // After a shutdown nothing else runs on this queue.
     }
   }
 
@@ -276,7 +279,7 @@ class PosixDispatch::MainQueue : public DispatchQueue {
       });
       return;
     }
-    // An empty piece of work is a stop, so none of the host's may look like one.
+    // An empty piece of work is a stop, so an empty piece of the host's is dropped.
     if (work) enqueue(std::move(work));
   }
   void sync(Work work) override {
@@ -306,7 +309,8 @@ class PosixDispatch::MainQueue : public DispatchQueue {
     }
   }
   MainQueueUse use() const {
-    // In this order, so that what is started after the first look does not count as waiting.
+    // `put_` is read first, so that work that is started between the two reads does not count as
+    // waiting.
     const std::uint64_t put = put_.load();
     return {.put = put, .started = started_.load()};
   }
@@ -316,18 +320,19 @@ class PosixDispatch::MainQueue : public DispatchQueue {
   void enqueue(Work work) {
     MutexLock lock(mutex_);
     items_.push_back(std::move(work));
-    // Under the lock: when this is the stop, the thread in run() may destroy this queue at once.
+    // Notified under the lock, because the thread in run() may destroy this queue as soon as it has
+    // taken a stop.
     wake_.notifyOne();
   }
 
   const std::function<void(Work)> poster_;
   std::atomic<std::uint64_t> put_ = 0;
   std::atomic<std::uint64_t> started_ = 0;
-  /// What the host's loop still holds when this queue is gone is dropped.
+  /// Work that the host's loop still holds when this queue is destroyed is dropped.
   const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   Mutex mutex_;
   Condition wake_;
-  /// An empty one stops run().
+  /// An empty piece of work stops run().
   std::deque<Work> items_ QX_GUARDED_BY(mutex_);
 };
 
@@ -337,7 +342,8 @@ class PosixDispatch::ThreadSemaphore : public Semaphore {
   void signal() override {
     MutexLock lock(mutex_);
     ++count_;
-    // Under the lock: the waiter may destroy the semaphore as soon as it has the count.
+    // Notified under the lock, because the waiter may destroy the semaphore as soon as it has taken
+    // the count.
     risen_.notifyOne();
   }
   void wait() override {
@@ -352,7 +358,7 @@ class PosixDispatch::ThreadSemaphore : public Semaphore {
   int count_ QX_GUARDED_BY(mutex_);
 };
 
-/// What a timer shares with its thread and with the ticks it has put on its queue.
+/// The part of a timer that its thread and the ticks on its queue share.
 ///
 ///     made ──► scheduled ──┐
 ///       │                  ├──► ticking ──► stopped
@@ -362,7 +368,7 @@ struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
 
   explicit TimerState(DispatchQueue& onQueue) : queue(onQueue) {}
 
-  /// True when the timer's thread is to start: the timer has been both scheduled and resumed.
+  /// True when the timer has been both scheduled and resumed, so that its thread shall start.
   bool takeStep(Life step) QX_REQUIRES(mutex) {
     if (life == Life::made || life == step) {
       life = step;
@@ -373,7 +379,7 @@ struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
     return true;
   }
 
-  /// The timer's thread: puts a tick on the queue whenever one is due.
+  /// Runs on the timer's thread, and puts a tick on the queue whenever one is due.
   void serve() {
     SteadyClock::time_point due = SteadyClock::now();
     for (;;) {
@@ -402,7 +408,7 @@ struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
         ticks = step.next;
         const bool isRunner = event == TickEvent::ended || step.act;
         if (!step.act || life == Life::stopped) {
-          // The thread in which the handler runs is the one that goes.
+          // The thread that runs the handler leaves.
           if (isRunner) runner = std::thread::id();
           changed.notifyAll();
           return;
@@ -420,9 +426,9 @@ struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   }
   void waitUntilStill() {
     MutexLock lock(mutex);
-    // The queue need not live any longer than the timer.
+    // The queue need not outlive the timer.
     while (usesQueue) changed.wait(mutex);
-    // A handler may destroy its own timer; it would wait for itself.
+    // A handler may destroy its own timer. It must not wait for itself.
     while (runner != std::thread::id() && runner != std::this_thread::get_id()) changed.wait(mutex);
   }
 
@@ -433,9 +439,9 @@ struct PosixDispatch::TimerState : std::enable_shared_from_this<TimerState> {
   SteadyClock::duration interval QX_GUARDED_BY(mutex){};
   Life life QX_GUARDED_BY(mutex) = Life::made;
   Ticks ticks QX_GUARDED_BY(mutex) = Ticks::none;
-  /// The timer's thread is putting a tick on the queue.
+  /// True while the timer's thread puts a tick on the queue.
   bool usesQueue QX_GUARDED_BY(mutex) = false;
-  /// The thread that runs the handler; none while it does not run.
+  /// The thread that runs the handler; no thread while it does not run.
   std::thread::id runner QX_GUARDED_BY(mutex);
 };
 
@@ -454,7 +460,7 @@ class PosixDispatch::ThreadTimer : public Timer {
     MutexLock lock(state_->mutex);
     state_->handler = std::move(handler);
   }
-  // The kernel's own slack (50 us) is all the leeway there is.
+  // The leeway is not used. The kernel's own slack is 50 us.
   void scheduleNow(double intervalSeconds, double /*leewaySeconds*/) override {
     bool ready = false;
     {
@@ -476,7 +482,8 @@ class PosixDispatch::ThreadTimer : public Timer {
 
  private:
   void start() {
-    // Kept here: the first tick may destroy this timer before the thread that made it comes back.
+    // The workers are kept here, because the first tick may destroy this timer before spawn()
+    // returns.
     const std::shared_ptr<Workers> workers = workers_;
     if (!workers->begin()) return;
     workers->spawn("qx.timer", [state = state_] { state->serve(); });

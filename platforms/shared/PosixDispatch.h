@@ -1,12 +1,12 @@
 // Queues, semaphores and timers on threads of the process.
 //
-// A serial queue owns one worker thread, made on first use and named after its label. The global
-// queue is a pool of four. The main queue belongs to the host: run() on its main thread, or a
-// poster into its own loop.
+// A serial queue owns one thread, which is made on first use and named after the queue's label. The
+// global queue is a pool of four threads. The main queue belongs to the host, which calls
+// runMainQueue() on its main thread or has a poster into its own loop.
 //
 // Threads: every operation may be called from any thread.
-// Ownership: queues, semaphores and timers may outlive the PosixDispatch; nothing runs on them any
-// more.
+// Ownership: queues, semaphores and timers may outlive the PosixDispatch. Nothing runs on them
+// after its end.
 #pragma once
 
 #include <cstddef>
@@ -21,11 +21,12 @@ namespace qx {
 
 class PosixDispatch : public Dispatch {
  public:
-  /// `mainQueuePoster` hands work to the host's main loop; absent: the host calls runMainQueue().
+  /// `mainQueuePoster` hands work to the host's main loop. Without it the host calls
+  /// runMainQueue().
   explicit PosixDispatch(std::function<void(Work)> mainQueuePoster = {});
-  /// Waits until no queue but the main one has work left, then stops the timers and joins all
-  /// threads. From then on a queue drops the work it is given. Work of the main queue that has not
-  /// run is dropped.
+  /// Waits until no queue except the main queue has work left, then stops the timers and joins all
+  /// threads. From then on queues drop the work that they are given, and so does the main queue
+  /// with work that has not run.
   ~PosixDispatch() override;
   PosixDispatch(const PosixDispatch&) = delete;
   PosixDispatch& operator=(const PosixDispatch&) = delete;
@@ -36,18 +37,19 @@ class PosixDispatch : public Dispatch {
   std::shared_ptr<Semaphore> makeSemaphore(int count) override;
   std::unique_ptr<Timer> makeTimer(DispatchQueue& queue) override;
 
-  /// Runs the main queue on the calling thread until a stop comes up in it.
+  /// Runs the main queue on the calling thread until it comes to a stop in the queue.
   void runMainQueue();
-  /// Puts a stop into the main queue, behind the work that is already there.
+  /// Puts a stop into the main queue, after the work that is already there.
   void stopMainQueue();
-  /// How much work has been put on the main queue, and how much of it has been started.
+  /// The number of pieces of work that the main queue has been given, and the number that it has
+  /// started.
   struct MainQueueUse {
     std::uint64_t put = 0;
     std::uint64_t started = 0;
   };
   MainQueueUse mainQueueUse() const;
-  /// The same as the destructor; a second time does nothing. For an owner whose other parts must
-  /// outlive all work. Not from a queue's own work.
+  /// Does the same as the destructor. A second call does nothing. It is meant for an owner whose
+  /// other parts must outlive all work, and must not be called by work on a queue.
   void shutDown();
 
  private:

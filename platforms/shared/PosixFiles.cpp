@@ -25,7 +25,7 @@
 namespace qx {
 namespace {
 
-/// An open file; closed at the end of its scope.
+/// An open file, which is closed at the end of its scope.
 class Descriptor {
  public:
   explicit Descriptor(int fd) : fd_(fd) {}
@@ -39,10 +39,11 @@ class Descriptor {
   }
 
   int get() const { return fd_; }
-  /// Somebody else closes it from now on.
+  /// Yields the file to a caller who closes it.
   int release() { return std::exchange(fd_, -1); }
   explicit operator bool() const { return fd_ >= 0; }
-  /// Closes now; the result of close, for what a network file system reports only here.
+  /// Closes the file and yields the result, because a network file system may report an error only
+  /// here.
   int close() { return ::close(release()); }
 
  private:
@@ -62,17 +63,17 @@ Descriptor opened(int directory, const std::string& name, int flags, mode_t mode
 }
 
 Error failure(const std::string& path, int code) {
-  // The system's own text speaks of too many levels.
+  // The system's own text speaks of too many levels of links.
   if (code == ELOOP) return {"Files", code, path + " is a symbolic link, which is not followed"};
   return {"Files", code, path + ": " + std::generic_category().message(code)};
 }
 
-/// The system calls would see such a path end at its NUL, and touch another file.
+/// The system calls would take a path with a NUL for the shorter path in front of it.
 bool hasNul(const std::string& path) {
   return path.find('\0') != std::string::npos;
 }
 
-/// The path without separators at its end, but for the root.
+/// The path without separators at its end. The root keeps its separator.
 std::string trimmed(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
@@ -94,7 +95,8 @@ bool isLink(int directory, const std::string& name) {
          S_ISLNK(status.st_mode);
 }
 
-/// Opens a directory that is no link, only to reach what is in it. Sets errno; ELOOP for a link.
+/// Opens a directory only to reach its content. Sets errno on failure: ELOOP when the name is a
+/// link.
 Descriptor openedDirectory(int above, const std::string& name) {
   Descriptor directory = opened(above, name, O_PATH | O_DIRECTORY | O_NOFOLLOW);
   if (directory) return directory;
@@ -103,7 +105,7 @@ Descriptor openedDirectory(int above, const std::string& name) {
   return directory;
 }
 
-/// 0, or errno.
+/// Returns 0 or an errno.
 int syncDirectory(int directory) {
   const Descriptor readable = opened(directory, ".", O_RDONLY | O_DIRECTORY);
   if (!readable) return errno;
@@ -112,21 +114,21 @@ int syncDirectory(int directory) {
   return 0;
 }
 
-/// Makes one directory; 0, or errno.
+/// Makes one directory. Returns 0 or an errno.
 int makeDirectory(int above, const std::string& name) {
   if (::mkdirat(above, name.c_str(), 0700) < 0) return errno == EEXIST ? 0 : errno;
-  // So that a crash cannot take the directory away from under a file that was synced.
+  // The directory is synced, so that a crash cannot remove it together with a synced file in it.
   const int code = syncDirectory(above);
-  // One that may be written but not read cannot be synced; what it holds is there all the same.
+  // A directory that may be written but not read cannot be synced. Its content exists all the same.
   return code == EACCES ? 0 : code;
 }
 
-/// Writes all pieces; 0, or errno.
+/// Writes all pieces. Returns 0 or an errno.
 int writeAll(int fd, std::span<const std::string_view> pieces) {
   const FileSizeSignalBlock noSignal;
   std::array<iovec, IOV_MAX> vectors;
-  std::size_t next = 0;    // The first piece that is not written out whole.
-  std::size_t offset = 0;  // What of it is written already.
+  std::size_t next = 0;    // The first piece that has not been written completely.
+  std::size_t offset = 0;  // The number of bytes of it that have been written.
   for (;;) {
     std::size_t count = 0;
     std::size_t piece = next;
@@ -134,7 +136,7 @@ int writeAll(int fd, std::span<const std::string_view> pieces) {
     for (; piece < pieces.size() && count < vectors.size(); ++piece, skip = 0) {
       const std::string_view rest = pieces[piece].substr(skip);
       if (rest.empty()) continue;
-      // writev only reads from there.
+      // writev does not change these bytes.
       vectors[count++] = {const_cast<char*>(rest.data()), rest.size()};
     }
     if (count == 0) return 0;
@@ -151,7 +153,7 @@ int writeAll(int fd, std::span<const std::string_view> pieces) {
   }
 }
 
-/// Fills and closes the file behind `file`; 0, or errno.
+/// Writes and closes the file. Returns 0 or an errno.
 int fill(Descriptor& file, std::span<const std::string_view> pieces, Durability durability) {
   if (const int code = writeAll(file.get(), pieces)) return code;
   if (durability == Durability::synced && retried([&] { return ::fdatasync(file.get()); }) < 0) {
@@ -170,14 +172,15 @@ int writePlain(int directory, const std::string& name, std::span<const std::stri
   if (!S_ISREG(status.st_mode)) return EINVAL;
   if ((status.st_mode & 07777) != 0600 && ::fchmod(file.get(), 0600) < 0) return errno;
   const int code = fill(file, pieces, durability);
-  // Half a file is of no use to anybody, least of all on a full disk.
+  // A part of the content is of no use, least of all on a full disk.
   if (code != 0) ::unlinkat(directory, name.c_str(), 0);
   return code;
 }
 
-/// Swaps two names, both of regular files, and removes what is then at `aside`. False when nothing
-/// was done. For content that need not be on the disk: ext4 writes out what replaces a file by
-/// rename(), and lets the caller wait for the previous write-out; it does neither here.
+/// Exchanges the names of two regular files, and removes the file that is then at `aside`. False
+/// when nothing was done. This is meant for content that need not be synced: when rename() replaces
+/// a file, ext4 writes the new file to the disk and makes the caller wait for the previous one;
+/// here it does neither.
 bool swapNames(int directory, const std::string& aside, const std::string& name) {
   struct stat status;
   if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) < 0 ||
@@ -198,7 +201,7 @@ int writeAside(int directory, const std::string& name, std::span<const std::stri
   for (;;) {
     aside = prefix + std::to_string(++counter) + ".tmp";
     Descriptor file = opened(directory, aside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    // Left behind by a process of the same number that crashed.
+    // A process with the same number has crashed and left this file behind.
     if (!file && errno == EEXIST) continue;
     if (!file) return errno;
     if (const int code = fill(file, pieces, durability)) {
@@ -219,7 +222,7 @@ int writeAside(int directory, const std::string& name, std::span<const std::stri
 }  // namespace
 
 std::optional<std::string> defaultDocumentsDirectory() {
-  // The variable counts only when it holds an absolute path, says the XDG base directory standard.
+  // The variable counts only when it holds an absolute path, by the XDG base directory standard.
   const char* data = std::getenv("XDG_DATA_HOME");
   if (data != nullptr && data[0] == '/') return std::string(data) + "/qxawsuploader";
   const char* home = std::getenv("HOME");
@@ -236,14 +239,14 @@ std::optional<std::string> defaultDocumentsDirectory() {
   return std::string(entry.pw_dir) + "/.local/share/qxawsuploader";
 }
 
-/// Where a path leads: the directory that holds its last component, and that component's name.
+/// The directory that holds the last component of a path, and the name of that component.
 struct PosixFiles::Place {
   Descriptor directory;
   std::string name;
-  /// Below a documents directory.
+  /// True for a path below a documents directory.
   bool ours;
 
-  /// For looking at, and for opening, what stands there.
+  /// The flags for examining and for opening the name.
   int lookFlags() const { return ours ? AT_SYMLINK_NOFOLLOW : 0; }
   int openFlags() const { return ours ? O_NOFOLLOW : 0; }
 };
@@ -318,7 +321,7 @@ std::optional<Error> PosixFiles::createDirectory(const std::string& path) {
 }
 
 std::optional<Error> PosixFiles::createElsewhere(const std::string& path) {
-  // Upwards to the first directory that can be made, then down again.
+  // Goes up to the first directory that can be made, then down again.
   std::vector<std::string> missing = {trimmed(path)};
   while (!missing.empty()) {
     const std::string at = missing.back();
@@ -368,7 +371,7 @@ Result<std::vector<std::string>> PosixFiles::list(const std::string& path) {
 Result<Data> PosixFiles::read(const std::string& path) {
   const Result<Place> place = placeOf(path);
   if (!place) return place.error();
-  // Without O_NONBLOCK the opening of a pipe would wait for its writer.
+  // Without O_NONBLOCK, opening a pipe would wait for a writer.
   const Descriptor file =
       opened(place->directory.get(), place->name, O_RDONLY | O_NONBLOCK | place->openFlags());
   if (!file) return failure(path, errno);
@@ -384,7 +387,8 @@ Result<Data> PosixFiles::read(const std::string& path) {
   } catch (const std::bad_alloc&) {
     return failure(path, ENOMEM);
   }
-  // The file as it was when it was opened; a file that shrinks meanwhile ends where it ends.
+  // The file is read as it was when it was opened. A file that shrinks meanwhile is read to its new
+  // end.
   std::size_t got = 0;
   while (got < size) {
     const ssize_t count =

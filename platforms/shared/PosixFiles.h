@@ -1,8 +1,9 @@
 // The file manager on any POSIX system.
 //
-// Threads: every operation may be called from any thread; it keeps no state but its settings.
-// Links: a path below a documents directory is walked one directory at a time, so that no link in
-// it is followed, whoever changes the directories meanwhile.
+// Threads: every operation may be called from any thread. The class has no state except its
+// settings.
+// Links: a path below a documents directory is opened one directory at a time, so that no link in
+// it is followed, even if somebody changes the directories meanwhile.
 #pragma once
 
 #include <optional>
@@ -16,7 +17,8 @@
 
 namespace qx {
 
-/// $XDG_DATA_HOME/qxawsuploader, else ~/.local/share/qxawsuploader; nothing when there is no home.
+/// $XDG_DATA_HOME/qxawsuploader, or ~/.local/share/qxawsuploader without that variable. Nothing
+/// when there is no home.
 std::optional<std::string> defaultDocumentsDirectory();
 
 class PosixFiles : public Files {
@@ -29,8 +31,8 @@ class PosixFiles : public Files {
   std::optional<Error> createDirectory(const std::string& path) override;
   Result<std::vector<std::string>> list(const std::string& path) override;
   Result<Data> read(const std::string& path) override;
-  /// An atomic write goes through ".qx-<process>-<number>.tmp" in the same directory; only a crash
-  /// in the middle of a write leaves one behind.
+  /// An atomic write writes ".qx-<process>-<number>.tmp" in the same directory first. Such a file
+  /// stays behind only after a crash in the middle of a write.
   std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
                              WriteMode mode, Durability durability) override;
   std::optional<Error> rename(const std::string& from, const std::string& to) override;
@@ -38,7 +40,7 @@ class PosixFiles : public Files {
 
  private:
   struct Place;
-  /// A path below a documents directory, taken apart.
+  /// A path below a documents directory, split into its components.
   struct Below {
     std::string base;
     std::vector<std::string> components;
@@ -46,7 +48,7 @@ class PosixFiles : public Files {
 
   std::optional<Below> belowDocuments(const std::string& path) const;
   Result<Place> placeOf(const std::string& path) const;
-  /// Where links may be followed.
+  /// Creates a directory outside the documents directories, where links may be followed.
   std::optional<Error> createElsewhere(const std::string& path);
 
   const std::vector<std::string> documentDirectories_;

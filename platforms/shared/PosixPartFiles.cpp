@@ -84,9 +84,10 @@ class PosixPartFile : public PartFile {
 }  // namespace
 
 Result<std::unique_ptr<PartFile>> PosixPartFiles::create(const std::string& path) {
-  // A path cut off at a NUL would be another file.
+  // A path with a NUL would name another file.
   if (path.find('\0') != std::string::npos) return fileError(path.c_str(), EINVAL);
-  // Not the destination's name and more: that may be as long as a name can be.
+  // The name is not an extension of the destination's name, which may already be as long as a name
+  // can be.
   std::string part = path.substr(0, path.rfind('/') + 1) + "." + SystemUuid().random() + ".part";
   const int file = ::open(part.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) return fileError(path, errno);

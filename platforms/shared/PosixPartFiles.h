@@ -12,7 +12,7 @@ namespace qx {
 
 class PosixPartFiles : public PartFiles {
  public:
-  /// The file is ".<random>.part" in the folder of `path`.
+  /// The file is named ".<random>.part" and lies in the folder of `path`.
   Result<std::unique_ptr<PartFile>> create(const std::string& path) override;
 };
 

@@ -23,8 +23,8 @@
 namespace qx {
 namespace {
 
-/// An address between quotes, without the name and password that it may hold. A malformed address
-/// may have a "/" or "@" in its password, so that everything up to the last "@" goes.
+/// The address between quotes, without its name and password. A malformed address may have a "/" or
+/// "@" in its password, so that everything up to the last "@" is removed.
 std::string quotedAddress(std::string_view address) {
   return '"' + withoutUserInfo(address, "...", false) + '"';
 }
@@ -63,9 +63,9 @@ std::optional<std::string> faultOfCaFile(const std::string& path) {
   return std::nullopt;
 }
 
-// libcurl's own reader of addresses decides, as it does when a request goes out.
+// libcurl's own parser of addresses decides, as it does when a request is sent.
 std::optional<std::string> faultOfProxy(const std::string& address) {
-  if (address.empty()) return std::nullopt;  // No proxy.
+  if (address.empty()) return std::nullopt;  // Empty means no proxy.
   if (address.find('\0') != std::string::npos) return "the address holds a NUL character";
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
   if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(),
@@ -91,7 +91,7 @@ std::optional<std::string> faultOfDocumentsDirectory(const std::optional<std::st
   if (directory->find('\0') != std::string::npos) return "the name holds a NUL character";
   struct stat status {};
   if (::stat(directory->c_str(), &status) != 0) {
-    // One that is not there yet is made when it is needed.
+    // A directory that does not exist yet is made when it is needed.
     if (errno == ENOENT) return std::nullopt;
     return '"' + *directory + "\" cannot be used: " + systemMessage(errno);
   }

@@ -1,7 +1,7 @@
-// What is wrong with a host's settings, said before anything uses them.
+// Checks a host's settings before anything uses them.
 //
-// Each yields the reason, a sentence without any password in it, or nothing. Files are looked at;
-// nothing is sent.
+// Each function yields a sentence with the reason why a setting cannot be used, without a password
+// in it, or nothing. Files are examined; nothing is sent.
 //
 // Threads: every function may be called from any thread.
 #pragma once

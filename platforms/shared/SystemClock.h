@@ -1,6 +1,6 @@
 // Time, randomness and identifiers from the kernel.
 //
-// Threads: no state; every operation may be called from any thread.
+// Threads: no state. Every operation may be called from any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// TIFF by libtiff, the first directory alone. libtiff reads the bytes through callbacks that stop
-// it when it has read too much, and may take no large piece of memory.
+// TIFF by libtiff, for the first directory alone. libtiff reads the bytes through callbacks that
+// stop it when it has read too much, and its allocations are limited.
 #include <tiffio.h>
 
 #include <cstddef>
@@ -13,8 +13,11 @@
 namespace qx {
 namespace {
 
-/// A directory of a camera's raw file has some 150 entries. libtiff sorts all it knows again for
-/// each entry that it does not know, so thousands of them would take it seconds.
+/// The largest number of entries in a directory. The directory of a camera's raw file has about
+/// 150. libtiff sorts all known entries again for each entry that it does not know, so that
+/// thousands of entries would take it seconds.
+/// 150. libtiff sorts all known entries again for each entry that it does not know, so that
+/// thousands of entries would take it seconds.
 constexpr std::uint64_t kMostEntries = 512;
 constexpr std::size_t kMostRead = std::size_t{1} << 20;
 constexpr tmsize_t kLargestMemory = tmsize_t{1} << 20;
@@ -62,7 +65,7 @@ int saysNothing(TIFF* /*tiff*/, void* /*data*/, const char* /*module*/, const ch
   return 1;
 }
 
-/// How many entries the first directory has.
+/// The number of entries in the first directory.
 std::uint64_t entryCount(std::string_view bytes) {
   const auto order =
       bytes.front() == 'I' ? ByteReader::Order::littleEndian : ByteReader::Order::bigEndian;
@@ -80,7 +83,8 @@ TIFF* open(Source& source) {
   ::TIFFOpenOptionsSetMaxSingleMemAlloc(options, kLargestMemory);
   ::TIFFOpenOptionsSetErrorHandlerExtR(options, saysNothing, nullptr);
   ::TIFFOpenOptionsSetWarningHandlerExtR(options, saysNothing, nullptr);
-  // "m": through the callbacks, not from a mapping; "O": where each strip lies is not read.
+  // "m": libtiff reads through the callbacks, not from a mapping. "O": it does not read the
+  // positions of the strips.
   TIFF* const tiff = ::TIFFClientOpenExt("image", "rmO", &source, read, write, seek, close, size,
                                          nullptr, nullptr, options);
   ::TIFFOpenOptionsFree(options);

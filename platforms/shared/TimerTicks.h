@@ -1,5 +1,5 @@
-// Which ticks of a timer are on their way, as a table: one handler at a time, and ticks that fall
-// due meanwhile become one.
+// The ticks of a timer that are on their way, as a table: one handler runs at a time, and ticks
+// that fall due meanwhile become one tick.
 //
 //                     due                  begun                    ended
 //   none              posted: post         -                        -
@@ -9,8 +9,9 @@
 //   runningAgain      againPosted: post    -                        running: call
 //   againPosted       againPosted          runningAgain             runningPosted: call
 //
-// A tick is "posted" from when it is put on the queue until it begins to run there. It may begin
-// while the handler still runs, on another thread of the same queue; then the handler runs again.
+// A tick is "posted" from the time when it is put on the queue until it begins to run there. It may
+// begin while the handler still runs, on another thread of the same queue; then the handler runs
+// again.
 //
 // Threads: plain values and a pure function.
 #pragma once
@@ -30,7 +31,7 @@ enum class TickEvent {
 
 struct TickStep {
   Ticks next;
-  /// due: post a tick; begun or ended: call the handler.
+  /// True: after the event `due` post a tick, after `begun` or `ended` call the handler.
   bool act;
 };
 

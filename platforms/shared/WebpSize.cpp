@@ -1,5 +1,5 @@
-// WebP by libwebp, which reads the size from the first bytes. The orientation stands in a chunk of
-// its own behind the pixels; the way to it leads from chunk to chunk, by their lengths alone.
+// WebP by libwebp, which reads the size from the first bytes. A chunk after the pixels holds the
+// orientation. The lengths of the chunks lead to it.
 #include <webp/decode.h>
 
 #include <cstdint>
@@ -11,12 +11,13 @@
 namespace qx {
 namespace {
 
-/// The frames of an animation are a chunk each. Behind more than this no orientation is looked for.
+/// The largest number of chunks among which the orientation is searched for. An animation has a
+/// chunk for each frame.
 constexpr int kMostChunks = 10'000;
 /// The bit of an extended header that announces an EXIF chunk.
 constexpr std::uint8_t kHasExif = 0x08;
 
-/// `chunks` are what follows "RIFF", the length and "WEBP".
+/// `chunks` are the bytes after "RIFF", the length and "WEBP".
 int orientationIn(std::string_view chunks) {
   ByteReader reader(chunks, ByteReader::Order::littleEndian);
   for (int i = 0; i < kMostChunks && !reader.rest().empty(); ++i) {
