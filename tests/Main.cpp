@@ -1,11 +1,11 @@
-// main() of every test binary: Google Test's own, and a way to run many tests, each in a process of
-// its own, without starting the binary for each.
+// main() of every test binary: Google Test's own, plus a way to run many tests, each in a process
+// of its own, without starting the binary for each test.
 //
 //     qx_unit_tests --gtest_list_tests        as ever
 //     qx_unit_tests --each-in-a-child NAMES   the tests whose full names stand in the file, a line
 //                                             each; under valgrind, a start costs more than a test
 //
-// Threads: the first process starts none, so that it may fork.
+// Threads: the first process starts no thread, so that it may fork.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -31,7 +31,7 @@ std::vector<std::string> linesOf(const char* path) {
   return lines;
 }
 
-/// In the child: true when the one test has been run and has passed.
+/// In the child process: true when the one test has run and passed.
 bool passes(const std::string& name) {
   ::alarm(kLongestSeconds);
   GTEST_FLAG_SET(filter, name);
@@ -39,7 +39,8 @@ bool passes(const std::string& name) {
   return status == 0 && testing::UnitTest::GetInstance()->successful_test_count() == 1;
 }
 
-/// In the parent it yields 0 when all have passed, in a child whether its test has.
+/// In the parent process it yields 0 when all tests have passed, in a child process when its test
+/// has.
 int runEachInAChild(const std::vector<std::string>& names) {
   std::size_t passed = 0;
   for (const std::string& name : names) {
@@ -62,7 +63,7 @@ int runEachInAChild(const std::vector<std::string>& names) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A death test starts the binary once more, with the arguments that it was started with itself.
+  // A death test starts the binary once more, with the arguments with which the binary was started.
   const bool inDeathTest = std::any_of(argv, argv + argc, [](std::string_view argument) {
     return argument.starts_with("--gtest_internal_run_death_test");
   });

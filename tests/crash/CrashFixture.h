@@ -1,8 +1,9 @@
-// What the crash tests share: a run of 50 background uploads with "resumeStoredTasks" on the real
-// files and property lists (the rest are fakes), and what must hold after it was cut short.
+// The parts that the crash tests share: a run of 50 background uploads with "resumeStoredTasks" on
+// the real files and property lists (all other seams are fakes), and checks of what must hold after
+// the run was interrupted.
 //
-// Each run is a process of its own, of one thread. What reaches the store, and what was accepted,
-// is noted in memory that outlives the process.
+// Each run is a process of its own with one thread. It notes the tasks that were accepted and that
+// have reached the store in memory that outlives the process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,17 +31,17 @@
 namespace qx {
 
 constexpr int kTasks = 50;
-/// Outlives the processes that write to it.
+/// Memory that outlives the processes that write to it.
 struct Noted {
-  /// The action has returned.
+  /// True when the action has returned.
   bool accepted[kTasks];
-  /// How often the store has got the task.
+  /// The number of times that the store has got the task.
   int arrived[kTasks];
 
   bool operator==(const Noted&) const = default;
 };
 
-/// The store: notes what arrives, before the uploader hears of it. Every seventh upload fails.
+/// The store. It notes what arrives before the uploader hears of it. Every seventh upload fails.
 class NotingStore : public FakeObjectStore {
  public:
   NotingStore(Noted& noted, bool failsSome) : noted_(noted), failsSome_(failsSome) {}
@@ -116,7 +117,8 @@ class Host {
   LibplistPropertyLists propertyLists_;
 };
 
-/// Runs `work` in a process of its own; true when that ended by itself, false when by SIGKILL.
+/// Runs `work` in a process of its own. True when the process ended by itself, false when SIGKILL
+/// ended it.
 inline bool endsByItself(const std::function<void()>& work) {
   const pid_t child = fork();
   if (child == 0) {
@@ -135,16 +137,17 @@ inline std::string readFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// Folders for the runs, and the notes.
+/// The folders for the runs, and the notes.
 class CrashFixture : public testing::TestWithParam<int> {
  protected:
   CrashFixture() {
-    // In memory where there is such a directory: thousands of processes write there.
+    // The folders lie in memory where there is such a directory, because thousands of processes
+    // write there.
     const std::filesystem::path below = std::filesystem::exists("/dev/shm")
                                             ? std::filesystem::path("/dev/shm")
                                             : std::filesystem::temp_directory_path();
     std::string pattern = (below / "qx-crash-XXXXXX").string();
-    // As the kernel names it.
+    // The path as the kernel names it.
     documents_ = std::filesystem::canonical(::mkdtemp(pattern.data()));
     const auto shared = [] {
       return ::mmap(nullptr, sizeof(Noted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
@@ -172,8 +175,8 @@ class CrashFixture : public testing::TestWithParam<int> {
     host.pass(60);
   }
 
-  /// A new process goes on with what the run has left in `documents`; checks that nothing accepted
-  /// is lost and that what is gone from the log does not come again.
+  /// Lets a new process continue what the run has left in `documents`. Checks that no accepted task
+  /// is lost, and that no task that is gone from the log comes again.
   void checkWhatIsLeft(const std::string& documents) {
     const std::string directory = documents + "/aws-0011/u1";
     const std::set<int> log = logged(directory);
@@ -197,7 +200,8 @@ class CrashFixture : public testing::TestWithParam<int> {
     }
     EXPECT_TRUE(logged(directory).empty());
     for (const auto& file : std::filesystem::directory_iterator(directory)) {
-      // What was written when the run was cut short, before its entry or after that was gone.
+      // This folder has the data files without an entry: those that were written before their
+      // entry, or remained after their entry had been removed, when the run was interrupted.
       if (file.path().filename() == "unlogged-1") continue;
       EXPECT_EQ(file.path().filename(), "logs.plist") << "left behind";
     }
@@ -207,7 +211,8 @@ class CrashFixture : public testing::TestWithParam<int> {
   Noted* noted_;
 
  private:
-  /// The tasks in the log file, by what their data files hold. Checks the file's form.
+  /// The tasks in the log file, by the content of their data files. Checks the form of the log
+  /// file.
   static std::set<int> logged(const std::string& directory) {
     std::set<int> tasks;
     if (!std::filesystem::exists(directory + "/logs.plist")) return tasks;
@@ -224,7 +229,7 @@ class CrashFixture : public testing::TestWithParam<int> {
     }
     EXPECT_EQ(entries, log->asDictionary()->size()) << "one entry per task";
     for (const auto& [name, entry] : *log->asDictionary()) {
-      // Without its file the entry is of a task that was just being deleted.
+      // An entry without its data file belongs to a task that was being deleted.
       const std::string path = directory + "/" + name;
       if (!std::filesystem::exists(path)) continue;
       const std::string bytes = readFile(path);

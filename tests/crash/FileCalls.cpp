@@ -57,8 +57,8 @@ void observeFileCalls(FileCallObserver* newObserver) {
 
 }  // namespace qx
 
-// What is only synced or closed lives on in the page cache when a process is killed, so syncing is
-// left out: it counts, and costs nothing.
+// Syncing is counted but not done: what has been written stays in the page cache when a process is
+// killed.
 extern "C" {
 
 int openat(int directory, const char* path, int flags, ...) {

@@ -1,10 +1,10 @@
-// Counts this process's changes to the file system, can end it at any one of them, and tells of
-// them.
+// Counts the changes that this process makes to the file system, reports them, and can end the
+// process at any of them.
 //
-// The functions of the C library that change files are defined anew in FileCalls.cpp, for the whole
-// executable. Reading, looking and closing are not among them: what they leave on the disk is what
-// the change before them left, so an end there is an end at the next change.
-// Threads: for processes of one thread.
+// FileCalls.cpp defines the functions of the C library that change files anew, for the whole
+// executable. Functions that read, examine or close files are not among them: a process that ends
+// in one of these leaves the same files as one that ends at its next change.
+// Threads: only for processes of one thread.
 #pragma once
 
 #include <string>
@@ -12,17 +12,17 @@
 
 namespace qx {
 
-/// From now on: SIGKILL in place of the `n`th call (the first is 1). `half`: if that call is a
-/// write, after half of its bytes are written. 0: never.
+/// From now on SIGKILL takes the place of the `n`th call; the first call is 1, and 0 means never.
+/// With `half`, if that call is a write, half of its bytes are written before the process ends.
 void killAtFileCall(int n, bool half);
 
-/// Hears of what this process does to files.
+/// Hears what this process does to files.
 class FileCallObserver {
  public:
   virtual ~FileCallObserver() = default;
   /// A change is about to be made.
   virtual void before() = 0;
-  /// The rest: done, and successful.
+  /// The following calls have been made and have succeeded.
   virtual void opened(int fd, const std::string& path, int flags) = 0;
   virtual void wrote(int fd, std::string_view bytes) = 0;
   virtual void synced(int fd) = 0;
@@ -31,7 +31,7 @@ class FileCallObserver {
   virtual void madeDirectory(const std::string& path) = 0;
 };
 
-/// From now on; null ends it. The observer outlives its use.
+/// Sets the observer from now on; null removes it. The observer must exist as long as it is set.
 void observeFileCalls(FileCallObserver* observer);
 
 }  // namespace qx

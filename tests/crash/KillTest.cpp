@@ -1,4 +1,5 @@
-// A host that is killed at every single change of the file system it makes, and the one after it.
+// Kills a host at every single change that it makes to the file system, and then the host that goes
+// on from there.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -16,7 +17,8 @@ constexpr int kStride = kSanitized ? 23 : 1;
 
 class Kill : public CrashFixture {
  protected:
-  /// A run of 50 uploads, killed at its `n`th change. False when it had fewer.
+  /// Runs 50 uploads and kills the process at its `n`th change. False when the run had fewer
+  /// changes.
   bool killedAt(int n, bool half) {
     std::filesystem::remove_all(documents_ + "/aws-0011");
     *noted_ = {};
@@ -33,7 +35,7 @@ TEST_P(Kill, LosesNoAcceptedTaskAndRepeatsNoneThatIsGoneFromTheLog) {
     for (const bool half : {false, true}) {
       SCOPED_TRACE("call " + std::to_string(n) + (half ? ", half written" : ""));
       if (!killedAt(n, half)) {
-        // The whole run: 50 files and some 100 logs, at least four calls each.
+        // The whole run writes 50 files and about 100 logs, with at least four calls each.
         EXPECT_GT(n, 600);
         EXPECT_GT(points, 0);
         return;

@@ -1,6 +1,6 @@
-// The power is cut at every single change of the file system that a host makes: what was not synced
-// may be gone. The host process goes through its run once; at each change it lays out what a power
-// cut would leave, and waits until a new host has gone on from there.
+// The power is cut at every single change of the file system that a host makes, so that everything
+// that was not synced may be lost. The host process makes its run once. At each change it lays out
+// the files that a power cut would leave, and waits until a new host has continued from them.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,13 +23,14 @@ using Survives = VolatileDisk::Survives;
 /// Processes start many times slower under a sanitizer.
 constexpr int kStride = kSanitized ? 13 : 1;
 
-/// What lies in the folder for the next host, told by its process to the test.
+/// The files in the folder for the next host, which their process tells the test.
 struct Cut {
   int call;
   Survives survives;
 };
 
-/// Lays out in `folder`, before each change, what a power cut would leave, and waits for the test.
+/// Before each change, lays out in `folder` the files that a power cut would leave, and waits for
+/// the test.
 class PowerCuts : public VolatileDisk {
  public:
   PowerCuts(std::string root, std::string folder, const Noted& noted, int toTest, int fromTest)
@@ -41,7 +42,7 @@ class PowerCuts : public VolatileDisk {
 
   void before() override {
     if (call_++ % kStride != 0) return;
-    // Our own files are no part of the run.
+    // The test's own files are no part of the run.
     observeFileCalls(nullptr);
     for (const Survives survives : {Survives::nothing, Survives::names, Survives::some}) {
       State state = afterPowerCut(survives, static_cast<unsigned>(call_));
@@ -121,7 +122,8 @@ TEST_F(PowerCut, LosesNoAcceptedTaskAndRepeatsNoneThatIsGoneFromTheLog) {
   ::waitpid(host, &status, 0);
   if (HasFailure()) return;
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  // 50 files and some 100 logs, at least four changes each, most of them in two ways or three.
+  // The run writes 50 files and about 100 logs, with at least four changes each, most of them laid
+  // out in two or three ways.
   EXPECT_GT(cuts, 2 * 600 / kStride);
   EXPECT_GT(cut.call, 600);
 }

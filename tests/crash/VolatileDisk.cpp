@@ -23,7 +23,7 @@ VolatileDisk::State VolatileDisk::afterPowerCut(Survives survives, unsigned seed
   std::set<std::string> paths;
   for (const auto& [path, node] : onDisk_) paths.insert(path);
   for (const auto& [path, node] : cached_) paths.insert(path);
-  // Sorted, so a folder comes before what is in it.
+  // The paths are sorted, so that a folder comes before its content.
   for (const std::string& path : paths) {
     const bool changed = survives == Survives::names || (survives == Survives::some && heads());
     const Names& from = changed ? cached_ : onDisk_;

@@ -1,9 +1,10 @@
-// What would be left of a folder if the power were cut now: a model of a disk that holds what was
-// synced, and of the cache before it that holds the rest.
+// The files that would be left in a folder if the power were cut now: a model of a disk that holds
+// what was synced, and of a cache that holds the rest.
 //
-// A file's bytes reach the disk when the file is synced, a folder's names when the folder is. The
-// rest may be there as well, or not, or in part, in any combination: no file system loses more.
-// Threads: as FileCallObserver.
+// The bytes of a file reach the disk when the file is synced, the names in a folder when the folder
+// is synced. The rest may be on the disk completely, partly or not at all, in any combination. No
+// file system loses more.
+// Threads: as in FileCallObserver.
 #pragma once
 
 #include <map>
@@ -17,19 +18,21 @@ namespace qx {
 
 class VolatileDisk : public FileCallObserver {
  public:
-  /// What survives beyond what was synced.
+  /// The changes that survive a power cut although they were not synced.
   enum class Survives {
     nothing,
-    /// Every change of a name, and no bytes: the empty files that a crash is known for.
+    /// Every change of a name, but no bytes: this makes the empty files that are well known after
+    /// crashes.
     names,
-    /// What a coin says, name by name and file by file; of a file's bytes also the half.
+    /// For each name and each file a coin decides. Of the bytes of a file, half may survive.
     some,
   };
 
-  /// `root` exists and is empty.
+  /// `root` is an existing, empty folder.
   explicit VolatileDisk(std::string root) : root_(std::move(root)) {}
 
-  /// Path below the root to content; a folder ends in "/". `seed` throws the coins.
+  /// Maps each path below the root to its content. The path of a folder ends in "/". `seed`
+  /// determines the coins.
   using State = std::map<std::string, std::string>;
   State afterPowerCut(Survives survives, unsigned seed) const;
 

@@ -81,7 +81,7 @@ class FakeDispatch::FakeTimer : public Timer {
   }
 
  private:
-  /// Shared with ticks that are enqueued, which may outlive the timer.
+  /// Ticks on the queue share this state. They may outlive the timer.
   struct State {
     Work handler;
     bool alive = true;
@@ -196,7 +196,7 @@ void FakeDispatch::runOn(Queue& queue, Work work) {
   executing_.push_back(&queue);
   history_.emplace_back(queue.label());
   work();
-  work = nullptr;  // Captures end on the queue, too.
+  work = nullptr;  // The captures are destroyed on the queue, too.
   executing_.pop_back();
 }
 

@@ -1,12 +1,12 @@
-// All queues on the test's own thread, in an order that is always the same.
+// Runs all queues on the test's own thread, always in the same order.
 //
-// async() only enqueues; runUntilIdle() then runs everything, of whatever queue, in the order in
-// which it was enqueued. A blocking wait (sync, Semaphore::wait) runs the work of the queues that
-// are not themselves waiting up-stack, and is fatal when nothing is left that could end it: a
-// deadlock shows as one line, not as a test that hangs.
+// async() only enqueues. runUntilIdle() then runs the work of all queues in the order in which it
+// was enqueued. A blocking wait (sync, Semaphore::wait) runs the work of those queues that are not
+// themselves waiting further up the stack, and is fatal when no work is left that could end the
+// wait. A deadlock therefore fails with one line instead of a test that hangs.
 //
-// Threads: async() and signal() may be called from any thread; the rest belongs to the test's
-// thread.
+// Threads: async() and signal() may be called from any thread. The other operations belong to the
+// test's thread.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ namespace qx {
 
 class FakeDispatch : public Dispatch {
  public:
-  /// Timers tick as `clock` advances.
+  /// Timers tick when `clock` advances.
   explicit FakeDispatch(FakeClock& clock);
   ~FakeDispatch() override;
 
@@ -35,21 +35,21 @@ class FakeDispatch : public Dispatch {
   std::shared_ptr<Semaphore> makeSemaphore(int count) override;
   std::unique_ptr<Timer> makeTimer(DispatchQueue& queue) override;
 
-  /// Runs everything that is enqueued, and what that enqueues, until nothing is left.
+  /// Runs all enqueued work, and the work that this work enqueues, until nothing is left.
   void runUntilIdle();
-  /// Runs the oldest piece of work that may run; false when there is none.
+  /// Runs the oldest piece of work that may run. False when there is none.
   bool runNext();
-  /// How much is enqueued: in all, or on one queue.
+  /// The number of enqueued pieces of work, on all queues or on one.
   std::size_t pendingCount();
   std::size_t pendingCount(std::string_view label);
 
-  /// The label of the queue whose work runs now; empty when the test itself runs.
+  /// The label of the queue whose work runs now. Empty when the test itself runs.
   std::string currentQueueLabel() const;
-  /// The labels of all work that has run, in order.
+  /// The labels of the queues of all work that has run, in order.
   const std::vector<std::string>& history() const { return history_; }
 
-  /// Called when a semaphore is waited for and no work could signal it: the place to release an
-  /// answer that the test held back. Still stuck after it: fatal.
+  /// Called when a semaphore is waited for and no work could signal it. A test can release an
+  /// answer here that it has held back. A wait that still cannot end afterwards is fatal.
   std::function<void()> onIdle;
 
  private:
@@ -57,15 +57,14 @@ class FakeDispatch : public Dispatch {
   class FakeSemaphore;
   class FakeTimer;
   struct Item {
-    /// Keeps the queue until the work has run; null for the main and the global queue.
+    /// Keeps the queue alive until the work has run. Null for the main and the global queue.
     std::shared_ptr<Queue> keep;
     Queue* queue = nullptr;
     Work work;
   };
 
   void enqueue(Item item);
-  /// Takes out the oldest piece of work that `wanted` accepts and runs it; false when there is
-  /// none.
+  /// Removes the oldest piece of work that `wanted` accepts and runs it. False when there is none.
   bool runFirst(const std::function<bool(const Queue&)>& wanted);
   bool isExecuting(const Queue& queue) const;
   void runOn(Queue& queue, Work work);
@@ -74,7 +73,7 @@ class FakeDispatch : public Dispatch {
   FakeClock& clock_;
   std::shared_ptr<Queue> main_;
   std::shared_ptr<Queue> global_;
-  /// The queues whose work is on the stack, the innermost last.
+  /// The queues whose work is on the stack, the innermost one last.
   std::vector<const Queue*> executing_;
   std::vector<std::string> history_;
 

@@ -1,7 +1,7 @@
-// The host's smaller services as a test sees them: logger, console, notification centre, item tags,
+// Fakes of the host's smaller services: logger, console, notification centre, item tags,
 // reachability. Each remembers what it was told.
 //
-// Threads: every operation may be called from any thread; handlers run on the calling thread.
+// Threads: every operation may be called from any thread. Handlers run on the calling thread.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ class FakeLogger : public QXLogger {
   int threshold() override;
   void write(const LogRecord& record) override;
 
-  /// 0 by default: everything is wanted.
+  /// The threshold is 0 by default, so that every record is wanted.
   void setThreshold(int threshold);
   std::vector<LogRecord> records();
   /// The messages of the records, in order.
@@ -53,7 +53,7 @@ class FakeNotificationCentre : public NotificationCentre {
   void addObserver(std::string name, std::function<void()> handler) override;
   void post(std::string_view name) override;
 
-  /// How many handlers `name` has.
+  /// The number of handlers of `name`.
   std::size_t observerCount(std::string_view name);
 
  private:
@@ -85,7 +85,7 @@ class FakeTrackingEvents : public QXTrackingEvents {
   void updateItem(const std::optional<std::string>& itemType, std::int64_t itemId,
                   const std::optional<std::vector<std::string>>& tags,
                   const std::optional<Dictionary>& fields) override;
-  /// The map itself, unless setAnyCodable said otherwise.
+  /// Yields the map itself unless setAnyCodable() has set something else.
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;
 
   void setAnyCodable(std::function<std::optional<Dictionary>(const Dictionary&)> convert);
@@ -104,7 +104,8 @@ class FakeReachability : public QXNetworkingReachabilityTool {
   bool isReachable() override;
   void startListening(Listener listener) override;
 
-  /// True from the start. A change calls the listeners, on the calling thread, before it returns.
+  /// The network is reachable at first. A change calls the listeners on the calling thread before
+  /// it returns.
   void setReachable(bool reachable);
   std::size_t listenerCount();
 

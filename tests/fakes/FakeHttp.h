@@ -1,6 +1,6 @@
-// HTTP without a network: records requests and answers them from a script.
+// HTTP without a network. It records requests and answers them from a script.
 //
-// Threads: send and cancel may be called from any thread; handlers run on the thread that calls
+// Threads: send and cancel may be called from any thread. Handlers run on the thread that calls
 // run().
 #pragma once
 
@@ -15,10 +15,11 @@ namespace qx {
 
 class FakeHttp : public Http {
  public:
-  /// The answer of the oldest request that has none. With status 200 its body goes into the
-  /// request's sink, if there is one; a sink that refuses ends the request with an error.
+  /// Adds an answer for the oldest request that has none. With status 200 its body goes into the
+  /// request's sink, if there is one. A sink that refuses the body ends the request with an error.
   void answer(HttpAnswer answer);
-  /// Answers requests, oldest first, while there are answers; cancelled ones with their error.
+  /// Answers requests, the oldest first, while there are answers. Cancelled requests are answered
+  /// with their error.
   void run();
   std::vector<HttpRequest> requests() const;
 

@@ -1,6 +1,6 @@
-// A mediator whose answers a test writes down beforehand, and which remembers what it was asked.
+// A mediator whose answers a test sets beforehand. It remembers the questions that it was asked.
 //
-// Threads: every operation may be called from any thread; answers and actions run on the calling
+// Threads: every operation may be called from any thread. Answers and actions run on the calling
 // thread.
 #pragma once
 
@@ -28,30 +28,32 @@ class FakeMediator : public QXMediator {
 
   // The host's side.
   void answer(std::string selector, Answer answer);
-  /// Always the same value; null makes the selector unanswered.
+  /// Answers the selector with this value every time. Null: the selector has no answer.
   void answer(std::string selector, Value value);
-  /// The answers of a host with a signed-in user: "Account_GetUserId", "Account_GetAccessToken" and
-  /// "QXConfig_getServerAddress".
+  /// Sets the answers of a host with a signed-in user: "Account_GetUserId",
+  /// "Account_GetAccessToken" and "QXConfig_getServerAddress".
   void signIn(const std::string& userId, const std::string& accessToken,
               const std::string& serverAddress);
-  /// "Account_GetUserId" and "Account_GetAccessToken" without an answer.
+  /// Removes the answers of "Account_GetUserId" and "Account_GetAccessToken".
   void signOut();
-  /// "QXConfig_currentEnvironmentIsProduction".
+  /// Sets the answer of "QXConfig_currentEnvironmentIsProduction".
   void setProduction(bool production);
 
-  /// What "Tracking_GetLongIdWithCompletion:" brings, before perform returns. Nothing by default.
+  /// Sets the number that "Tracking_GetLongIdWithCompletion:" brings before perform() returns. By
+  /// default it brings nothing.
   void setLongId(std::optional<std::int64_t> id);
-  /// From now on its completions are kept; releaseLongIds calls them.
+  /// From now on the completions of "Tracking_GetLongIdWithCompletion:" are kept. releaseLongIds()
+  /// calls them.
   void holdLongIds();
-  /// Calls every kept completion with `id`; returns how many there were.
+  /// Calls every kept completion with `id`, and returns how many there were.
   std::size_t releaseLongIds(std::optional<std::int64_t> id);
 
-  // What the library did.
+  // The actions and questions of the library.
   std::vector<Performed> performed();
   std::vector<Performed> performed(std::string_view selector);
-  /// The parameters of each "Tracking_Event:parameters:" sent with the name `event`, in order.
+  /// The parameters of each "Tracking_Event:parameters:" with the name `event`, in order.
   std::vector<Dictionary> trackedEvents(std::string_view event = "qx_aws");
-  /// "Target_X/Action_Y:" of each action that no target had.
+  /// The text "Target_X/Action_Y:" of each action that no target had.
   std::vector<std::string> unknownActions();
 
   void registerTarget(std::string name, TargetFactory make) override;

@@ -25,7 +25,7 @@ std::optional<double> secondsOf(const std::string& text) {
   return static_cast<double>(days) * 86400 + hour * 3600 + minute * 60 + second;
 }
 
-/// Hands out a value that the script holds, whatever the body.
+/// Yields the value that the script has set, for any body.
 class ScriptedDecoder : public APIDecoder {
  public:
   explicit ScriptedDecoder(Value body) : body_(std::move(body)) {}
@@ -44,7 +44,7 @@ class ScriptedDecoder : public APIDecoder {
   Value body_;
 };
 
-/// Leaves absent optionals out, as every encoder does.
+/// Leaves absent optional fields out, as every encoder does.
 class PlainEncoder : public APIEncoder {
  public:
   OrderedMembers encode(OrderedMembers fields) const override {

@@ -1,9 +1,10 @@
-// A scripted backend: records what would have been sent and answers from a script.
+// A scripted backend. It records the messages that would have been sent and answers them from a
+// script.
 //
-// Threads: every operation may be called from any thread. An answer runs on the thread that sends
-// the message, before request() returns (the real client never does that, so the library must bear
-// with more than it will meet), or on the queue given to answerOn; a held one on the thread that
-// calls release().
+// Threads: every operation may be called from any thread. An answer runs on the queue that was
+// given to answerOn(), or else on the sender's thread before request() returns. (The real client
+// never answers that early; a library that can deal with it can deal with more than it will meet.)
+// A held answer runs on the thread that calls release().
 #pragma once
 
 #include <cstddef>
@@ -24,16 +25,16 @@ namespace qx {
 
 class FakeMessageClients : public MessageClients {
  public:
-  /// The settings of one made manager.
+  /// The settings of a manager that was made.
   struct Manager {
     std::string baseURL;
     HTTPHeaders headers;
     std::optional<double> timeoutForRequest;
     bool addSignature = false;
   };
-  /// One message that was sent.
+  /// A message that was sent.
   struct Request {
-    /// Index into managers().
+    /// The index of its manager in managers().
     std::size_t manager = 0;
     std::string api;
     std::string method;
@@ -47,23 +48,24 @@ class FakeMessageClients : public MessageClients {
   // ---- The script. An api without one is answered with an error. `Once` answers come first, in
   // the order they were given; the standing one serves all others.
 
-  /// Answers with `body` as if it had been read from JSON, decoded by the message's own
-  /// decodeResponse. A date may be a Date value, a number (seconds since 1970) or a text such as
+  /// Answers with `body` as if it had been read from JSON. The message's own decodeResponse decodes
+  /// it. A date may be a Date value, a number (seconds since 1970) or a text such as
   /// "2026-11-21T00:06:00Z".
   void answer(const std::string& api, Value body);
   void answerOnce(const std::string& api, Value body);
   /// Answers with an error.
   void fail(const std::string& api, Error error);
   void failOnce(const std::string& api, Error error);
-  /// Answers with exactly this response: no value at all, or one of another kind.
+  /// Answers with exactly this response, which may have no value or one of another kind.
   void respond(const std::string& api, QXNetworkingResponse response);
-  /// Keeps messages of `api` unanswered until release().
+  /// Keeps messages of `api` unanswered until release() is called.
   void hold(const std::string& api);
-  /// Answers what is held, oldest first, by the script of this moment, and holds no more.
+  /// Answers the held messages, the oldest first, by the present script, and holds no more
+  /// messages.
   void release(const std::string& api);
-  /// Answers on this queue instead of the sender's thread.
+  /// Answers on this queue instead of on the sender's thread.
   void answerOn(DispatchQueue& queue);
-  /// What localisedText gives; a key without an entry gives the key itself.
+  /// Sets the text that localisedText() yields for a key. A key without a text yields itself.
   void localise(std::string key, std::string text);
 
   // ---- The record
@@ -72,7 +74,7 @@ class FakeMessageClients : public MessageClients {
   std::vector<Request> requests() const;
   /// The requests of one api.
   std::vector<Request> requests(std::string_view api) const;
-  /// How many messages are held now.
+  /// The number of messages that are held now.
   std::size_t held() const;
 
   std::shared_ptr<QXMessageAPINetworkingManager> make(const Url& baseURL, HTTPHeaders headers,

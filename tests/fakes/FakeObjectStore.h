@@ -1,8 +1,9 @@
-// A scripted object store in memory: records configurations, registrations and transfers, keeps
-// what is put, and answers from a script.
+// A scripted object store in memory. It records configurations, registrations and transfers, keeps
+// what is uploaded, and answers from a script.
 //
-// Threads: as FakeMessageClients: completions run on the caller's thread before the transfer call
-// returns, or on the queue given to answerOn; held ones on the thread that calls release().
+// Threads: as in FakeMessageClients.h. A completion runs on the queue that was given to answerOn(),
+// or else on the caller's thread before the transfer call returns; a held completion runs on the
+// thread that calls release().
 #pragma once
 
 #include <cstddef>
@@ -41,46 +42,47 @@ class FakeObjectStore : public ObjectStore {
     std::string bucket;
     std::string key;
   };
-  /// Takes a finished download: the destination's path and the bytes. False: the file could not be
-  /// written, and the download fails with code 0.
+  /// Takes a finished download: the path of its destination and its bytes. False means that the
+  /// file could not be written; the download then fails with code 0.
   using FileWriter = std::function<bool(const std::string& path, const Data& bytes)>;
 
   // ---- The script; without one every region that has a type or a name fit for a signature yields
   // a configuration (if the endpoint is a URL), uploads succeed, and downloads give what was put
   // and fail with code 2 otherwise.
 
-  /// No configuration from now on, whatever the region.
+  /// From now on no configuration can be made, whatever the region.
   void refuseConfigurations(bool refuse = true);
-  /// The next transfers, one each, never start: the task carries the error, no completion runs.
+  /// The next transfers, one for each error, never start. The task carries the error, and no
+  /// completion runs.
   void failAtOnce(Error error);
-  /// The next transfers, one each, end with this error in their completion.
+  /// The next transfers, one for each error, end with that error in their completion.
   void failOnce(Error error);
-  /// Every transfer from now on ends with this error; nothing: they succeed again.
+  /// From now on every transfer ends with this error; nothing makes them succeed again.
   void failAll(std::optional<Error> error);
-  /// Progress reports before a download's completion.
+  /// Sets the progress reports before the completion of a download.
   void reportProgress(std::vector<TransferProgress> reports);
-  /// Keeps transfers unfinished until release(), which ends them, oldest first, by the script of
-  /// that moment.
+  /// Keeps transfers unfinished until release() ends them, the oldest first, by the script of that
+  /// moment.
   void hold();
   void release();
   void answerOn(DispatchQueue& queue);
-  /// Where downloads go; without one they succeed and leave no file.
+  /// Takes the downloads. Without it they succeed and leave no file.
   void writeFilesWith(FileWriter writer);
-  /// Puts an object behind the library's back.
+  /// Puts an object into the store without the library.
   void put(const std::string& bucket, const std::string& key, Data data);
 
   // ---- The record
 
-  /// What is stored under bucket and key.
+  /// The bytes that are stored under a bucket and key.
   std::optional<Data> object(const std::string& bucket, const std::string& key) const;
-  /// Regions that a configuration was asked for.
+  /// The regions for which a configuration was asked.
   std::vector<AWSRegionType> askedRegions() const;
   std::vector<Registration> registrations() const;
   std::vector<Upload> uploads() const;
   std::vector<Download> downloads() const;
   std::size_t held() const;
 
-  /// "https://store.example".
+  /// The text "https://store.example".
   std::string globalEndpoint() override;
   std::optional<AWSServiceConfiguration> makeServiceConfiguration(
       AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
@@ -93,7 +95,7 @@ class FakeObjectStore : public ObjectStore {
   class Utility;
   using ObjectName = std::pair<std::string, std::string>;
 
-  /// Starts a transfer whose end is `finish`, called with the scripted error if there is one.
+  /// Starts a transfer whose end is `finish`. `finish` gets the scripted error if there is one.
   AWSTask start(std::function<void(std::optional<Error>)> finish);
   void end(const std::function<void(std::optional<Error>)>& finish);
   void finishUpload(const Upload& upload, std::optional<Error> error,

@@ -5,8 +5,8 @@
 //     platform.install();   // Once per process; then the library's actions run on it.
 //     ... platform.dispatch.runUntilIdle(); platform.clock.advance(60);
 //
-// Threads: as each fake says; kept() and installed() belong to the test's thread. Ownership: a
-// library and its uploads refer to the platform; Library::shared() until the process ends.
+// Threads: as each fake says. kept() and installed() belong to the test's thread. Ownership: a
+// library and its uploads refer to the platform, Library::shared() until the process ends.
 #pragma once
 
 #include <memory>
@@ -33,14 +33,14 @@ class FakePlatform {
   FakePlatform(const FakePlatform&) = delete;
   FakePlatform& operator=(const FakePlatform&) = delete;
 
-  /// A platform of fakes that lives until the process ends: uploads that a test leaves under way
-  /// may still refer to it.
+  /// Makes a platform of fakes that lives until the process ends, because uploads that a test
+  /// leaves under way may still refer to it.
   static FakePlatform& kept() {
     static auto& platforms = *new std::vector<std::unique_ptr<FakePlatform>>;
     platforms.push_back(std::make_unique<FakePlatform>());
     return *platforms.back();
   }
-  /// A kept platform that is installed; call it once per process.
+  /// Makes a kept platform and installs it. Call it once per process.
   static FakePlatform& installed() {
     FakePlatform& platform = kept();
     platform.install();
@@ -70,7 +70,7 @@ class FakePlatform {
 
   FakeClock clock;
   FakeDispatch dispatch{clock};
-  /// Outside production, nobody signed in.
+  /// The environment is no production environment, and nobody is signed in.
   FakeMediator mediator;
   FakeLogger logger;
   FakeNotificationCentre notifications;

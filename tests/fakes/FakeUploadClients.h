@@ -1,7 +1,8 @@
-// A scripted upload server: records the forms it is sent and answers from a script.
+// A scripted upload server. It records the forms that it gets and answers them from a script.
 //
-// Threads: as FakeMessageClients: answers run on the sender's thread before upload() returns, or on
-// the queue given to answerOn; held ones on the thread that calls release().
+// Threads: as in FakeMessageClients.h. An answer runs on the queue that was given to answerOn(), or
+// else on the sender's thread before upload() returns; a held answer runs on the thread that calls
+// release().
 #pragma once
 
 #include <cstddef>
@@ -19,9 +20,9 @@ namespace qx {
 
 class FakeUploadClients : public UploadClients {
  public:
-  /// One form that was sent.
+  /// A form that was sent.
   struct Upload {
-    /// Of the manager it was sent with.
+    /// The headers and the timeout of the manager that sent the form.
     HTTPHeaders managerHeaders;
     double timeoutForRequest = 0;
     std::string url;
@@ -40,8 +41,8 @@ class FakeUploadClients : public UploadClients {
   void answerStatus(int status) { answer({std::nullopt, HTTPURLResponse{status}}); }
   void answerWithoutHttp() { answer({std::nullopt, std::nullopt}); }
   void fail(Error error) { answer({std::move(error), std::nullopt}); }
-  /// Keeps forms unanswered until release(), which answers them, oldest first, by the script of
-  /// that moment.
+  /// Keeps forms unanswered until release() answers them, the oldest first, by the script of that
+  /// moment.
   void hold();
   void release();
   void answerOn(DispatchQueue& queue);
@@ -49,14 +50,15 @@ class FakeUploadClients : public UploadClients {
   // ---- The record
 
   std::vector<Upload> uploads() const;
-  /// How many managers were made.
+  /// The number of managers that were made.
   std::size_t made() const;
   std::size_t held() const;
 
   std::shared_ptr<QXNetworkingManager> make(HTTPHeaders headers, double timeoutForRequest) override;
-  /// "Accept-Language: fake" and "User-Agent: default", so that a test sees what was replaced.
+  /// The headers "Accept-Language: fake" and "User-Agent: default", so that a test sees which of
+  /// them were replaced.
   HTTPHeaders defaultHeaders() override;
-  /// "FakeAgent/1".
+  /// The text "FakeAgent/1".
   std::string QXNetworkingUserAgent() override;
 
  private:

@@ -1,4 +1,4 @@
-// Randomness, identifiers and image headers that a test can foresee.
+// Random numbers, identifiers and image headers that a test can predict.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -18,7 +18,7 @@
 
 namespace qx {
 
-/// 1, 2, 3, ... after what push() lined up.
+/// The numbers given to push(), then 1, 2, 3 and so on.
 class FakeRandom : public Random {
  public:
   std::uint32_t next() override;
@@ -30,7 +30,7 @@ class FakeRandom : public Random {
   std::deque<std::uint32_t> pushed_ QX_GUARDED_BY(mutex_);
 };
 
-/// "00000000-0000-4000-8000-000000000001" and so on.
+/// The identifiers "00000000-0000-4000-8000-000000000001" and so on.
 class FakeUuid : public Uuid {
  public:
   std::string random() override;
@@ -40,7 +40,7 @@ class FakeUuid : public Uuid {
   std::uint64_t last_ QX_GUARDED_BY(mutex_) = 0;
 };
 
-/// Knows the images it was told about.
+/// Knows only the images that the test has added.
 class FakeImageHeaders : public ImageHeaders {
  public:
   std::optional<ImageSize> size(const Data& image) override;

@@ -8,7 +8,7 @@
 namespace qx {
 namespace {
 
-/// The path with single separators and none at the end.
+/// The path with single separators and without one at its end.
 std::string normal(const std::string& path) {
   std::string result;
   for (const char c : path) {

@@ -1,4 +1,4 @@
-// A file system in memory that can be told to fail.
+// A file system in memory. A test can make its operations fail.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -20,10 +20,11 @@ namespace qx {
 
 class MemoryFiles : public Files {
  public:
-  /// What a fault can be set on.
+  /// The operations that can fail.
   enum class Operation { createDirectory, list, read, write, rename, remove };
 
-  /// Begins with the empty directories "/" and "/documents"; the latter is the documents directory.
+  /// The file system has the empty directories "/" and "/documents" at first. The latter is the
+  /// documents directory.
   MemoryFiles();
 
   std::vector<std::string> documentDirectories() override;
@@ -37,21 +38,21 @@ class MemoryFiles : public Files {
   std::optional<Error> remove(const std::string& path) override;
 
   void setDocumentDirectories(std::vector<std::string> directories);
-  /// From now on `operation` on exactly `path` (a rename: its source) fails with EIO and changes
-  /// nothing.
+  /// From now on `operation` fails with EIO and changes nothing on exactly this path. For a rename
+  /// it is the path of the source.
   void fail(Operation operation, const std::string& path);
-  /// Every `operation` fails.
+  /// From now on every `operation` fails.
   void failAll(Operation operation);
   void clearFaults();
 
-  /// The content of a file; nothing when there is none.
+  /// The content of a file, or nothing when there is no such file.
   std::optional<std::string> text(const std::string& path);
-  /// Puts a file there, with the directories above it; asks no fault.
+  /// Makes a file and the directories above it. No fault applies.
   void put(const std::string& path, std::string content);
-  /// Puts a symbolic link there in place of what was, with the directories above it. It leads
-  /// nowhere, as nothing follows it.
+  /// Puts a symbolic link in the place of what was there, and makes the directories above it. The
+  /// link leads nowhere, because nothing follows it.
   void putLink(const std::string& path);
-  /// Removes a file or a link, or a directory with all below it; asks no fault.
+  /// Removes a file or a link, or a directory with its content. No fault applies.
   void erase(const std::string& path);
   /// The paths of all files, sorted.
   std::vector<std::string> paths();
@@ -63,20 +64,20 @@ class MemoryFiles : public Files {
     Durability durability = Durability::cached;
     bool succeeded = false;
   };
-  /// Every createDirectory, write, rename and remove, in order.
+  /// The calls of createDirectory, write, rename and remove, in order.
   std::vector<Call> calls();
-  /// How many writes to `path` succeeded.
+  /// The number of successful writes to `path`.
   std::size_t writeCount(const std::string& path);
 
  private:
   bool fails(Operation operation, const std::string& path) const QX_REQUIRES(mutex_);
   PathKind kindLocked(const std::string& path) const QX_REQUIRES(mutex_);
   void makeDirectories(const std::string& path) QX_REQUIRES(mutex_);
-  /// The link that an operation on the path would have to follow: on the way there, or there.
+  /// The link that an operation on the path would have to follow, at the end of the path or before.
   std::optional<std::string> linkOn(const std::string& path) const QX_REQUIRES(mutex_);
-  /// Likewise, for operations that take a link at the end for what it is.
+  /// The same for operations that accept a link at the end of the path.
   std::optional<std::string> linkAbove(const std::string& path) const QX_REQUIRES(mutex_);
-  /// Notes the call and passes the error on.
+  /// Records the call and passes the error on.
   std::optional<Error> done(Call call, std::optional<Error> error) QX_REQUIRES(mutex_);
 
   Mutex mutex_;

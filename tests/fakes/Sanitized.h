@@ -1,5 +1,5 @@
-// Whether this build is slowed down by a sanitizer: for how much a test does, never for what it
-// expects.
+// Tells whether a sanitizer slows this build down. Only the amount of work in a test may depend on
+// it, never an expectation.
 #pragma once
 
 namespace qx {

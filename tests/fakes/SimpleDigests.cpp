@@ -13,12 +13,13 @@ constexpr std::size_t kBlock = 64;
 
 enum class Order { bigEndian, littleEndian };
 
-/// Where the byte of this significance (0: least) stands in a number of `size` bytes.
+/// The position of the byte of this significance (0: the least significant one) in a number of
+/// `size` bytes.
 std::size_t place(std::size_t significance, std::size_t size, Order order) {
   return order == Order::littleEndian ? significance : size - 1 - significance;
 }
 
-/// The message with its end mark, zeros and length in bits, in whole blocks.
+/// The message with its end mark, zeros and length in bits: a whole number of blocks.
 std::string padded(std::string_view bytes, Order order) {
   std::string message(bytes);
   message.push_back('\x80');
@@ -52,8 +53,8 @@ std::array<std::byte, 4 * words> digestOf(const std::array<std::uint32_t, words>
   return digest;
 }
 
-/// The first 32 bits of the fraction of a root of the first primes: the square root of n for the
-/// state, the cube root for the constants of the rounds.
+/// The first 32 bits of the fraction of a root of the first `n` primes: of the square root for the
+/// state, of the cube root for the constants of the rounds.
 template <std::size_t count>
 std::array<std::uint32_t, count> rootsOfPrimes(long double (*root)(long double)) {
   std::array<std::uint32_t, count> roots{};

@@ -1,6 +1,6 @@
-// The digests themselves, written out from their definitions.
+// The digests, written out from their definitions.
 //
-// Threads: as in Digests.h; it has no state.
+// Threads: as in Digests.h. The class has no state.
 #pragma once
 
 #include "platform/Digests.h"

@@ -1,8 +1,8 @@
 // JSON and XML property lists written out in plain C++, for tests that must not depend on the
-// libraries that the real platform uses. They read what this project and its tests write, not all
-// that exists: property lists in XML form only.
+// libraries of the real platform. They read what this project and its tests write; of property
+// lists they read the XML form only.
 //
-// Threads: no state; every operation may be called from any thread.
+// Threads: no state. Every operation may be called from any thread.
 #pragma once
 
 #include <optional>

@@ -130,7 +130,7 @@ bool write(std::string& out, const Value& value) {
   return true;
 }
 
-/// Reads one JSON text; `rest` is what is left of it.
+/// Reads one JSON text. `rest` is the part that has not been read.
 class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text), size_(text.size()) {}

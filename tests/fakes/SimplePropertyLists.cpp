@@ -195,7 +195,7 @@ class Reader {
   }
 
  private:
-  /// Blanks, the XML declaration, the document type, comments.
+  /// Skips blanks, the XML declaration, the document type and comments.
   void skip() {
     for (;;) {
       rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t\r\n"), rest_.size()));
@@ -213,7 +213,7 @@ class Reader {
     rest_.remove_prefix(word.size());
     return true;
   }
-  /// The text of `<tag>text</tag>`; nothing, and nothing taken, when another element comes.
+  /// The text of `<tag>text</tag>`. Yields nothing and reads nothing when another element comes.
   std::optional<std::string> textOf(std::string_view tag) {
     const std::string name(tag);
     if (take("<" + name + "/>")) return std::string();

@@ -1,4 +1,4 @@
-// Whatever a line of "actions" holds, it becomes parameters or an error that names one of them.
+// For every input line, "actions" yields parameters or an error that names one of them.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Lines that would read a file of this machine are left out.
+/// Lines that would read a file of this machine are skipped.
 bool namesAFile(const qx::Value& value) {
   if (const qx::Array* elements = value.asArray()) {
     return std::any_of(elements->begin(), elements->end(), namesAFile);

@@ -1,4 +1,4 @@
-// Whatever decodes encodes again, and decodes to the same value.
+// A text that can be decoded can be encoded again, and that decodes to the same value.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// Whatever a damaged log holds, its whole entries lie in it one after the other, and a log made of
-// them alone is whole.
+// The whole entries of a damaged log lie in it one after the other, and a log of these entries
+// alone is whole.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

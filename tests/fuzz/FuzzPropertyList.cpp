@@ -1,4 +1,4 @@
-// Whatever the bytes are, the reader answers.
+// The reader returns for all bytes.
 #include <cstddef>
 #include <cstdint>
 #include <string>

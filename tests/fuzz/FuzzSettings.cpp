@@ -1,4 +1,4 @@
-// Whatever a settings file holds, it is read as a whole or refused with a message that names it.
+// Every settings file is read as a whole or refused with a message that names it.
 #include <unistd.h>
 
 #include <cstddef>
@@ -11,12 +11,12 @@
 
 namespace {
 
-/// One file for all inputs, gone when the program ends.
+/// One file serves all inputs. It is removed when the program ends.
 class File {
  public:
   File() {
     path_ = std::filesystem::temp_directory_path() / "qx-fuzz-settings-XXXXXX";
-    file_ = ::mkstemp(path_.data());  // 0600, as a file with a token in it should be.
+    file_ = ::mkstemp(path_.data());  // Mode 0600, as for a file with a token in it.
     if (file_ < 0) std::abort();
   }
   ~File() { ::unlink(path_.c_str()); }

@@ -1,5 +1,5 @@
-// Whatever is an endpoint can be sent and reads back as itself; whatever a redirect says, its
-// target lies within the store.
+// Every endpoint can be sent and is read as itself again. The target of every redirect belongs to
+// the store.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Whatever a store answers, the error's text is one line of UTF-8.
+// For every answer of a store, the error's text is one line of UTF-8.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// Whatever the log of an earlier run holds, no task leads out of the user's directory, opening
-// touches nothing outside it and loses no stored bytes, and the log that is written next is whole.
+// For every log of an earlier run: no task leads out of the user's directory, opening the storage
+// touches nothing outside it and loses no stored bytes, and the next log that is written is whole.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +24,7 @@ const std::string kRoot = "aws-0011/u1/";
 const std::string kLog = "/documents/" + kRoot + "logs.plist";
 const std::string kOutside = "/documents/aws-0011/u2/a.jpg";
 
-/// Files that begin anew with each input.
+/// Files that are made anew for each input.
 class FreshFiles : public Files {
  public:
   MemoryFiles& renew() {
@@ -53,9 +53,9 @@ class FreshFiles : public Files {
   std::unique_ptr<MemoryFiles> files_;
 };
 
-/// What every input is read with.
+/// The readers that all inputs share.
 struct World {
-  // No log records: they would pile up over millions of inputs.
+  // No log records are kept, because they would pile up over millions of inputs.
   World() { fakes.mediator.setProduction(true); }
 
   FakePlatform fakes;
@@ -72,7 +72,7 @@ World& world() {
 void checkTasks(const UserTaskStorage& storage) {
   for (const auto& task : storage.localTasks()) {
     if (task->filePath() != kRoot + task->filename()) {
-      // A path of its own is fine as long as it stays within the directory.
+      // A path of its own is allowed if it stays within the directory.
       const std::string& path = task->filePath();
       if (!path.starts_with(kRoot) || !isPlainPathComponent(path.substr(kRoot.size()))) {
         std::abort();
@@ -82,7 +82,7 @@ void checkTasks(const UserTaskStorage& storage) {
   }
 }
 
-/// Wherever it lies by now.
+/// True when some file has this content, wherever it lies.
 bool isKept(MemoryFiles& files, const std::string& content) {
   const std::vector<std::string> paths = files.paths();
   return std::any_of(paths.begin(), paths.end(),

@@ -1,4 +1,4 @@
-// Whatever credentials a backend hands out, an object's address can be made of them and sent.
+// For all credentials that a backend may hand out, an object's address can be made and sent.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

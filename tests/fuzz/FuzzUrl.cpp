@@ -1,4 +1,4 @@
-// Whatever is a URL keeps its text, and its parts can be taken out.
+// Every URL keeps its text, and all its parts can be read.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
