@@ -1,4 +1,4 @@
-// What a console does, the fake one and standard output.
+// The contract of a console, for the fake and for standard output.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// Standard output as the lines that were printed there.
+/// The lines that were printed on standard output.
 class CapturedConsole {
  public:
   CapturedConsole() { testing::internal::CaptureStdout(); }

@@ -1,4 +1,4 @@
-// What every implementation of the digests does: the published examples.
+// The contract of the digests: every implementation yields the published examples.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -33,7 +33,7 @@ TYPED_TEST(DigestsContract, Sha1IsThatPublishedByNist) {
   EXPECT_EQ(sha1(std::string(1'000'000, 'a')), "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
 }
 
-// The FIPS 180-2 examples.
+// The examples of FIPS 180-2.
 TYPED_TEST(DigestsContract, Sha256IsThatPublishedByNist) {
   const auto sha256 = [this](const std::string& text) { return hex(this->digests_.sha256(text)); };
   EXPECT_EQ(sha256(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");

@@ -1,4 +1,4 @@
-// What every set of queues, semaphores and timers does: the fake and the real one.
+// The contract of queues, semaphores and timers, for the fake and the real ones.
 #include "platform/Dispatch.h"
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ constexpr double kInterval = 0.02;
 
 struct OnOneThread {
   OnOneThread() {
-    // Time passes when all wait for it.
+    // Time passes only when all threads wait for it.
     dispatch.onIdle = [this] { clock.advance(kInterval); };
   }
   void runMainQueue() { dispatch.runUntilIdle(); }
@@ -47,7 +47,7 @@ struct OnManyThreads {
   PosixDispatch dispatch;
 };
 
-/// Words noted by any thread.
+/// Words that any thread has noted.
 class Notes {
  public:
   void add(std::string word) {
@@ -70,7 +70,8 @@ class DispatchContract : public testing::Test {
   DispatchContract() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
   Dispatch& dispatch() { return underTest_.dispatch; }
 
-  // Before the queues, whose work notes something: it must outlive them.
+  // Declared before the queues and so destroyed after them, because work on the queues notes
+  // something.
   Notes notes_;
   T underTest_;
 };
@@ -181,7 +182,7 @@ TYPED_TEST(DispatchContract, ASemaphoreCounts) {
   semaphore->wait();
   semaphore->signal();
   semaphore->wait();
-  // A fourth wait would never return: another queue has to signal.
+  // A fourth wait would never return, so that another queue has to signal.
   this->dispatch().globalQueue().async([semaphore] { semaphore->signal(); });
   semaphore->wait();
 }
@@ -211,7 +212,7 @@ TYPED_TEST(DispatchContract, ATimerTicksAtOnceAndThenEveryInterval) {
   timer->resume();
   for (int tick = 0; tick < 4; ++tick) {
     ticked->wait();
-    // However late a tick may be, none is early: the difference is for rounding.
+    // A tick may be late, but none is early. The difference allows for rounding.
     EXPECT_GE(this->underTest_.now() - begin, tick * kInterval - 1e-6);
   }
 }

@@ -1,4 +1,4 @@
-// What every file manager does: the fake and the real one.
+// The contract of a file manager, for the fake and the real one.
 #include "platform/Files.h"
 
 #include <gmock/gmock.h>

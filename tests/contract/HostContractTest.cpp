@@ -1,5 +1,5 @@
-// What the smaller seams do, the fakes and the real ones: mediator, notification centre, clock,
-// randomness, identifiers, reachability.
+// The contracts of the smaller seams, for the fakes and the real ones: mediator, notification
+// centre, clock, randomness, identifiers, reachability.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ struct RealMediator {
   Mediator mediator{nullptr};
 };
 
-/// Notes each action; knows "Action_A:" only.
+/// Notes each action, and knows "Action_A:" only.
 class NotingTarget : public MediatorTarget {
  public:
   NotingTarget(std::vector<std::string>& notes, std::string name)
@@ -174,7 +174,7 @@ TYPED_TEST(RandomContract, ValuesDiffer) {
   TypeParam random;
   std::set<std::uint32_t> seen;
   for (int i = 0; i < 100; ++i) seen.insert(random.next());
-  // A hundred draws of 2^32 hold a pair with a chance of one in a million.
+  // A hundred draws of 2^32 numbers contain an equal pair with a chance of one in a million.
   EXPECT_GE(seen.size(), 99U);
 }
 
@@ -203,7 +203,8 @@ TEST(ClockContract, TheFakeClockRingsEachAlarmAtItsOwnTimeInOrder) {
 }
 
 TEST(ClockContract, TheSystemClockTellsTheTimeOfTheSystem) {
-  // Not time(): it may still tell the second before, for as long as a tick of the kernel takes.
+  // time() is not used, because it may still yield the previous second for as long as a tick of the
+  // kernel takes.
   const auto seconds = [] {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration<double>(sinceEpoch).count();
@@ -229,7 +230,7 @@ TEST(ReachabilityContract, TheFakeTellsListenersOfChangesOnly) {
   EXPECT_THAT(told, ElementsAre(false, true));
 }
 
-/// An address that cannot be resolved, which is found out without asking a name server.
+/// An address that cannot be resolved, which shows without asking a name server.
 constexpr char kUnresolvable[] = "fe80::1%no-such-interface";
 
 TEST(ReachabilityContract, LoopbackIsReachable) {

@@ -1,4 +1,4 @@
-// What every implementation of HTTP does: the fake and the real one.
+// The contract of HTTP, for the fake and the real implementation.
 #include "platform/Http.h"
 
 #include <gtest/gtest.h>
@@ -153,7 +153,7 @@ TEST(HttpCancel, RequestIsEndedWhereverItIs) {
   HttpEngine engine({});
   std::vector<std::future<HttpAnswer>> answers;
   std::vector<std::shared_ptr<HttpExchange>> exchanges;
-  // 32 are under way, 8 wait for them, one has yet to begin.
+  // 32 requests are under way, 8 wait for them, and one has yet to begin.
   for (int i = 0; i < 41; ++i) {
     HttpRequest request;
     request.url = server.url() + "/";

@@ -1,5 +1,5 @@
-// What every reader of image headers does. The sizes are those that make-images.py gave the images
-// and wrote into their names.
+// The contract of a reader of image headers. make-images.py gave the images their sizes and wrote
+// these into their names.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -90,7 +90,8 @@ TYPED_TEST(ImageHeadersContract, BytesThatAreNoImageHaveNoSize) {
 // ---- What only the real reader has to do
 
 TEST(CodecImageHeaders, NeverDecodesThePixels) {
-  // A PNG of 20,000 x 20,000 pixels with all its (equal) rows; decoded it would fill 1.2 GB.
+  // A PNG of 20,000 x 20,000 pixels with all its rows, which are equal. Decoded it would fill 1.2
+  // GB.
   const std::string script = R"(
 import struct, sys, zlib
 def chunk(kind, body):
@@ -112,7 +113,7 @@ open(sys.argv[2], "wb").write(b"\x89PNG\r\n\x1a\n"
   ASSERT_TRUE(size);
   EXPECT_EQ(size->width, 20000);
   EXPECT_EQ(size->height, 20000);
-  // Decoding takes seconds; milliseconds are what it costs, also on a busy machine.
+  // Decoding would take seconds. Reading the header takes milliseconds, also on a busy machine.
   EXPECT_LT(took.count(), 0.2);
 }
 

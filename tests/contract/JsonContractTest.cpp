@@ -1,4 +1,4 @@
-// What every JSON encoder and decoder does: the simple one of the tests and the real one.
+// The contract of a JSON encoder and decoder, for the simple one of the tests and the real one.
 #include <gtest/gtest.h>
 
 #include <cmath>

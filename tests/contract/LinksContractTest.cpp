@@ -1,4 +1,4 @@
-// What every file manager does about symbolic links below the documents directory.
+// The contract of a file manager for symbolic links below the documents directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -20,7 +20,8 @@ namespace {
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
-/// Documents with a link "link" to a directory and "d/a" to a file; both hold "kept".
+/// A documents directory with a link "link" to a directory, and with "d/a", a link to a file. Both
+/// targets hold "kept".
 struct InMemory {
   InMemory() {
     files.put(root + "/victims/file", "kept");

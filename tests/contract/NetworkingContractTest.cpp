@@ -1,4 +1,4 @@
-// What all message and upload clients do: the fakes and the real ones.
+// The contract of message and upload clients, for the fakes and the real ones.
 #include "platform/Networking.h"
 
 #include <gmock/gmock.h>
@@ -29,7 +29,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-/// The first of `names` that stand in `text`, in the order of their places.
+/// The `names` that occur in `text`, in the order of their first places.
 std::vector<std::string> inOrder(const std::string& text, const std::vector<std::string>& names) {
   std::map<std::size_t, std::string> places;
   for (const std::string& name : names) {
@@ -125,13 +125,14 @@ struct RealBackend {
 template <typename T>
 class MessageClientsContract : public ::testing::Test {
  protected:
-  /// Sends one message with a manager that is gone before the answer, and waits for its end.
+  /// Sends one message with a manager that is destroyed before the answer, and waits for the end of
+  /// the message.
   QXNetworkingResponse send() {
     struct Record {
       std::promise<QXNetworkingResponse> response;
       int completions = 0;
     };
-    // A second completion would break the promise.
+    // A second completion would break the contract.
     auto record = std::make_shared<Record>();
     const auto caller = std::this_thread::get_id();
     auto manager = backend_.clients.make(Url::parse(backend_.url()).value(),

@@ -1,4 +1,4 @@
-// What every object store does: the fake and the real one.
+// The contract of an object store, for the fake and the real one.
 #include "platform/ObjectStore.h"
 
 #include <gmock/gmock.h>
@@ -31,11 +31,11 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 struct FakeStore {
-  /// What the bucket holds under "k"; nothing: there is no such object.
+  /// Sets the object that the bucket holds under "k". Nothing: there is no such object.
   void holds(const std::optional<std::string>& object) {
     if (object) store.put("bucket", "k", Data(*object));
   }
-  /// The next upload, with this content type, cannot even start.
+  /// The next upload with this content type does not even start.
   std::string unsendableType() {
     store.failAtOnce({"ObjectStore", 0, "no"});
     return "any";
@@ -83,7 +83,7 @@ class ObjectStoreContract : public ::testing::Test {
     std::optional<Url> url;
     std::optional<Error> error;
   };
-  /// What a completion leaves behind; a second one would break the promise.
+  /// The result of a completion. A second completion would break the contract.
   struct Record {
     std::promise<Ended> ended;
     int completions = 0;
@@ -201,7 +201,8 @@ TYPED_TEST(ObjectStoreContract, UploadThatCannotStartHasItsErrorInTheTaskAndNoCo
       this->utility()->uploadData(Data(std::string("x")), "bucket", "k", type,
                                   [&completed](const std::optional<Error>&) { completed = true; });
   EXPECT_TRUE(task.error);
-  // Were a completion on its way, this upload's would come behind it.
+  // If a completion of the earlier upload were on its way, it would come before the completion of
+  // this one.
   EXPECT_EQ(this->upload().error, std::nullopt);
   EXPECT_FALSE(completed);
 }

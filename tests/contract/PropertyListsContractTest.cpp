@@ -1,5 +1,5 @@
-// What every writer and reader of property lists does: the simple one of the tests and the real
-// one. Python's plistlib is the independent judge.
+// The contract of a writer and reader of property lists, for the simple one of the tests and the
+// real one. Python's plistlib is the independent judge.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -20,7 +20,7 @@ std::string document(PropertyLists& lists, const Value& value) {
   return std::string(lists.documentStart()) + *element + std::string(lists.documentEnd());
 }
 
-/// A log as the library keeps it.
+/// A log as the library writes it.
 Value sampleLog() {
   return Dictionary{
       {"a&b.jpg",
@@ -208,13 +208,13 @@ TEST(LibplistPropertyLists, NoDamageToABinaryListCrashesTheReader) {
     EXPECT_FALSE(lists.decode(Data(sample.substr(0, i)))) << "cut off at " << i;
     for (const int mask : {1, 2, 4, 8, 16, 32, 64, 128, 255, static_cast<int>(sample[i])}) {
       std::string changed = sample;
-      changed[i] = static_cast<char>(changed[i] ^ mask);  // The last mask makes it 0.
+      changed[i] = static_cast<char>(changed[i] ^ mask);  // The last mask makes the byte 0.
       (void)lists.decode(Data(changed));
     }
   }
 }
 
-/// A binary list of `levels` arrays, each holding the next one `copies` times.
+/// A binary list of `levels` arrays, each of which holds the next one `copies` times.
 std::string nestedBinary(int levels, int copies) {
   std::string bytes = "bplist00";
   std::string table;

@@ -11,8 +11,8 @@
 
 namespace qx {
 
-/// Runs a script with `input` in the file sys.argv[1]; returns what it wrote to the file
-/// sys.argv[2], or "<failed>".
+/// Runs a script with `input` in the file sys.argv[1]. Returns the content of the file sys.argv[2],
+/// or "<failed>".
 inline std::string runPython(std::string_view script, std::string_view input) {
   const TemporaryDirectory directory;
   const auto path = [&](const char* name) { return directory.path() + "/" + name; };

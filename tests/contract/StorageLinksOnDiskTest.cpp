@@ -1,4 +1,4 @@
-// The storage over real files, in a folder where somebody has put symbolic links.
+// The storage on real files, in a folder where somebody has put symbolic links.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

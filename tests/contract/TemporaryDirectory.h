@@ -1,4 +1,4 @@
-// A directory of its own for a test, removed with all it holds at the end.
+// A directory for one test, which is removed with its content at the end.
 #pragma once
 
 #include <stdlib.h>

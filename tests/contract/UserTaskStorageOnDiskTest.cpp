@@ -1,5 +1,5 @@
-// The storage over the real files and the real property lists, with Python's plistlib as the judge
-// of what stands on the disk.
+// The storage on the real files and the real property lists. Python's plistlib judges what is on
+// the disk.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-/// Writes the log that stores a.jpg and b.png, in the form that argv names.
+/// Writes a log that stores a.jpg and b.png, in the form that argv names.
 std::string pythonLog(const std::string& form) {
   return runPython(R"(
 import plistlib, sys
@@ -145,7 +145,7 @@ TEST_F(UserTaskStorageOnDiskTest, LogsThatPythonWritesAreResumedInBothForms) {
   }
 }
 
-// The text looks like a tag, and the list is of a type that the storage never writes.
+// The text looks like a tag, and the storage never writes a list of this type.
 TEST_F(UserTaskStorageOnDiskTest, EntryWithForeignValuesIsResumedInBothForms) {
   for (const char* form : {"xml", "binary"}) {
     put("logs.plist", runPython(R"(
@@ -167,7 +167,7 @@ plistlib.dump(log, open(sys.argv[2], "wb"), fmt=form)
   }
 }
 
-/// The log that Python writes in either form, cut or flipped at every byte.
+/// The log that Python writes in either form, truncated or with a flipped bit at every byte.
 class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
                          public testing::WithParamInterface<const char*> {
  protected:
@@ -175,7 +175,7 @@ class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
     whole_ = pythonLog(GetParam());
     ASSERT_GT(whole_.size(), 100U);
   }
-  /// Opens the damaged log both ways; the data files lie beside it.
+  /// Opens the damaged log in both modes. The data files lie beside the log.
   template <typename Look>
   void open(const std::string& damaged, Look look) {
     put("logs.plist", damaged);
@@ -185,14 +185,14 @@ class DamagedLogOnDisk : public UserTaskStorageOnDiskTest,
     EXPECT_LE(UserTaskStorage(platform_, "u1").localTasks().size(), 2U);
     UserTaskStorage storage(platform_, "u1", StoredTasks::resume);
     look(storage);
-    // What is on the disk now reads as what is in memory.
+    // The log on the disk now reads as the log in memory.
     std::size_t kept = 0;
     for (const char* name : {"a.jpg", "b.png"}) {
       if (storage.contains(name)) ++kept;
     }
     EXPECT_EQ(storage.localTasks().size(), kept);
-    // A log that reads but names fewer files than lie beside it is no damage: the files that it
-    // does not name are moved aside, which has a record of its own.
+    // A log that can be read but names fewer files than lie beside it is no damage. The files that
+    // it does not name are moved aside, which has a log record of its own.
     const std::vector<std::string> records = fakes_.logger.messages();
     const bool toldDamage = std::any_of(
         records.begin() + static_cast<std::ptrdiff_t>(recordsBefore), records.end(),
@@ -210,7 +210,7 @@ TEST_P(DamagedLogOnDisk, CutAtAnyByteCrashesNothing) {
   const std::size_t endOfFirst = whole_.find("<key>b.png</key>");
   for (std::size_t size = 0; size < whole_.size(); ++size) {
     open(whole_.substr(0, size), [&](const UserTaskStorage& storage) {
-      // Of a binary list nothing is left without its end.
+      // Nothing of a binary list can be read without its end.
       if (endOfFirst != std::string::npos && size >= endOfFirst) {
         EXPECT_TRUE(storage.contains("a.jpg")) << size;
       }

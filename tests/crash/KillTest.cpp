@@ -1,5 +1,5 @@
-// Kills a host at every single change that it makes to the file system, and then the host that goes
-// on from there.
+// Kills a host at every single change that it makes to the file system, and checks the host that
+// goes on from there.
 #include <gtest/gtest.h>
 
 #include <filesystem>

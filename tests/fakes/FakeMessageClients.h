@@ -45,8 +45,8 @@ class FakeMessageClients : public MessageClients {
     bool hasProgress = false;
   };
 
-  // ---- The script. An api without one is answered with an error. `Once` answers come first, in
-  // the order they were given; the standing one serves all others.
+  // ---- The script. An api without an answer is answered with an error. `Once` answers come first,
+  // in the order in which they were given; after them the standing answer serves all messages.
 
   /// Answers with `body` as if it had been read from JSON. The message's own decodeResponse decodes
   /// it. A date may be a Date value, a number (seconds since 1970) or a text such as

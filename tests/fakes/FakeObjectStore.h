@@ -46,9 +46,9 @@ class FakeObjectStore : public ObjectStore {
   /// file could not be written; the download then fails with code 0.
   using FileWriter = std::function<bool(const std::string& path, const Data& bytes)>;
 
-  // ---- The script; without one every region that has a type or a name fit for a signature yields
-  // a configuration (if the endpoint is a URL), uploads succeed, and downloads give what was put
-  // and fail with code 2 otherwise.
+  // ---- The script. Without one, every region that has a type or a name fit for a signature yields
+  // a configuration (if the endpoint is a URL), uploads succeed, and downloads yield what was
+  // uploaded or fail with code 2.
 
   /// From now on no configuration can be made, whatever the region.
   void refuseConfigurations(bool refuse = true);

@@ -33,7 +33,8 @@ class FakeUploadClients : public UploadClients {
     bool hasProgress = false;
   };
 
-  // ---- The script; status 200 without one. `Once` answers come first, in the order given.
+  // ---- The script. Without one every form is answered with status 200. `Once` answers come first,
+  // in the order in which they were given.
 
   void answer(QXNetworkingUploadResponse response);
   void answerOnce(QXNetworkingUploadResponse response);

@@ -1,4 +1,4 @@
-// Background uploads on the real platform, against the devstack: an outage, two users, a disk that
+// Background uploads on the real platform against the devstack: an outage, two users, a disk that
 // does not take the files, and a host process that is killed.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,7 +78,7 @@ TEST(BackgroundUpload, StoredThroughAnOutageThenArrivesThreeAtATime) {
                                                    {"suffix", "jpg"},
                                                    {"useDetUpload", i == 3 ? "true" : "false"}});
   }
-  // Accepted means on disk, before the action returns.
+  // An accepted upload is on the disk before the action returns.
   EXPECT_EQ(dataFiles(directory), 44U);
   const Result<Value> log = readLog(directory);
   ASSERT_TRUE(log) << log.error().description;
@@ -127,7 +127,7 @@ TEST(BackgroundUpload, StoredThroughAnOutageThenArrivesThreeAtATime) {
     detReports += isDet ? 1 : 0;
     EXPECT_EQ(fields.at("item_id").get<int>() == 903, isDet);
     EXPECT_TRUE(fields.contains(isDet ? "original_det_image_url" : "original_image_url"));
-    // The file holds 40 x 30 pixels and says that it is to be turned by a quarter.
+    // The file holds 40 x 30 pixels and an orientation of a quarter turn.
     EXPECT_EQ(fields.at("original_image_width"), 30);
     EXPECT_EQ(fields.at("original_image_height"), 40);
     EXPECT_EQ(fields.at("original_image_file_size"), image.size());
@@ -142,7 +142,7 @@ TEST(BackgroundUpload, TasksOfOneUserNeverRunForTheNext) {
   TestHost& host = TestHost::start(devstack, {.timerSpeed = 60});
   const Devstack::User first = devstack.user(0);
   const Devstack::User second = devstack.user(1);
-  devstack.down("backend");  // Nobody gets credentials: the first user's tasks stay stored.
+  devstack.down("backend");  // Without credentials, tasks stay stored.
   host.setUp();
   for (int i = 0; i < 5; ++i) host.perform("Action_BackgroundUpload:", backgroundUpload("first"));
   ASSERT_TRUE(host.waitUntil([&] { return host.backgroundOutcomes().size() >= 5; }));
@@ -193,7 +193,7 @@ TEST(BackgroundUpload, FullDiskUploadsFromMemoryAndLeavesNothing) {
   ASSERT_FALSE(outcome.error) << outcome.error->description;
   EXPECT_TRUE(devstack.object(host.keyOf(*outcome.url)).bytes == bytes);
   EXPECT_EQ(dataFiles(userDirectory(documents.path(), devstack.user(0))), 0U);
-  // What fits is stored again.
+  // Uploads that fit are stored again.
   host.perform("Action_BackgroundUpload:", backgroundUpload("small"));
   ASSERT_TRUE(host.waitUntil([&] { return succeeded(host.backgroundOutcomes()) == 2; }));
 }
@@ -217,8 +217,8 @@ TEST(BackgroundUpload, DirectoryRemovedWhileRunningLosesNoUploadInMemory) {
     host.perform("Action_BackgroundUpload:", backgroundUpload(std::to_string(i)));
   }
   ASSERT_TRUE(host.waitUntil([&] { return host.backgroundOutcomes().size() >= 20; }));
-  // The last ten could not be stored and ran from memory; of the others, those whose file went
-  // before they were read say so.
+  // The last ten uploads could not be stored and ran from memory. Of the others, those whose data
+  // file had been removed before it was read report that.
   EXPECT_GE(succeeded(host.backgroundOutcomes()), 10);
   for (const BackgroundOutcome& outcome : host.backgroundOutcomes()) {
     if (outcome.error) {
@@ -246,7 +246,7 @@ TEST(BackgroundUpload, KilledHostLeavesAReadableLogWhoseTasksAllArriveLater) {
       inner.waitUntil([&] { return succeeded(inner.backgroundOutcomes()) == 200; });
     });
     while (!fs::exists(directory + "/logs.plist")) std::this_thread::yield();
-    // The log is readable at every instant, however often we look.
+    // The log can be read at every instant, however often the test reads it.
     const auto end = std::chrono::steady_clock::now() +
                      std::chrono::milliseconds(std::uniform_int_distribution(1, 400)(random));
     int looks = 0;
@@ -266,8 +266,8 @@ TEST(BackgroundUpload, KilledHostLeavesAReadableLogWhoseTasksAllArriveLater) {
       const Dictionary* sections = entry.asDictionary();
       ASSERT_TRUE(sections);
       EXPECT_EQ(readDictionary(*sections, "base")->size(), 3U);
-      // An entry is written after its file, and removed after it: the file of one that was just
-      // being removed may be gone.
+      // An entry is written after its file and removed after it. The file of an entry may be
+      // missing if the task was being removed.
       if (fs::exists(directory + "/" + name)) left.insert(name);
     }
     HostProcess again([&] {

@@ -23,13 +23,13 @@ constexpr int kTasks = 1000;
 constexpr int kKills = 5;
 constexpr int kThreads = 4;
 
-/// Outlives the host processes.
+/// Memory that outlives the host processes.
 struct Handed {
-  /// The action has returned.
+  /// True when the action has returned.
   std::atomic<bool> accepted[kTasks];
 };
 
-/// Begins with its number; the rest differs from task to task.
+/// The bytes of a task: they begin with its number, and the rest differs from task to task.
 std::string payload(int task) {
   std::string bytes = std::to_string(task) + " ";
   std::minstd_rand random(static_cast<unsigned>(task) + 1);
@@ -38,7 +38,8 @@ std::string payload(int task) {
   return bytes;
 }
 
-/// Hands over, from four threads, what no earlier process had accepted; then goes on for ever.
+/// Hands over, from four threads, the tasks that no earlier process had accepted. Then it runs for
+/// ever.
 void runHost(Devstack& devstack, const std::string& documents, Handed& handed) {
   TestHost& host = TestHost::start(
       devstack,
@@ -57,7 +58,7 @@ void runHost(Devstack& devstack, const std::string& documents, Handed& handed) {
       }
     });
   }
-  // Joined by nobody: the process is killed while they run, or later.
+  // These threads are never joined, because the process is killed while they run or later.
   for (std::thread& thread : threads) thread.detach();
   host.waitUntil([] { return false; }, 3600);
 }
@@ -91,7 +92,7 @@ TEST(ResumedUpload, ThousandTasksOfAHostKilledFiveTimesAllArriveByteIdentical) {
   std::mt19937 random(seed);
   for (int kill = 0; kill < kKills; ++kill) {
     HostProcess host([&] { runHost(devstack, documents.path(), handed); });
-    // The work is under way, and there is more of it.
+    // Work is under way, and more of it waits.
     const int before = accepted();
     while (accepted() == before && before < kTasks) std::this_thread::yield();
     std::this_thread::sleep_for(
@@ -111,7 +112,7 @@ TEST(ResumedUpload, ThousandTasksOfAHostKilledFiveTimesAllArriveByteIdentical) {
   EXPECT_EQ(accepted(), kTasks);
   EXPECT_EQ(entries(log), 0U);
   for (const auto& file : std::filesystem::directory_iterator(directory)) {
-    // What was written when a host was killed, before its entry.
+    // This folder has files that were written before their entry when a host was killed.
     if (file.path().filename().string().starts_with("unlogged-")) continue;
     EXPECT_EQ(file.path().filename(), "logs.plist") << "left behind";
   }
@@ -129,7 +130,8 @@ TEST(ResumedUpload, ThousandTasksOfAHostKilledFiveTimesAllArriveByteIdentical) {
     EXPECT_GE(arrived[static_cast<std::size_t>(i)], 1) << "task " << i << " is lost";
     again += arrived[static_cast<std::size_t>(i)] - 1;
   }
-  // A process that dies between storing a task and being told so hands it over a second time.
+  // A process that is killed after it has stored a task, but before the action has returned, hands
+  // the task over a second time.
   EXPECT_LE(again, kKills * kThreads);
 }
 

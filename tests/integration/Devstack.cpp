@@ -24,7 +24,8 @@ std::size_t append(char* bytes, std::size_t size, std::size_t count, void* text)
   return size * count;
 }
 
-/// Runs a program to its end; its standard output. Throws when it does not end with 0.
+/// Runs a program to its end and yields its standard output. Throws when the program does not end
+/// with status 0.
 std::string run(const std::vector<std::string>& command) {
   const TemporaryDirectory folder;
   const std::string output = folder.path() + "/output";

@@ -1,6 +1,6 @@
 // The running devstack that $QX_DEVSTACK names, and its control API.
 //
-// Threads: for the test's own thread.
+// Threads: only for the test's own thread.
 #pragma once
 
 #include <map>
@@ -22,32 +22,33 @@ class Devstack {
     std::string contentType;
   };
 
-  /// Reads $QX_DEVSTACK and makes the devstack forget what earlier tests did to it: no faults, all
-  /// servers up, credentials that last.
+  /// Reads $QX_DEVSTACK, and undoes what earlier tests have done to the devstack: no faults are on,
+  /// all servers are up, and credentials hold long.
   Devstack();
 
   std::string url(const std::string& name) const { return info_.at(name).get<std::string>(); }
   User user(std::size_t index) const;
 
-  /// Switches on a fault of devstack/faults, with its members replaced by those given.
+  /// Switches on a fault of devstack/faults. The given members replace those of the fault.
   void fault(const std::string& file, nlohmann::json members = nlohmann::json::object());
   void clearFaults();
-  /// How often a fault has struck.
+  /// The number of times that a fault has applied.
   int hits(const std::string& fault);
   void down(const std::string& target);
   void up(const std::string& target);
-  /// Of the credentials handed out from now on, in seconds.
+  /// Sets how many seconds the credentials hold that are given out from now on.
   void credentialLifetime(int seconds);
-  /// What backend and upload server have received since this object was made.
+  /// The events that the backend and the upload server have received since this object was made.
   nlohmann::json events();
   nlohmann::json stats();
 
-  // Through the devstack's own S3 client, past the proxies, with the owner's keys.
+  // Reads an object with the devstack's own S3 client, which goes past the proxies and uses the
+  // owner's keys.
   Object object(const std::string& key);
   std::vector<std::string> keys(const std::string& prefix);
   /// All objects below a prefix, by the last part of their keys.
   std::map<std::string, std::string> objectsBelow(const std::string& prefix);
-  /// {"width", "height", "format"} of image bytes.
+  /// The members "width", "height" and "format" of image bytes.
   nlohmann::json imageSize(const std::string& bytes);
 
  private:
@@ -60,7 +61,7 @@ class Devstack {
   int firstEvent_ = 0;
 };
 
-/// A directory that is removed with everything in it.
+/// A directory that is removed with its content.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();

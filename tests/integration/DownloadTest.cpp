@@ -75,7 +75,7 @@ TEST(Download, UnicodeAndEncodedNamesRoundTrip) {
   for (const char* suffix : {"\xC3\xA9t\xC3\xA9", "a b", "p%20c", "plus+and&"}) {
     const UploadOutcome uploaded = host.upload(Data(std::string("of ") + suffix), "avatar", suffix);
     ASSERT_TRUE(uploaded.url) << suffix;
-    // The URL as an application hands it on: with what a URL cannot hold encoded.
+    // The URL as an application has it: characters that a URL cannot hold are encoded.
     std::string url;
     for (const char c : *uploaded.url) {
       const bool plain = (c > ' ' && c != '%' && c < 0x7F) && c >= 0;
@@ -91,7 +91,7 @@ TEST(Download, UnicodeAndEncodedNamesRoundTrip) {
   }
 }
 
-/// The fault, and part of what the error says.
+/// The fault, and a part of the error text.
 struct Fault {
   const char* file;
   const char* says;
@@ -120,7 +120,7 @@ TEST_P(FailedDownload, EndsInOneErrorAndLeavesTheEarlierFileAndNothingElse) {
   EXPECT_THAT(cachedNames(host), ElementsAre(nameOf(*uploaded.url)));
   EXPECT_EQ(readFile(cache(host) + "/" + nameOf(*uploaded.url)), "earlier");
 
-  // The store behaves again, and so does the next download.
+  // The store behaves again, so the next download succeeds.
   EXPECT_FALSE(host.download(*uploaded.url).error);
   EXPECT_EQ(readFile(cache(host) + "/" + nameOf(*uploaded.url)), std::string(200000, 'x'));
 }
@@ -140,7 +140,7 @@ TEST(Download, ObjectThatIsNotThereIsTheStoresError) {
   const DownloadOutcome downloaded = host.download(*uploaded.url + ".not-there");
   ASSERT_TRUE(downloaded.error);
   EXPECT_EQ(downloaded.error->code, 2);
-  // To whom may not list the bucket, a store does not tell what is not there.
+  // A store does not tell a client that may not list the bucket which object is missing.
   EXPECT_THAT(downloaded.error->description, HasSubstr("HTTP 40"));
   EXPECT_THAT(cachedNames(host), IsEmpty());
 }

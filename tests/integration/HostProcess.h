@@ -1,6 +1,6 @@
-// A host in a process of its own, to be killed.
+// A host in a process of its own, which the test kills.
 //
-// Threads: made and used by the test's main thread, before this process has others.
+// Threads: the test's main thread makes and uses it before this process has other threads.
 #pragma once
 
 #include <sys/wait.h>
@@ -11,8 +11,8 @@
 
 namespace qx {
 
-/// A child process that runs `work` and then waits to be killed. Forked before this process has
-/// threads.
+/// A child process that runs `work` and then waits to be killed. It is forked before this process
+/// has other threads.
 class HostProcess {
  public:
   explicit HostProcess(const std::function<void()>& work) {
@@ -30,7 +30,7 @@ class HostProcess {
     waitpid(child_, &status_, 0);
     child_ = -1;
   }
-  /// The process ended by nothing but our signal.
+  /// True when nothing but our signal has ended the process.
   bool onlyKilled() const { return WIFSIGNALED(status_) && WTERMSIG(status_) == SIGKILL; }
 
  private:

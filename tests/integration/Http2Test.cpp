@@ -1,4 +1,4 @@
-// The HTTP engine towards a server that offers HTTP/2, by Node's own implementation of it.
+// The HTTP engine with a server that offers HTTP/2. Node's own implementation is the server.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,7 +19,7 @@ namespace qx {
 namespace {
 
 /// Answers "<HTTP version> <bytes of the body> <TLS sessions so far>", prints its port, and ends
-/// when its standard input does.
+/// when its standard input ends.
 constexpr char kServer[] = R"(
 const fs = require('fs');
 const [folder] = process.argv.slice(1);

@@ -37,7 +37,8 @@ class TestHost::Logger : public QXLogger {
   std::vector<LogRecord> records_;
 };
 
-/// The real seams with what a test bends: credentials on their way in, transfer timeouts, timers.
+/// The real seams with the changes that a test asks for: credentials from the backend, transfer
+/// timeouts, timers.
 class TestHost::Tampering : public MessageClients, public ObjectStore, public Dispatch {
  public:
   Tampering(const Platform& real, const TestHostOptions& options)
@@ -307,7 +308,7 @@ bool TestHost::waitUntil(const std::function<bool()>& condition, double seconds)
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
-    // What is in the main queue now; then a look at the condition.
+    // Runs the work that is in the main queue now, then checks the condition.
     platform_->stopMainQueue();
     platform_->runMainQueue();
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -1,7 +1,8 @@
-// A host application on the real platform, against the devstack.
+// A host application on the real platform, with the devstack as its servers.
 //
-// Threads: made and used by the test's main thread, which runs the main queue while it waits.
-// Ownership: one per process and never destroyed; the library's shared instances go on using it.
+// Threads: the test's main thread makes and uses it, and runs the main queue while it waits.
+// Ownership: a process has one host, which is never destroyed, because the library's shared
+// instances go on using it.
 #pragma once
 
 #include <chrono>
@@ -21,12 +22,12 @@
 
 namespace qx {
 
-/// What a completion received, and where.
+/// The arguments and the thread of a completion.
 struct UploadOutcome {
   std::optional<std::string> url;
   std::int64_t itemId = 0;
   std::optional<Error> error;
-  /// "main" on the main thread, else the thread's name.
+  /// The text "main" on the main thread, else the name of the thread.
   std::string thread;
 };
 
@@ -34,7 +35,7 @@ struct DownloadOutcome {
   std::optional<Url> location;
   std::optional<Error> error;
   std::vector<double> progress;
-  /// Where progress was reported: "main" on the main thread, else the last thread's name.
+  /// The thread of the last progress report: "main" for the main thread, else its name.
   std::string progressThread;
 };
 
@@ -49,16 +50,16 @@ struct TestHostOptions {
   std::size_t user = 0;
   bool needServerResize = false;
   bool resumeStoredTasks = false;
-  /// Absent: the devstack's store through its proxy.
+  /// The address of the store. Absent: the proxy of the devstack's store.
   std::optional<std::string> storeEndpoint = {};
   std::optional<std::string> caFile = {};
-  /// Absent: a temporary one.
+  /// The documents directory. Absent: a temporary one.
   std::optional<std::string> documentsDirectory = {};
-  /// Changes what the backend has handed out before the library sees it.
+  /// Changes the credentials from the backend before the library gets them.
   std::function<void(UploadTokenModel&)> tamper = {};
-  /// In place of the library's 30 seconds, so that a test of a stalled server is short.
+  /// Takes the place of the library's 30 seconds, so that a test with a stalled server is short.
   std::optional<double> transferTimeout = {};
-  /// How much faster than real time the library's timers tick.
+  /// The factor by which the library's timers tick faster than real time.
   double timerSpeed = 1;
 };
 
@@ -66,32 +67,32 @@ class TestHost {
  public:
   static TestHost& start(Devstack& devstack, TestHostOptions options = {});
 
-  /// Sends an action through the mediator as it stands.
+  /// Sends an action through the mediator, unchanged.
   void perform(const std::string& action, const Dictionary& parameters);
   void setUp();
   void signIn(const Devstack::User& user);
 
-  /// Sends "Action_Upload:" and runs the main queue until it has called back. The completion is
-  /// watched for as long as the host lives: see completions().
+  /// Sends "Action_Upload:" and runs the main queue until it has called back. The host counts the
+  /// calls of the completion as long as it lives: see completions().
   UploadOutcome upload(Data data, const std::string& scope = "avatar",
                        const std::string& suffix = "bin", const Dictionary& more = {});
-  /// All of them at once.
+  /// Sends all of them at once.
   std::vector<UploadOutcome> uploadAll(const std::vector<Data>& payloads,
                                        const std::string& scope = "avatar");
   /// Sends "Action_Download:" and runs the main queue until it has called back.
   DownloadOutcome download(const std::string& url, const std::string& scope = "avatar");
-  /// How often completions of upload(), download() and uploadAll() have been called so far.
+  /// The number of calls of completions of upload(), download() and uploadAll() so far.
   int completions();
 
-  /// Outcomes of background attempts so far.
+  /// The outcomes of background attempts so far.
   std::vector<BackgroundOutcome> backgroundOutcomes();
-  /// Runs the main queue until `condition` holds; false when `seconds` have passed first.
+  /// Runs the main queue until `condition` holds. False when `seconds` have passed before.
   bool waitUntil(const std::function<bool()>& condition, double seconds = 60);
 
   std::vector<LogRecord> logRecords();
   /// The dictionaries of all "qx_aws" events so far.
   std::vector<Dictionary> trackingEvents();
-  /// The object key that a URL of the devstack's store names.
+  /// The object key in a URL of the devstack's store.
   std::string keyOf(const std::string& url) const;
   const std::string& documents() const { return documents_; }
 

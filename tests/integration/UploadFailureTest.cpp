@@ -1,4 +1,4 @@
-// What goes wrong between the host and the store, and what the host is told: one callback each.
+// Failures between the host and the store. The host gets exactly one callback for each.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,7 +13,8 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-/// One upload that has to fail: its error, after making sure that nothing calls back twice.
+/// Makes one upload that must fail and yields its error, after checking that nothing calls back
+/// twice.
 Error failedUpload(Devstack& devstack, TestHost& host, const std::string& scope = "avatar",
                    const std::string& suffix = "bin") {
   host.setUp();
@@ -25,7 +26,7 @@ Error failedUpload(Devstack& devstack, TestHost& host, const std::string& scope 
     return {};
   }
   EXPECT_EQ(outcome.error->domain, "AWSUploaderError");
-  // A second upload, whatever becomes of it, leaves time for a callback too many.
+  // A second upload, whatever its outcome, leaves time for a callback too many.
   host.upload(Data("payload"), scope, suffix);
   EXPECT_EQ(host.completions(), 2);
   for (const LogRecord& record : host.logRecords()) {
@@ -95,7 +96,7 @@ TEST(UploadFailure, StoreThatAnswers500IsAServerErrorAfterOneMoreAttempt) {
   TestHost& host = TestHost::start(devstack);
   devstack.fault("store-500");
   EXPECT_EQ(failedUpload(devstack, host).code, 3);
-  EXPECT_EQ(devstack.hits("store-500"), 4);  // Two uploads, two attempts each.
+  EXPECT_EQ(devstack.hits("store-500"), 4);  // Two uploads made two attempts each.
 }
 
 TEST(UploadFailure, StoreThatAnswers503OnceIsTriedAgain) {
@@ -150,13 +151,14 @@ TEST(UploadFailure, RedirectsWithoutEndStopAfterThree) {
   devstack.fault("store-307-forever");
   EXPECT_EQ(failedUpload(devstack, host).code, 1);
   EXPECT_EQ(devstack.hits("store-307-forever"),
-            8);  // Two uploads: the first request and three more.
+            8);  // Two uploads sent their first request and three more each.
 }
 
 TEST(UploadFailure, StoreWithAnotherClockIsSignedForAgain) {
   Devstack devstack;
   TestHost& host = TestHost::start(devstack);
-  // The store behind the proxy has our clock; it accepts ten minutes either way.
+  // The store behind the proxy has the clock of this machine. It accepts a difference of ten
+  // minutes.
   devstack.fault("store-skewed-clock", {{"count", 1}});
   host.setUp();
   const UploadOutcome outcome = host.upload(Data("payload"));

@@ -1,4 +1,4 @@
-// Direct uploads through the mediator, over the real platform, to the devstack's store.
+// Direct uploads through the mediator and the real platform to the devstack's store.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -94,7 +94,7 @@ TEST(DirectUpload, KeyOf1024BytesRoundTrips) {
   host.setUp();
   const UploadOutcome probe = host.upload(Data("x"), "avatar", "");
   ASSERT_FALSE(probe.error) << probe.error->description;
-  // The counter and the random number may take a digit more or less next time.
+  // The counter and the random number may have a digit more or less next time.
   const std::size_t room = 1024 - host.keyOf(*probe.url).size() - 4;
   const UploadOutcome outcome = host.upload(Data("long"), "avatar", std::string(room, 'k'));
   ASSERT_FALSE(outcome.error) << outcome.error->description;
@@ -136,7 +136,7 @@ TEST(DirectUpload, ServerRouteStoresAnUprightWebPOfAtMost1024Pixels) {
   EXPECT_EQ(object.contentType, "image/webp");
   const auto size = devstack.imageSize(object.bytes);
   EXPECT_EQ(size.at("format"), "webp");
-  // Stored lying on its side, shown upright.
+  // The image is stored lying on its side and shown upright.
   EXPECT_EQ(size.at("width"), 30);
   EXPECT_EQ(size.at("height"), 40);
 }
@@ -179,7 +179,7 @@ TEST(DirectUpload, CredentialsThatExpireBetweenUploadsAreFetchedAnew) {
   };
   int uploads = 0;
   bool lastSucceeded = false;
-  // A queue of uploads, one after the other, until well behind the first expiry.
+  // Uploads one after the other until well after the first expiry.
   while (elapsed() < 7) {
     const UploadOutcome outcome = host.upload(Data(randomBytes(1000)));
     lastSucceeded = !outcome.error;
@@ -187,8 +187,9 @@ TEST(DirectUpload, CredentialsThatExpireBetweenUploadsAreFetchedAnew) {
       ++uploads;
       continue;
     }
-    // A credential is used to the very instant of its expiry, so an upload that leaves just before
-    // it may reach the store just after: it is refused, and the next one has a new credential.
+    // The library uses a credential until the instant of its expiry, so that an upload that leaves
+    // just before may reach the store just after. Such an upload is refused, and the next one has a
+    // new credential.
     EXPECT_EQ(outcome.error->code, 2) << outcome.error->description;
     EXPECT_GT(elapsed(), 3.5);
     EXPECT_LT(elapsed(), 6.5);

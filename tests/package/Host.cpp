@@ -27,6 +27,6 @@ int main() {
                         })}});
   platform.runMainQueue();
   std::fflush(stdout);
-  // Without destructors: the library's threads live as long as the process.
+  // No destructors run, because the library's threads live until the process ends.
   std::_Exit(status);
 }

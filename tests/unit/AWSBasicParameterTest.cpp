@@ -23,7 +23,7 @@ AWSBasicParameter unsignedInteger(std::uint64_t v) {
   return v;
 }
 
-/// What a single leaf becomes.
+/// The parameter that a single leaf becomes.
 AWSBasicParameter converted(Value leaf) {
   return AWSBasicParameterConvert({{"file", {{"extra", {{"key", std::move(leaf)}}}}}})
       .at("file")

@@ -16,7 +16,7 @@ class AWSDownloaderTest : public UploadFixture {
     std::optional<Url> location;
     std::optional<Error> error;
     std::string queue;
-    /// How many events had been tracked by then.
+    /// The number of events that had been tracked by then.
     std::size_t tracked = 0;
   };
 

@@ -15,7 +15,7 @@ using ENVType = AWSTracking::ENVType;
 
 class AWSTrackingTest : public testing::Test {
  protected:
-  /// The one event that was sent.
+  /// The only event that was sent.
   Dictionary event() {
     const auto events = platform.mediator.trackedEvents();
     EXPECT_EQ(events.size(), 1U);
@@ -24,12 +24,12 @@ class AWSTrackingTest : public testing::Test {
   std::size_t tagCalls() {
     return platform.trackingEvents.tagged().size() + platform.trackingEvents.updated().size();
   }
-  /// A successful upload's event with these extra values.
+  /// The event of a successful upload with these extra values.
   void succeedWith(const AWSParameterMap& extra) {
     library.tracking.action(std::nullopt, std::nullopt, false, Status::success, ENVType::upload,
                             std::nullopt, &extra);
   }
-  /// What full tagging needs.
+  /// The extra values that full tagging needs.
   static AWSParameterMap item() {
     return {{"itemType", "avatar"},
             {"imageUrl", "https://cdn.test/a.jpg"},
@@ -156,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(Texts, ImageSource,
 
 struct Incomplete {
   const char* key;
-  /// Nothing: the key is absent.
+  /// Nothing means that the key is absent.
   std::optional<AWSBasicParameter> value;
   friend std::ostream& operator<<(std::ostream& out, const Incomplete& item) {
     return out << item.key << (item.value ? " = " + item.value->toString() : " absent");
@@ -219,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, ItemIdOfAnotherKind,
 
 TEST_F(AWSTrackingTest, DisableToPQSStopsFullTaggingButNotTheEvent) {
   AWSParameterMap extra = itemWith("disableToPQS", "1");
-  // Nor does it fall back to the update.
+  // The library does not fall back to the update, either.
   extra.insert_or_assign("updatePQS", "1");
   extra.insert_or_assign("tags", R"(["a"])");
   succeedWith(extra);

@@ -19,7 +19,7 @@ class AWSUploaderTest : public UploadFixture {
     std::optional<std::string> url;
     std::int64_t itemId = 0;
     std::optional<Error> error;
-    /// How many events had been tracked by then.
+    /// The number of events that had been tracked by then.
     std::size_t tracked = 0;
   };
   UploadCompletion recorder() {
@@ -35,7 +35,7 @@ class AWSUploaderTest : public UploadFixture {
     library.uploader.createExecutor(dataTask(), nullptr, complete)->execute();
     run();
   }
-  /// Applies the host's identity, as setting up does.
+  /// Applies the host's identity, as "Action_SetUp:" does.
   void setUp() {
     library.configure.full(ConfigParameters::readFromHost(platform.mediator));
     run();

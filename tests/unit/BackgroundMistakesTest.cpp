@@ -1,4 +1,4 @@
-// What the developer of a host is told about background uploads that nothing will come of.
+// The lines for a host's developer about background uploads that cannot succeed.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

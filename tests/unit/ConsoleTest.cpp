@@ -1,4 +1,4 @@
-// What the library prints reaches the console of the installed platform, and nothing else.
+// The library prints its lines on the console of the installed platform and nowhere else.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ class ConsoleTest : public testing::Test {
   ~ConsoleTest() override { EXPECT_THAT(testing::internal::GetCapturedStdout(), IsEmpty()); }
 
   FakePlatform& fakes_ = FakePlatform::kept();
-  FakeConsole& console_ = *new FakeConsole;  // Lives as long as the kept library.
+  FakeConsole& console_ = *new FakeConsole;  // Must live as long as the kept library.
   Library& library_ = keptLibrary(fakes_.seams().with(console_));
 };
 

@@ -1,4 +1,4 @@
-// With the switch: the stored tasks that follow the first two hundred of a tick.
+// With "resumeStoredTasks": the stored tasks that follow the first two hundred of a tick.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -46,7 +46,7 @@ class FollowingTasksTest : public UploadFixture {
     platform.files.put("/documents/" + folder + "logs.plist", log + "</dict></plist>");
   }
 
-  /// Of every attempt, in order: its URL or its error.
+  /// The URL or the error of every attempt, in order.
   std::vector<std::string> outcomes_;
 };
 

@@ -53,7 +53,7 @@ TEST(HttpHeaders, OriginIsWhatStandsBeforePathAndQuery) {
   EXPECT_EQ(originOf("http://host"), "http://host");
 }
 
-// Against Python's ipaddress module.
+// The expectations were made with Python's ipaddress module.
 TEST(IpAddress, FourNumbersAreAVersion4Address) {
   for (const char* text : {"0.0.0.0", "127.0.0.1", "255.255.255.255"}) {
     EXPECT_TRUE(isIpv4Address(text)) << text;

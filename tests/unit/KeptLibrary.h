@@ -1,9 +1,9 @@
-// A library of a test's own.
+// A library for one test.
 //
 //     FakePlatform& platform = FakePlatform::kept();
 //     Library& library = keptLibrary(platform.seams());
 //
-// Threads: the test's own.
+// Threads: only for the test's own thread.
 #pragma once
 
 #include <memory>
@@ -14,8 +14,8 @@
 
 namespace qx {
 
-/// A new library above `seams`. It lives until the process ends, as a host's does: what a test
-/// leaves under way may still refer to it.
+/// Makes a library above `seams` that lives until the process ends, as the library of a host does,
+/// because uploads that a test leaves under way may still refer to it.
 inline Library& keptLibrary(const Platform& seams) {
   static auto& kept = *new std::vector<std::unique_ptr<Library>>;
   kept.push_back(std::make_unique<Library>(seams));

@@ -1,4 +1,4 @@
-// Callers of one storage that wait for each other's write of the log.
+// Callers of one storage that wait for one another's write of the log.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,7 +25,7 @@ class SlowFiles : public MemoryFiles {
     if (path == kLog && !called_.exchange(true)) duringLogWrite();
     return MemoryFiles::write(path, pieces, mode, durability);
   }
-  /// Set before each round.
+  /// The test sets this before each round.
   void arm(std::function<void()> work) {
     duringLogWrite = std::move(work);
     called_ = false;
@@ -47,7 +47,7 @@ TEST(LogWriteSharingTest, CallThatWaitsForAWriteBegunBeforeItsChangeIsNotAnswere
   SlowFiles files;
   const Platform platform = fakes.seams().with(files);
   UserTaskStorage storage(platform, "u1");
-  // The second caller may, now and then, come too late to wait for the first one's write.
+  // The second caller may sometimes come too late to wait for the first one's write.
   for (int round = 0; round < 20; ++round) {
     const std::string first = std::to_string(round) + "-first.jpg";
     const std::string second = std::to_string(round) + "-second.jpg";

@@ -15,7 +15,7 @@
 namespace qx {
 namespace {
 
-/// The digits of a text, without sign, point, exponent and the zeros at either end.
+/// The digits of a text, without its sign, point, exponent and the zeros at its ends.
 std::string significantDigits(const std::string& text) {
   std::string digits;
   for (const char c : text) {
@@ -28,7 +28,7 @@ std::string significantDigits(const std::string& text) {
   return digits;
 }
 
-/// How many digits the C library needs until the text reads back as the same value.
+/// The number of digits that the C library needs until the text is read as the same value.
 template <typename Float, typename Parse>
 std::size_t fewestDigits(Float value, Parse parse) {
   for (int precision = 1; precision < 17; ++precision) {

@@ -14,7 +14,7 @@ class PlatformTest : public testing::Test {
   const Platform original_ = fakes_.seams();
 };
 
-/// One object for two seams.
+/// One object that implements two seams.
 class LoggerAndConsole : public FakeLogger, public FakeConsole {};
 
 TEST_F(PlatformTest, WithOneObjectTakesAllOtherSeamsFromTheOriginal) {

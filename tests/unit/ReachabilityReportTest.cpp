@@ -1,4 +1,5 @@
-// What the queue makes of a report that lags behind what the network is like by now.
+// A report of reachability that lags behind the present state of the network, and what the queue
+// does then.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -12,7 +13,7 @@
 namespace qx {
 namespace {
 
-/// Always reachable; says to its listeners what the test says.
+/// Is always reachable, and tells its listeners what the test says.
 class LaggingReachability : public QXNetworkingReachabilityTool {
  public:
   bool isReachable() override { return true; }

@@ -1,5 +1,5 @@
-// Symbolic links in place of what belongs to the library: refused, with a log record that names
-// them.
+// Symbolic links in the place of the library's files and directories are refused, and log records
+// name them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ class RefusedLinksTest : public UploadFixture, public testing::WithParamInterfac
   static std::shared_ptr<DataTask> dataTask(const std::string& filename) {
     return std::make_shared<DataTask>(filename, "avatar", Data("bytes"), AWSParameterMap());
   }
-  /// A record of an error that says that this is a link.
+  /// A log record of an error about the link at this path.
   auto recordOf(const std::string& link) {
     return Contains(
         AllOf(Field(&LogRecord::level, 5),

@@ -1,4 +1,4 @@
-// Region names that have no type of their own reach the store with their name.
+// The store gets the names of regions that have no type of their own.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

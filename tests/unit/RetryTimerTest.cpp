@@ -12,8 +12,8 @@
 namespace qx {
 namespace {
 
-/// Each user has one stored task under a scope of its own, and every attempt fails, for the backend
-/// has no answer: attempts() lists the scopes that ticks have tried.
+/// Each user has one stored task with a scope of its own. Every attempt fails, because the backend
+/// has no answer. attempts() lists the scopes that ticks have tried.
 class RetryTimerTest : public testing::Test {
  protected:
   RetryTimerTest() {

@@ -17,7 +17,7 @@ using testing::SizeIs;
 const std::string kDirectory = "/documents/aws-0011/u1";
 const std::string kLog = kDirectory + "/logs.plist";
 
-/// The entry of a file as it stands in a log.
+/// The entry of a file as a log has it.
 std::string entryOf(const std::string& name, const std::string& count = "0") {
   return "<key>" + name + "</key><dict><key>base</key><dict><key>file_path</key><string>" +
          "aws-0011/u1/" + name + "</string><key>module_key</key><string>avatar</string>" +
@@ -39,7 +39,7 @@ class StoredCountTest : public UploadFixture {
   }
 };
 
-/// Counts that a process cannot count on from, as they stand in a log.
+/// Counts in a log from which a process cannot go on counting.
 class ImpossibleCount : public StoredCountTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(ImpossibleCount, IsADamagedEntryAndStopsNothing) {

@@ -1,7 +1,7 @@
-// Serial queues with a real thread each, for the tests that want ThreadSanitizer to look on.
+// Serial queues with a real thread each, for the tests that ThreadSanitizer checks.
 //
-// Threads: every operation may be called from any thread. The worker threads are never joined: as
-// in a real process, the queues live until it ends, so the dispatch itself is never destroyed.
+// Threads: every operation may be called from any thread. The threads of the queues are never
+// joined: as in a real process, the queues live until it ends, so the dispatch is never destroyed.
 #pragma once
 
 #include <deque>
@@ -21,7 +21,7 @@ class ThreadDispatch : public Dispatch {
   static ThreadDispatch& make() { return *new ThreadDispatch; }
 
   std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) override {
-    // Held by its own thread, which never ends.
+    // Its own thread, which never ends, keeps the queue alive.
     auto queue = std::make_shared<Queue>(std::move(label));
     std::thread([queue] { queue->runForever(); }).detach();
     return queue;
@@ -31,7 +31,7 @@ class ThreadDispatch : public Dispatch {
   std::shared_ptr<Semaphore> makeSemaphore(int count) override {
     return std::make_shared<CountingSemaphore>(count);
   }
-  /// Ticks once, at once; the tests that use threads are over long before a second tick.
+  /// Ticks once, at the start. The tests that use threads end long before a second tick.
   std::unique_ptr<Timer> makeTimer(DispatchQueue& queue) override {
     return std::make_unique<OneTick>(queue);
   }
@@ -67,7 +67,7 @@ class ThreadDispatch : public Dispatch {
       changed_.notifyOne();
     }
     void sync(Work work) override {
-      // Shared: the worker may still be inside signal() when the wait is over.
+      // The state is shared, because the worker may still be inside signal() when the wait is over.
       const auto done = std::make_shared<CountingSemaphore>(0);
       async([&work, done] {
         work();

@@ -1,4 +1,4 @@
-// A tick that comes while an upload is on its way into the queue, or out of it.
+// A tick of the retry timer while an upload is on its way into the queue or out of it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ using testing::SizeIs;
 const std::string kDirectory = "/documents/aws-0011/u1";
 const std::string kLog = kDirectory + "/logs.plist";
 
-/// Calls what the test has put there, once, in the middle of a change or a look.
+/// Calls the function that the test has set, once, in the middle of a change or a read.
 class InterruptedFiles : public MemoryFiles {
  public:
   Result<Data> read(const std::string& path) override {
@@ -56,7 +56,7 @@ class InterruptedFiles : public MemoryFiles {
   }
 };
 
-/// The parameter is "resumeStoredTasks".
+/// The parameter is the value of "resumeStoredTasks".
 class TickRace : public testing::TestWithParam<bool> {
  protected:
   TickRace() {

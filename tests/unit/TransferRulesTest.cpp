@@ -1,4 +1,4 @@
-// What a transfer does after each answer, as a table: no socket, no clock, no waiting.
+// The decisions of a transfer after each answer, as a table: no socket, no clock, no waiting.
 #include "s3/TransferRules.h"
 
 #include <gmock/gmock.h>
@@ -124,7 +124,7 @@ TEST_F(TransferRulesTest, RetryAfterTakesThePlaceOfThePause) {
   const std::vector<std::pair<std::string, double>> rows = {
       {"0", 0},
       {"7", 7},
-      // The date of the store's clock, an hour ahead of ours.
+      // The date of the store's clock, which is an hour ahead of ours.
       {"Sat, 21 Nov 2026 01:06:05 GMT", 5},
       {"Saturday, 21-Nov-26 01:06:05 GMT", 5},
       {"Sat Nov 21 01:06:05 2026", 5},
@@ -157,11 +157,11 @@ TEST_F(TransferRulesTest, TimeOfAttemptsAndPausesIsUsedUp) {
 
 TEST_F(TransferRulesTest, OnlyStandstillIsUsedUpWhenOnlyItCounts) {
   target_.countsStandstillOnly = true;
-  // 100 seconds under way, the last 3 of them without movement.
+  // The request has taken 100 seconds, and nothing moved in the last 3 of them.
   TransferDecision decision = after(after(100, 3, status(503, {{"retry-after", "4"}})));
   ASSERT_EQ(decision.step, Step::again);
   EXPECT_EQ(decision.state.secondsLeft, 23);
-  // Then nothing moves at all.
+  // After that nothing moves at all.
   decision = after(decision.state, after(5, 5, status(307, {{"location", "/x"}})));
   EXPECT_EQ(decision.state.secondsLeft, 18);
 }

@@ -1,4 +1,4 @@
-// What opening with "resumeStoredTasks" does with data files that the log does not name.
+// Data files that the log does not name, when a storage opens with "resumeStoredTasks".
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -31,7 +31,7 @@ class UnloggedFilesTest : public UploadFixture {
   std::unique_ptr<UserTaskStorage> open() {
     return std::make_unique<UserTaskStorage>(library.platform, "u1", StoredTasks::resume);
   }
-  /// The payloads stand in this folder, and nowhere else.
+  /// The payloads lie in this folder and nowhere else.
   void expectAllIn(const std::string& folder) {
     for (const auto& [name, bytes] : payloads) {
       EXPECT_EQ(platform.files.text(folder + "/" + name), bytes);
@@ -110,7 +110,7 @@ TEST_F(UnloggedFilesTest, WithoutTheSwitchNothingIsMoved) {
   EXPECT_THAT(platform.logger.messages(), IsEmpty());
 }
 
-/// The entry of a file as a default-mode run writes it.
+/// The entry of a file as a run without "resumeStoredTasks" writes it.
 std::string entryOf(const std::string& name, const std::string& count = "0") {
   return "<key>" + name + "</key><dict><key>base</key><dict><key>file_path</key><string>" +
          "aws-0011/u1/" + name + "</string><key>module_key</key><string>avatar</string>" +

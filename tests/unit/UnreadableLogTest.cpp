@@ -1,4 +1,4 @@
-// A stored log that cannot be read for a moment.
+// A stored log that cannot be read for a while.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ using Operation = MemoryFiles::Operation;
 const std::string kDirectory = "/documents/aws-0011/u1";
 const std::string kLog = kDirectory + "/logs.plist";
 
-/// The entry of a file as it stands in a log.
+/// The entry of a file as a log has it.
 std::string entryOf(const std::string& name, const std::string& count = "0") {
   return "<key>" + name + "</key><dict><key>base</key><dict><key>file_path</key><string>" +
          "aws-0011/u1/" + name + "</string><key>module_key</key><string>avatar</string>" +

@@ -1,6 +1,7 @@
-// A signed-in host and a backend that knows one scope: what every upload and download test needs.
+// A signed-in host, and a backend that knows one scope. Every test of an upload or download needs
+// both.
 //
-// Threads: everything on the test's own thread, by run().
+// Threads: everything runs on the test's own thread, in run().
 #pragma once
 
 #include <gmock/gmock.h>
@@ -45,7 +46,7 @@ class UploadFixture : public testing::Test {
         Dictionary{{"upload_token_map", Dictionary{{"avatar", std::move(avatar)}}}});
   }
   void run() { platform.dispatch.runUntilIdle(); }
-  /// The key under which the utility of "avatar" is registered by now.
+  /// The key under which the utility of "avatar" is registered now.
   std::string utilityKey() {
     return "avatar" + library.configure.session.load()->configUUID.value_or("");
   }
@@ -54,13 +55,13 @@ class UploadFixture : public testing::Test {
   Library& library = keptLibrary(platform.seams());
 };
 
-/// Bytes that a test can recognise by their place and see destroyed.
+/// Bytes that a test can recognise by their address, and whose end it can see.
 struct TracedBytes {
   explicit TracedBytes(std::string content)
       : owner(std::make_shared<const std::string>(std::move(content))),
         place(reinterpret_cast<const std::byte*>(owner->data())),
         size(owner->size()) {}
-  /// The one handle: after it nothing here keeps the bytes alive.
+  /// Yields the only handle. After this call nothing here keeps the bytes alive.
   Data give() {
     alive = owner;
     return Data(std::exchange(owner, nullptr), place, size);

@@ -1,4 +1,4 @@
-// Where name and password end in an address, also in one that somebody mistyped.
+// The end of the name and password in an address, also in a mistyped one.
 #include <gtest/gtest.h>
 
 #include <string>
