@@ -1,8 +1,8 @@
-// What stored background uploads cost, on the real files and property lists: a change of the log by
-// the number of entries in it, writes shared by threads, memory of a waiting task.
+// The cost of stored background uploads on the real files and property lists: a change of the log
+// by the number of its entries, writes that threads share, and the memory of a waiting task.
 //
-// The directory is made below $QX_BENCH_DIR, else below the current directory, and removed again:
-// put it on the disk that is to be measured.
+// The directory is made below $QX_BENCH_DIR, or else below the current directory, and removed at
+// the end. It should lie on the disk that is to be measured.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -21,7 +21,8 @@
 
 namespace {
 
-/// The real files, counting the writes of logs; can swallow writes, to measure memory alone.
+/// The real files. They count the writes of logs, and can drop writes so that only memory is
+/// measured.
 class CountingFiles : public qx::Files {
  public:
   explicit CountingFiles(qx::Files& files) : files_(files) {}
@@ -76,7 +77,7 @@ qx::Library& library() {
   return qx::Library::shared();
 }
 
-/// A storage with that many entries, made with writes swallowed.
+/// A storage with `count` entries, made without writing them.
 std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_t entries) {
   auto storage = std::make_unique<qx::UserTaskStorage>(library().platform, user);
   files->swallow = true;
@@ -85,7 +86,7 @@ std::unique_ptr<qx::UserTaskStorage> filled(const std::string& user, std::int64_
   return storage;
 }
 
-/// The log of a run that stored so many.
+/// The log of a run that has stored `count` tasks.
 void writeLog(const std::string& user, std::int64_t entries) {
   qx::PropertyLists& lists = library().platform.propertyLists;
   qx::Dictionary extra;
@@ -147,7 +148,8 @@ BENCHMARK(deleteTask)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
-/// 1,000 tasks of 1 KiB, files and log, from so many threads; without and with syncing.
+/// Stores 1,000 tasks of 1 KiB, files and log, from the given number of threads, without and with
+/// syncing.
 void storeThousand(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
   const auto mode = state.range(1) == 0 ? qx::StoredTasks::startEmpty : qx::StoredTasks::resume;
@@ -181,8 +183,8 @@ BENCHMARK(storeThousand)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
-/// The heap of one waiting task, its log entry included: new ones of 1 MiB, whose payload must not
-/// show, or ones that a log of an earlier run names.
+/// The heap of one waiting task with its log entry: new tasks of 1 MiB, whose payload must not be
+/// counted, or tasks that a log of an earlier run names.
 void memoryPerWaitingTask(benchmark::State& state) {
   const std::int64_t count = state.range(0);
   const bool resumed = state.range(1) != 0;
@@ -228,7 +230,7 @@ int main(int argc, char** argv) {
   const char* below = std::getenv("QX_BENCH_DIR");
   std::string directory = std::string(below != nullptr ? below : ".") + "/storage-bench-XXXXXX";
   if (mkdtemp(directory.data()) == nullptr) return 1;
-  // Never destroyed: the library's shared instances live until the process ends.
+  // Never destroyed, because the library's shared instances live until the process ends.
   auto& platform = *new qx::LinuxPlatform({.documentsDirectory = directory});
   const qx::Platform seams = platform.seams();
   files = new CountingFiles(seams.files);

@@ -1,9 +1,9 @@
-// What an upload costs: the whole library, from the host's action to the host's completion, beside
-// a plain libcurl-multi loop that sends the same requests to the same sink.
+// The cost of an upload: the whole library, from the host's action to the host's completion,
+// compared with plain libcurl-multi loops that send the same requests to the same sink.
 //
-// Every measurement is a process of its own, so that neither side sees what the other left behind;
-// the sides take turns, so that whatever else the machine does meets all of them. Medians, and
-// ratios of what was measured side by side.
+// Every measurement is a process of its own, so that no side sees what another has left behind. The
+// sides take turns, so that other work of the machine affects all of them. The results are medians,
+// and ratios of measurements that were made one after the other.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,9 +63,9 @@ constexpr std::array<std::pair<Kind, std::string_view>, 3> kSides = {{
 
 struct Sample {
   double seconds = 0;
-  /// Of the uploading process.
+  /// The CPU time of the uploading process.
   double cpuSeconds = 0;
-  /// Of the sink: near `seconds` it would have been the bottleneck.
+  /// The CPU time of the sink. If it were near `seconds`, the sink would have been the bottleneck.
   double sinkSeconds = 0;
 };
 
@@ -83,7 +83,7 @@ double cpuSeconds() {
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// Runs `work` in a process of its own and returns what it returned.
+/// Runs `work` in a process of its own and returns its result.
 template <typename Result>
 Result inChild(const std::function<Result()>& work) {
   std::array<int, 2> ends{};
@@ -94,7 +94,7 @@ Result inChild(const std::function<Result()>& work) {
   if (child == 0) {
     const Result result = work();
     const bool told = write(ends[1], &result, sizeof result) == sizeof result;
-    // Not through the destructors: the library's shared instances live until the process ends.
+    // No destructors run, because the library's shared instances live until the process ends.
     _exit(told ? 0 : 1);
   }
   close(ends[1]);
@@ -122,9 +122,10 @@ std::unique_ptr<Side> makeSide(Kind kind, const UploadSink& sink, bool tls,
 
 Sample measure(Kind kind, const Workload& workload, const UploadSink& sink,
                const std::string& directory) {
-  // Lives until the process ends; see inChild.
+  // Lives until the process ends; see inChild().
   Side& side = *makeSide(kind, sink, workload.tls, directory).release();
-  // Credentials, connections and the pages of the buffer are there before the clock starts.
+  // This upload fetches credentials, opens connections and touches the pages of the buffer before
+  // the clock starts.
   const Data object(std::string(workload.objectSize, 'x'));
   const Data small(std::string(std::min(workload.objectSize, kWarmUpSize), 'x'));
   side.upload(small, 50L * workload.inFlight, workload.inFlight);
@@ -152,7 +153,7 @@ std::int64_t peakKiB() {
   fatal("no VmHWM in /proc/self/status");
 }
 
-/// How much the process grows, at its peak, beyond the buffer that it uploads.
+/// The growth of the process at its peak, beyond the buffer that it uploads.
 std::int64_t growthKiB(bool tls, const UploadSink& sink, const std::string& directory) {
   Side& side = *librarySide(sink, tls, directory).release();
   const Data object(std::string(kMemoryObject, 'x'));
@@ -168,7 +169,7 @@ double median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-/// The median over the rounds of what `read` makes of a sample.
+/// The median over the rounds of the value that `read` takes from a sample.
 double over(const std::vector<Sample>& samples, const std::function<double(const Sample&)>& read) {
   std::vector<double> values;
   values.reserve(samples.size());

@@ -20,7 +20,7 @@ LinuxSettings settings(const UploadSink& sink, bool tls, const std::string& dire
   return settings;
 }
 
-/// A host with every answer registered, in production.
+/// A host in production with every answer registered.
 class Library : public Side {
  public:
   Library(const UploadSink& sink, bool tls, const std::string& directory)
@@ -61,7 +61,7 @@ class Library : public Side {
     const auto complete = [this, object](const std::optional<std::string>& /*url*/,
                                          std::int64_t /*itemId*/,
                                          const std::optional<Error>& error) {
-      // On the main queue: the thread of upload().
+      // Called on the main queue, which is the thread of upload().
       if (error) fatal("an upload failed: " + error->description);
       if (toStart_ > 0) start(object);
       if (--toFinish_ == 0) platform_.stopMainQueue();

@@ -21,7 +21,7 @@ void set(CURL* easy, CURLoption option, T value) {
   if (curl_easy_setopt(easy, option, value) != CURLE_OK) fatal("libcurl refuses an option");
 }
 
-/// One request on its way; the handle is used for one after the other.
+/// One request under way. Its handle is used for one request after the other.
 struct Request {
   CURL* easy = nullptr;
   curl_slist* headers = nullptr;
@@ -54,7 +54,7 @@ class Loop : public Side {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     multi_ = curl_multi_init();
     if (multi_ == nullptr) fatal("libcurl has no memory");
-    // Of any payload: the sink believes every signature.
+    // One signature stands for every payload, because the sink accepts every signature.
     signature_ = sign("/" + key(0), payloadHash({}));
   }
   ~Loop() override {
@@ -68,7 +68,7 @@ class Loop : public Side {
   Loop& operator=(const Loop&) = delete;
 
   void upload(const Data& object, std::int64_t count, int inFlight) override {
-    // Once and for all: the handles point at them.
+    // Made once, because the handles point at them.
     if (requests_.empty()) requests_.resize(static_cast<std::size_t>(inFlight));
     std::int64_t toStart = count;
     std::int64_t toFinish = count;

@@ -1,8 +1,7 @@
-// The two sides that the upload bench compares: the library, driven through its actions as a host
-// drives it, and a plain libcurl-multi loop that sends the same requests.
+// The sides that the upload benchmark compares: the library, driven through its actions as a host
+// drives it, and plain libcurl-multi loops that send the same requests.
 //
-// Threads: a side is made and used by one thread, the first of its process; a process holds one
-// side.
+// Threads: the first thread of a process makes and uses a side. A process has one side.
 #pragma once
 
 #include <cstdint>
@@ -17,19 +16,19 @@ namespace qx::bench {
 class Side {
  public:
   virtual ~Side() = default;
-  /// Uploads `object` `count` times, `inFlight` at a time, and returns when all have arrived. A
-  /// failed upload ends the process.
+  /// Uploads `object` `count` times, `inFlight` uploads at a time, and returns when all have
+  /// arrived. A failed upload ends the process.
   virtual void upload(const Data& object, std::int64_t count, int inFlight) = 0;
 };
 
-/// The whole library on the Linux platform. `directory` gets its documents.
+/// The whole library on the Linux platform. `directory` is for its documents.
 std::unique_ptr<Side> librarySide(const UploadSink& sink, bool tls, const std::string& directory);
 
 enum class LoopSigning {
-  /// The same header values with every request: what sending alone costs.
+  /// Sends the same header values with every request. This shows what sending alone costs.
   none,
-  /// Over plain HTTP the payload's SHA-256 with every request, and a signature over every request:
-  /// what the store's protocol makes everybody do.
+  /// Signs every request and, over plain HTTP, hashes the payload of every request. The store's
+  /// protocol asks every client for this.
   each,
 };
 std::unique_ptr<Side> loopSide(const UploadSink& sink, bool tls, LoopSigning signing);

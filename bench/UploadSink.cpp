@@ -47,7 +47,8 @@ std::string credentials() {
          std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
-/// A self-signed certificate for 127.0.0.1; the file gets it, the context also its key.
+/// Makes a self-signed certificate for 127.0.0.1. The file gets the certificate, the context also
+/// its key.
 void makeCertificate(SSL_CTX* context, const std::string& file) {
   const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
   const std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), X509_free);
@@ -89,7 +90,7 @@ int listenOnLoopback(int& port) {
   return socket;
 }
 
-/// One connection: the heads and bodies of its requests, one after the other.
+/// One connection, which carries the heads and bodies of its requests one after the other.
 class Connection {
  public:
   Connection(int socket, SSL* tls, SinkCounts& counts)
@@ -101,11 +102,11 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Takes what is there; false when the connection has ended.
+  /// Takes the bytes that have come. False when the connection has ended.
   bool serve() {
     static std::array<char, 256 << 10> buffer;
     for (;;) {
-      // Within a body the kernel may throw the bytes away itself; a head has to be read.
+      // The kernel may throw away the bytes of a body itself. A head has to be read.
       const bool discard = bodyLeft_ > 0 && tls_ == nullptr;
       const std::size_t room =
           discard ? static_cast<std::size_t>(std::min<std::int64_t>(bodyLeft_, 1 << 30))
@@ -124,7 +125,7 @@ class Connection {
   }
 
  private:
-  /// The number of bytes; 0: none for now; below 0: the connection has ended.
+  /// The number of bytes; 0 when none have come; below 0 when the connection has ended.
   ssize_t receive(char* out, std::size_t room, bool discard) {
     if (tls_ != nullptr) {
       const int count = SSL_read(tls_, out, static_cast<int>(room));
@@ -140,7 +141,7 @@ class Connection {
     const auto size = static_cast<ssize_t>(text.size());
     const ssize_t count = tls_ != nullptr ? SSL_write(tls_, text.data(), static_cast<int>(size))
                                           : send(socket_, text.data(), text.size(), MSG_NOSIGNAL);
-    // An answer is far smaller than a socket buffer.
+    // An answer is far smaller than a socket buffer, so it is always sent completely.
     require(count == size, "answer");
   }
 
@@ -197,7 +198,7 @@ class Server {
         if (what == &plain_ || what == &tls_) {
           acceptFrom(*static_cast<const int*>(what));
         } else if (auto* connection = static_cast<Connection*>(what); !connection->serve()) {
-          delete connection;  // Its descriptor leaves the epoll set as it is closed.
+          delete connection;  // Closing the descriptor removes it from the epoll set.
         }
       }
     }

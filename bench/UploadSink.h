@@ -1,7 +1,7 @@
-// The other end of the upload bench: a process of its own that takes uploads, throws them away and
-// answers at once, and that hands out the credentials of one scope.
+// The server of the upload benchmark: a process of its own that takes uploads, throws them away,
+// answers at once, and gives out the credentials of one scope.
 //
-// Threads: made and destroyed by a program that has no other thread (it forks).
+// Threads: a program that has no other thread makes and destroys it, because it forks.
 #pragma once
 
 #include <sys/types.h>
@@ -13,17 +13,18 @@
 
 namespace qx::bench {
 
-/// The one credential record that the sink hands out.
+/// The only credential record that the sink gives out.
 inline constexpr std::string_view kScope = "bench";
 inline constexpr std::string_view kBucket = "bench";
 inline constexpr std::string_view kRegion = "us-east-1";
 inline constexpr std::string_view kAuthorizedPath = "uploads/100001/";
 inline constexpr std::string_view kAccessKey = "4VQk0u3Gm1xXbW8Pz2aH";
 inline constexpr std::string_view kSecretKey = "not-a-secret-the-sink-checks-nothing";
-/// As long as a token service's.
+/// The token is as long as that of a token service.
 std::string sessionToken();
 
-/// What the sink has swallowed so far; in memory that it shares with the program.
+/// The number of uploads and bytes that the sink has taken so far, in memory that it shares with
+/// the program.
 struct SinkCounts {
   std::atomic<std::int64_t> objects;
   std::atomic<std::int64_t> bytes;
@@ -38,11 +39,11 @@ class UploadSink {
   UploadSink(const UploadSink&) = delete;
   UploadSink& operator=(const UploadSink&) = delete;
 
-  /// "http://127.0.0.1:40001", or "https://...".
+  /// An address such as "http://127.0.0.1:40001", or "https://...".
   std::string url(bool tls) const;
   const std::string& certificateFile() const { return certificateFile_; }
   const SinkCounts& counts() const { return *counts_; }
-  /// CPU time of the process so far, readable from any process.
+  /// The CPU time of the process so far, which any process may read.
   double cpuSeconds() const;
 
  private:

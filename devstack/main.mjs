@@ -53,7 +53,7 @@ if (!Number.isInteger(lifetime) || lifetime < 5) fail('--lifetime is a whole num
 process.umask(0o077);
 const folder = path.resolve(options.state);
 fs.mkdirSync(folder, { recursive: true, mode: 0o700 });
-fs.chmodSync(folder, 0o700);  // keys live here
+fs.chmodSync(folder, 0o700);  // Keys are kept here.
 const inState = (name) => path.join(folder, name);
 const infoFile = inState('devstack.json');
 const settingsFile = inState('qxuploader.toml');
@@ -64,14 +64,14 @@ const children = new Children(inState('children.json'), (name, how) => {
   say(`${name} ended (${how}); see the logs below ${inState('store/log')}`);
   stop(1);
 }, writeInfo);
-const closers = [];  // what to close, the last opened first
+const closers = [];  // The resources to close, the last opened one first.
 let stopping = null;
-let info = null;  // what devstack.json says, once everything runs
+let info = null;  // The content of devstack.json, once everything runs.
 
 process.on('SIGTERM', () => stop(0));
 process.on('SIGINT', () => stop(0));
 process.on('SIGHUP', () => stop(0));
-process.stdout.on('error', () => {});  // a reader that has gone must not end us half-way
+process.stdout.on('error', () => {});  // A reader that has closed the pipe must not end the devstack.
 process.stderr.on('error', () => {});
 if (options['until-stdin-closes']) {
   process.stdin.on('end', () => stop(0)).on('error', () => stop(0)).resume();
@@ -156,7 +156,7 @@ async function start() {
   closers.push(() => items.close(), () => tokens.close());
   const users = ['100001', '100002'].map((userId) => ({ userId, accessToken: randomBytes(16).toString('hex') }));
 
-  // A server is reached at its own address and, through its proxy, under the proxy's.
+  // A server is reached at its own address and, through its proxy, at the proxy's address.
   const hostNames = { backend: new HostNames(), uploadServer: new HostNames(),
     store: new HostNames(`${store.bucket}.localhost`) };
   const proxies = {};
@@ -212,7 +212,7 @@ function writeInfo() {
 /** What the command-line host needs to know, as its settings file: the first user, here. */
 function settingsOf({ backend, uploadServer, store, users: [user] }) {
   const settings = { backend, upload_server: uploadServer, store, user_id: user.userId, token: user.accessToken };
-  // A JSON string is a TOML string too.
+  // A JSON string is a TOML string, too.
   return Object.entries(settings).map(([name, value]) => `${name} = ${JSON.stringify(value)}\n`).join('');
 }
 
@@ -227,10 +227,10 @@ function stop(status) {
     say('stopping');
     forgetAddresses();
     for (const close of closers.reverse()) {
-      // a server waits for its open connections: not longer than this
+      // A server waits for its open connections, but not longer than this.
       await Promise.race([Promise.resolve(close()).catch(() => {}), new Promise((r) => setTimeout(r, 500))]);
     }
-    // What is in memory is thrown away anyway, so it need not be put in order first.
+    // Data in memory is thrown away anyway, so it need not be put in order first.
     await children.stop(() => (options.cluster ? 10_000 : 250));
     fs.rmSync(ownerFile, { force: true });
     process.exit(status);

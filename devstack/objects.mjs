@@ -1,4 +1,5 @@
-// An independent S3 client for looking at what is in the devstack's store. JSON on standard output.
+// An independent S3 client for looking at the objects in the devstack's store. It prints JSON on
+// standard output.
 import { createHash } from 'node:crypto';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -46,7 +47,7 @@ const commands = {
     return { key, size, sha256: hash.digest('hex'), contentType: answer.ContentType ?? null };
   },
 
-  // Every object below a prefix as a file of the folder, named by the last part of its key.
+  // Writes every object below a prefix to a file in the folder, named by the last part of its key.
   async 'get-all'(state, prefix, folder) {
     const { s3, Bucket } = open(state);
     const waiting = await commands.list(state, prefix);

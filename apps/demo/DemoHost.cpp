@@ -38,7 +38,7 @@ std::int64_t firstItemId() {
 }  // namespace
 
 void Logger::write(const qx::LogRecord& record) {
-  // One write of a whole line: several threads may log at once.
+  // The whole line is written at once, because several threads may log at the same time.
   std::ostringstream line;
   line << "[" << record.level << "] " << record.source << ":" << record.line << " "
        << record.function << ": " << record.message << "\n";

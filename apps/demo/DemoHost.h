@@ -1,7 +1,8 @@
-// The host side of the demo: what an application answers, logs and tracks for the uploader.
+// The host side of the demo: the answers, the logger and the tracker of an application that uses
+// the uploader.
 //
-// Threads: made and installed by the main thread, which then runs the main queue; logger, tracker
-// and answers are called from any thread.
+// Threads: the main thread makes and installs the host and then runs the main queue. The logger,
+// the tracker and the answers are called from any thread.
 #pragma once
 
 #include <atomic>
@@ -17,7 +18,7 @@
 
 namespace demo {
 
-/// Where the servers are and who is signed in.
+/// The addresses of the servers, and the signed-in user.
 struct Account {
   std::string backend;
   std::string uploadServer;
@@ -26,7 +27,7 @@ struct Account {
   std::string accessToken;
 };
 
-/// Log records, one line each on standard error.
+/// Writes each log record as one line to standard error.
 class Logger : public qx::QXLogger {
  public:
   explicit Logger(int threshold) : threshold_(threshold) {}
@@ -52,7 +53,7 @@ class Tracker : public qx::QXTrackingEvents {
                   const std::optional<std::vector<std::string>>& tags,
                   const std::optional<qx::Dictionary>& fields) override;
   std::optional<qx::Dictionary> anyCodable(const qx::Dictionary& values) override {
-    return values;  // this host puts nothing into "fields" that JSON cannot hold
+    return values;  // This host puts only values into "fields" that JSON can hold.
   }
 
  private:

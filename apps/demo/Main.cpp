@@ -1,8 +1,8 @@
-// What the demo's host does with the uploader: uploads that it waits for, by both routes, and
-// uploads that go on in the background.
+// The demo's use of the uploader: uploads that it waits for, by both routes, and uploads that go on
+// in the background.
 //
-// Threads: the main thread runs the main queue, on which object-store uploads report; a second one
-// goes through the story and waits for the reports.
+// Threads: the main thread runs the main queue, on which object-store uploads report. A second
+// thread sends the actions and waits for the reports.
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdint>
@@ -30,7 +30,7 @@ namespace {
 
 using qx::Value;
 
-/// One JSON object per line, for the program that started this one.
+/// Writes one JSON object per line, for the program that has started this one.
 class Results {
  public:
   Results(const std::string& path, qx::Json& json)
@@ -43,7 +43,8 @@ class Results {
   void add(const qx::OrderedMembers& members) QX_EXCLUDES(mutex_) {
     const std::optional<std::string> text = json_.encode(members);
     qx::MutexLock lock(mutex_);
-    // A line comes whole or not at all; what JSON cannot hold would be a fault of this program.
+    // A line is written whole or not at all. A value that JSON cannot hold would be a mistake of
+    // this program.
     file_ << text.value_or("{\"kind\":\"fault\"}") << "\n" << std::flush;
   }
 
@@ -60,7 +61,7 @@ std::optional<qx::Data> readFile(const std::string& path) {
   return qx::Data(std::move(bytes));
 }
 
-/// "jpg" of "Sea side.JPG"; a name without one is uploaded as "img".
+/// The text "jpg" for "Sea side.JPG". A name without a suffix is uploaded as "img".
 std::string suffixOf(const std::string& path) {
   std::string suffix;
   for (const char c : std::filesystem::path(path).extension().string()) {
@@ -76,7 +77,7 @@ struct Uploaded {
   std::optional<qx::Error> error;
 };
 
-/// Sends "Action_Upload:" and waits for its one report.
+/// Sends "Action_Upload:" and waits for its only report.
 Uploaded upload(DemoHost& host, const qx::Data& data, const std::string& suffix) {
   const auto reported = std::make_shared<std::promise<Uploaded>>();
   host.send("Action_Upload:",
@@ -91,7 +92,7 @@ Uploaded upload(DemoHost& host, const qx::Data& data, const std::string& suffix)
   return reported->get_future().get();
 }
 
-/// Every file once by one route. False when an upload failed.
+/// Uploads every file once by one route. False when an upload has failed.
 bool uploadAll(DemoHost& host, Results& results, const std::vector<std::string>& files,
                bool byServer) {
   const std::string route = byServer ? "server" : "store";
@@ -144,7 +145,8 @@ bool direct(DemoHost& host, Results& results, const std::vector<std::string>& fi
   return store && server;
 }
 
-/// Hands everything over at once, then reports what the callback hears until standard input ends.
+/// Sends all background uploads at once, then reports what the callback hears until standard input
+/// ends.
 bool background(DemoHost& host, Results& results, const std::vector<std::string>& files,
                 const std::vector<std::string>& images) {
   host.send(
@@ -153,7 +155,8 @@ bool background(DemoHost& host, Results& results, const std::vector<std::string>
         Value::callback<qx::HostBackgroundCallback>(
             [&results](std::string scope, std::optional<std::string> url,
                        std::map<std::string, std::string> extra, std::optional<qx::Error> error) {
-              // An image is known by its item, anything else by what this host gave along.
+              // An image is known by its item, any other file by the extra value that this host has
+              // added.
               const bool image = extra.count("uuid") != 0;
               qx::OrderedMembers line = {{"kind", "background"},
                                          {"scope", std::move(scope)},
@@ -176,7 +179,7 @@ bool background(DemoHost& host, Results& results, const std::vector<std::string>
   for (const std::string& path : images) {
     const std::optional<qx::Data> data = readFile(path);
     if (!data) return false;
-    // Every second one is reported as the image that detection works on.
+    // Every second image is reported as the image that detection works on.
     host.send("Action_BackgroundUploadImage:",
               {{"scope", "item-image"},
                {"data", *data},
@@ -217,7 +220,7 @@ int main(int argc, char** argv) {
   background->add_option("--file", files);
   background->add_option("--image", images);
   CLI11_PARSE(app, argc, argv);
-  // Not an option: a command line can be read by everybody on the machine.
+  // The token is no option, because everybody on the machine can read a command line.
   const char* token = std::getenv("QX_ACCESS_TOKEN");
   account.accessToken = token != nullptr ? token : "";
 
@@ -236,7 +239,7 @@ int main(int argc, char** argv) {
   });
   host.platform().runMainQueue();
   story.join();
-  // Not through the destructors of the process: the library's threads are still at work.
+  // No destructors run, because the library's threads are still at work.
   std::cout << std::flush;
   std::_Exit(good ? 0 : 1);
 }

@@ -2,9 +2,9 @@
 // with its token service, as foreground children of this process. Needs neither root nor systemd,
 // containers or block devices.
 //
-// Two forms: one storage daemon that keeps everything in memory (seconds from nothing; made anew at
-// every start), or three on disk with three replicas (kept in the state folder from run to run). Two of
-// the three are enough to read and write.
+// There are two forms. In the first, one storage daemon keeps everything in memory; it starts in
+// seconds and is empty at every start. In the second, three storage daemons on disk keep three
+// replicas in the state folder, from run to run; two of the three are enough to read and write.
 import { randomBytes, randomUUID } from 'node:crypto';
 import fs from 'node:fs';
 import net from 'node:net';
@@ -166,7 +166,8 @@ export async function startCeph({ folder, cluster, bucket, publicPrefixes, child
     const put = (name, text) => fs.writeFileSync(path.join(folder, name), text, { mode: 0o600 });
     put('ceph.conf', configuration({ folder, fsid, osds, memory: !cluster, monPort, gatewayPort,
       stsKey: randomBytes(8).toString('hex') }));
-    // All keys are made here and given to the monitor when it is born: no round trip for each later.
+    // All keys are made here and given to the monitor at its start, which saves a round trip for
+    // each key later.
     const osdKeys = ids.map(() => cephKey());
     const adminKey = cephKey();
     const gatewayKey = cephKey();
@@ -214,14 +215,14 @@ export async function startCeph({ folder, cluster, bucket, publicPrefixes, child
     '--keyring', path.join(folder, 'rgw', 'keyring')], log('rgw'));
   const url = `http://127.0.0.1:${gatewayPort}`;
   const accounts = fresh ? makeAccounts(fresh, bucket, admin) : null;
-  accounts?.catch(() => {});  // awaited below, after the gateway
+  accounts?.catch(() => {});  // Awaited below, after the gateway.
   await answers(url, 60_000);
   await accounts;
 
   const store = { url, region: 'us-east-1', bucket, roleArn: 'arn:aws:iam:::role/Uploader',
     owner: (fresh ?? known).owner, broker: (fresh ?? known).broker, daemons };
   if (fresh) await makeBucket(store, publicPrefixes);
-  if (fresh && cluster) {  // what is in memory is gone at the next start, so it is not kept
+  if (fresh && cluster) {  // Data in memory does not outlive a start, so it is not kept.
     const kept = { gatewayPort, owner: store.owner, broker: store.broker };
     fs.writeFileSync(`${readyFile}.tmp`, JSON.stringify(kept), { mode: 0o600 });
     fs.renameSync(`${readyFile}.tmp`, readyFile);
@@ -247,8 +248,8 @@ async function makeAccounts({ owner, broker }, bucket, admin) {
 async function makeBucket({ url, region, bucket, owner }, publicPrefixes) {
   const s3 = storeClient({ url, region, credentials: owner });
   await s3.send(new CreateBucketCommand({ Bucket: bucket }));
-  // An object belongs to the role that put it: without the second statement the owner of the bucket
-  // could not read what lies outside the public prefixes.
+  // An object belongs to the role that has put it. Without the second statement the owner of the
+  // bucket could not read objects outside the public prefixes.
   const get = (Principal, prefixes) => ({ Effect: 'Allow', Principal, Action: ['s3:GetObject'],
     Resource: prefixes.map((p) => `arn:aws:s3:::${bucket}/${p}*`) });
   await s3.send(new PutBucketPolicyCommand({ Bucket: bucket, Policy: JSON.stringify({

@@ -1,5 +1,6 @@
-// Certificates for the two TLS doors of the object store: one signed by a certificate authority
-// made here, one self-signed that no client should trust. Made by openssl, valid for 30 days.
+// Certificates for the two TLS ports of the object store: one signed by a certificate authority
+// that is made here, and a self-signed one that no client should trust. openssl makes them, valid
+// for 30 days.
 import fs from 'node:fs';
 import path from 'node:path';
 import { run } from './Children.mjs';

@@ -1,7 +1,8 @@
-// The processes of this devstack: started in the foreground, watched, and stopped in order.
-// Nothing outlives the supervisor: every child is started under `setpriv --pdeathsig TERM`, so the
-// kernel ends it even when the supervisor is killed with SIGKILL. A child has its own session, so
-// that Ctrl-C in a terminal reaches only the supervisor, which then stops the children in order.
+// The processes of this devstack: they are started in the foreground, watched, and stopped in
+// order. No process outlives the supervisor: every child is started under `setpriv --pdeathsig
+// TERM`, so that the kernel ends it even when the supervisor is killed with SIGKILL. Each child has
+// a session of its own, so that Ctrl-C in a terminal reaches only the supervisor, which then stops
+// the children in order.
 import { execFile, spawn } from 'node:child_process';
 import fs from 'node:fs';
 
@@ -9,7 +10,8 @@ import fs from 'node:fs';
 export function startTimeOf(pid) {
   try {
     const stat = fs.readFileSync(`/proc/${pid}/stat`, 'latin1');
-    // the command name may hold blanks and brackets: count the fields after its closing bracket
+    // The command name may contain blanks and brackets, so the fields are counted after its closing
+    // bracket.
     const fields = stat.slice(stat.lastIndexOf(')') + 2).split(' ');
     if (fields[0] === 'Z' || fields[0] === 'X') return null;
     return fields[19];
@@ -29,12 +31,12 @@ export function run(command, args, options = {}) {
       { maxBuffer: 16 << 20, timeout: 60_000, ...options, input: undefined },
       (error, stdout, stderr) => {
         if (!error) return resolve(stdout);
-        // Never error.message: it repeats the command line, and keys may stand there.
+        // error.message is not shown, because it repeats the command line, which may contain keys.
         const said = (stderr || stdout).trim().split('\n').slice(-3).join(' | ') ||
           (error.killed ? 'it took too long' : error.code ?? error.signal);
         reject(new Error(`${command} ${args[0] ?? ''} failed: ${said}`));
       });
-    child.stdin.on('error', () => {});  // it may end without reading its input
+    child.stdin.on('error', () => {});  // The child may end without reading its input.
     child.stdin.end(options.input ?? '');
   });
 }

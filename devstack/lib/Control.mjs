@@ -1,4 +1,5 @@
-// The control API: switches faults, takes servers down and up, reads what was seen. JSON in and out.
+// The control API: it switches faults, takes servers down and up, and shows what the servers have
+// seen, in JSON.
 import Fastify from 'fastify';
 import { checkFault, readFault } from './FaultProxy.mjs';
 import { HostNames } from './HostNames.mjs';
@@ -8,7 +9,7 @@ export async function startControl({ proxies, events, items, tokens, daemons, fa
   const app = Fastify({ keepAliveTimeout: 120_000, exposeHeadRoutes: false });
   const hostNames = new HostNames();
   hostNames.guard(app);
-  // a DELETE may come with "Content-Type: application/json" and no body
+  // A DELETE may have "Content-Type: application/json" and no body.
   app.addContentTypeParser('application/json', { parseAs: 'string' }, (request, body, done) => {
     try {
       done(null, body === '' ? undefined : JSON.parse(body));
@@ -29,7 +30,7 @@ export async function startControl({ proxies, events, items, tokens, daemons, fa
     let fault;
     try {
       const { file, ...changed } = request.body ?? {};
-      // {"file": "name", "count": 2}: the file, with its members replaced by those given
+      // {"file": "name", "count": 2} means the file with its members replaced by the given ones.
       fault = file === undefined ? checkFault(request.body)
         : checkFault({ ...readFault(faultsFolder, String(file)), ...changed });
     } catch (error) {

@@ -1,7 +1,7 @@
-// What the backend and the upload server have received, in order. Secrets never get in here.
+// The events that the backend and the upload server have received, in order and without secrets.
 
 const secretHeaders = new Set(['access-token', 'qx-signature', 'authorization', 'x-amz-security-token', 'cookie']);
-const limit = 100_000;  // the oldest go first: a devstack left running must not grow without end
+const limit = 100_000;  // Older events are dropped, so that memory stays bounded.
 
 export class Events {
   #list = [];

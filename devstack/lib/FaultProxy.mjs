@@ -1,6 +1,7 @@
-// A small HTTP proxy in front of one server. Without faults it is transparent: the request line, the
-// headers (Host included, so that signatures verify) and the bodies pass unchanged, bodies as a
-// stream, "Expect: 100-continue" end to end. Faults make it misbehave; see README.md for the actions.
+// A small HTTP proxy in front of one server. Without faults it is transparent: the request line,
+// the headers (including Host, so that signatures verify) and the bodies pass unchanged, bodies as
+// a stream, "Expect: 100-continue" end to end. Faults make it misbehave; README.md describes their
+// actions.
 import fs from 'node:fs';
 import http from 'node:http';
 import https from 'node:https';
@@ -86,7 +87,7 @@ export class FaultProxy {
     this.#hostNames = hostNames;
     this.#upstream = new URL(upstreamUrl);
     const Agent = this.#upstream.protocol === 'https:' ? https.Agent : http.Agent;
-    // idle connections go before the server behind closes them
+    // The proxy closes idle connections before the server behind it does.
     this.#agent = new Agent({ keepAlive: true, timeout: 20_000 });
   }
 
@@ -200,14 +201,14 @@ export class FaultProxy {
     });
     request.on('error', () => {});
     response.on('error', () => {});
-    response.sendDate = false;  // the Date of the server behind passes
+    response.sendDate = false;  // The Date of the server behind passes unchanged.
 
     const action = this.#pick(request) ?? {};
     if (action.delayMs) await new Promise((resolve) => setTimeout(resolve, action.delayMs));
     if (request.socket.destroyed) return;
     if (action.reset) return request.socket.resetAndDestroy?.();
     if (action.close) return request.socket.destroy();
-    if (action.stall === 'head') return;  // neither reads nor answers until the client gives up
+    if (action.stall === 'head') return;  // Neither reads nor answers until the client gives up.
     if (action.stall === 'continue' && expectsContinue) return response.writeContinue();
     if (action.stall) {
       if (expectsContinue) response.writeContinue();
@@ -276,7 +277,8 @@ export class FaultProxy {
       answer.on('error', cut);
       answer.on('data', (chunk) => { this.#stats.responseBytes += chunk.length; });
       const back = withoutHopByHop(answer.rawHeaders);
-      // without a 100 the body of the request was never sent: this connection cannot be used again
+      // Without a 100 the body of the request was never sent, so this connection cannot be used
+      // again.
       if (expectsContinue && !request.complete) back.push('Connection', 'close');
       response.writeHead(answer.statusCode, answer.statusMessage, back);
       if (action.truncateBodyAfter !== undefined) {
@@ -291,7 +293,8 @@ export class FaultProxy {
       }
     });
     up.on('error', () => {
-      // the server behind is gone: the client sees its connection end, as it would without us
+      // The server behind has closed the connection, so the client sees its connection end, as it
+      // would without the proxy.
       if (!answered || !response.writableFinished) cut();
     });
     response.on('close', () => {

@@ -1,6 +1,6 @@
-// The names that a server answers to. A web page can make a name of its own point at 127.0.0.1 and so
-// reach, from the browser of somebody who looks at the page, what listens there. Such a request still
-// carries the page's name in its Host header and is refused with 421.
+// The names that a server answers to. A web page can make a name of its own point at 127.0.0.1, and
+// so reach the servers here from the browser of anybody who looks at the page. Such a request still
+// has the page's name in its Host header and is refused with 421.
 
 export class HostNames {
   #hosts = ['127.0.0.1', 'localhost'];
@@ -19,7 +19,7 @@ export class HostNames {
   refusal(request) {
     if (this.#names.has(request.headers.host?.toLowerCase())) return null;
     const message = `the Host header names another server; this one answers to ${[...this.#names].join(', ')}`;
-    // The body of the request stays unread, so its connection cannot be used again.
+    // The body of the request is not read, so its connection cannot be used again.
     return { status: 421, headers: { 'Content-Type': 'application/json', 'Connection': 'close' },
       body: JSON.stringify({ code: 1000, message }) };
   }

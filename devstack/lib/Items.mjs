@@ -1,4 +1,4 @@
-// What the backend knows of the original images of items, in SQLite.
+// The backend's records of the original images of items, in SQLite.
 import sqlite from 'node-sqlite3-wasm';
 
 const optional = {

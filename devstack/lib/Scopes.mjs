@@ -1,4 +1,4 @@
-// The upload scopes: where each may write, and whether what it holds may be read.
+// The upload scopes: the path below which each may write, and whether its objects may be read.
 
 export const scopes = {
   'avatar': { folder: 'avatars/', readable: true },

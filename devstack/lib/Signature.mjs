@@ -1,4 +1,4 @@
-// QX-SIGNATURE, the backend's half: "t=<unix seconds>,v1=<HMAC-SHA256 in hex>".
+// The backend's side of QX-SIGNATURE: "t=<unix seconds>,v1=<HMAC-SHA256 in hex>".
 import { createHash, createHmac, timingSafeEqual } from 'node:crypto';
 
 export const maxAgeSeconds = 300;

@@ -1,6 +1,6 @@
-// The storage daemons of the object store: which of them run, what the loss of one means, and how one that
-// has ended is brought back. Several daemons on disk outlive the loss of one. A single one in memory does
-// not: what it held is gone.
+// The storage daemons of the object store: which of them run, what the loss of one means, and how
+// one that has ended is started again. Of several daemons on disk one may be lost. When a single
+// daemon in memory ends, its objects are lost.
 
 const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 

@@ -5,7 +5,8 @@ import { S3Client } from '@aws-sdk/client-s3';
 export function storeClient({ url, region, credentials, maxAttempts = 1 }) {
   const client = new S3Client({
     endpoint: url, region, forcePathStyle: true, maxAttempts,
-    // only what the request needs: not every store knows the checksum headers
+    // Sends only the checksums that the request needs, because not every store knows the checksum
+    // headers.
     requestChecksumCalculation: 'WHEN_REQUIRED', responseChecksumValidation: 'WHEN_REQUIRED',
     credentials: {
       accessKeyId: credentials.accessKey, secretAccessKey: credentials.secretKey,

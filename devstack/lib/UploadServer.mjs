@@ -1,4 +1,4 @@
-// The upload server: takes an image in a form, makes a WebP of it and stores that with the
+// The upload server: it takes an image in a form, makes a WebP of it and stores the WebP with the
 // credentials in the form. It has no credentials of its own.
 import multipart from '@fastify/multipart';
 import { PutObjectCommand } from '@aws-sdk/client-s3';
@@ -65,7 +65,7 @@ export async function startUploadServer({ storeUrl, events, maxBytes, hostNames 
   app.addHook('onResponse', async (request, reply) => {
     request.event.status = reply.statusCode;
   });
-  // whatever is not a form at all is a bad form
+  // A body that is no form at all counts as a bad form.
   app.removeAllContentTypeParsers();
   await app.register(multipart, { limits: { fileSize: maxBytes, files: 1, fieldSize: 1 << 16 } });
   app.addContentTypeParser('*', (request, body, done) => done(null));
@@ -90,7 +90,7 @@ export async function startUploadServer({ storeUrl, events, maxBytes, hostNames 
       await s3.send(new PutObjectCommand({ Bucket: fields.bucket, Key: fields.path, Body: webp.data,
         ContentType: 'image/webp' }));
     } catch (error) {
-      // a refusal of the credentials is the client's affair, anything else is ours
+      // Refused credentials are the client's fault; any other failure is the server's.
       const status = error.$metadata?.httpStatusCode;
       if (status === 403) throw new Refusal(403, 'the store refuses the credentials');
       throw new Refusal(502, 'the store does not take the image');

@@ -1,5 +1,5 @@
-// Starts one devstack for a test file and talks to it the way a client would. The signature is made
-// by the openssl program, so that the backend and its tests do not share one mistake.
+// Starts one devstack for a test file and sends requests to it as a client does. The openssl
+// program makes the signature, so that the backend and its tests do not share one mistake.
 import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';

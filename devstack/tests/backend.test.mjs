@@ -1,4 +1,5 @@
-// The backend: who is let in, what credentials allow, what is kept of item updates.
+// The backend: which requests it accepts, what its credentials allow, and which item updates it
+// keeps.
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { DeleteObjectCommand, GetObjectCommand, PutObjectCommand } from '@aws-sdk/client-s3';

@@ -1,4 +1,5 @@
-// The fault proxies: transparent without faults, and each kind of fault does what it says.
+// The fault proxies: they are transparent without faults, and each kind of fault does what its
+// description says.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
 import { createHash, randomBytes } from 'node:crypto';
@@ -82,7 +83,7 @@ test('without faults large bodies pass unchanged both ways, and signatures verif
 test('Expect: 100-continue passes end to end, and a refusal comes before the body', async () => {
   const head = request('PUT', `/${info.bucket}/items/100001/x`, 'Expect: 100-continue\r\nContent-Length: 5\r\n');
   const { got } = await exchange(info.store, head, 1000);
-  assert.match(got, /^HTTP\/1\.1 403 /);  // unsigned: the store refuses without asking for the body
+  assert.match(got, /^HTTP\/1\.1 403 /);  // The store refuses the unsigned request without its body.
   const form = await exchange(info.uploadServer, request('POST', '/',
     'Expect: 100-continue\r\nContent-Type: text/plain\r\nContent-Length: 5\r\n'), 500);
   assert.match(form.got, /^HTTP\/1\.1 100 Continue\r\n\r\n/);
@@ -237,7 +238,7 @@ test('a target that is down refuses connections and comes back at the same addre
     await control(info, 'POST', '/down', { target });
     assert.equal((await exchange(url, '')).how, 'ECONNREFUSED');
     assert.equal((await control(info, 'GET', '/stats')).body[target].down, true);
-    await control(info, 'POST', '/down', { target });  // again: no harm
+    await control(info, 'POST', '/down', { target });  // A second call does no harm.
     await control(info, 'POST', '/up', { target });
     await control(info, 'POST', '/up', { target });
     assert.ok((await fetch(url)).status);

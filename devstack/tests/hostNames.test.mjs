@@ -1,5 +1,5 @@
-// A page in somebody's browser can make a name of its own point at 127.0.0.1: the servers answer to their
-// own names only.
+// A web page can make a name of its own point at 127.0.0.1. The servers answer to their own names
+// only.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import http from 'node:http';

@@ -1,4 +1,4 @@
-// Starting and stopping: nothing stays behind, however it ends.
+// Starting and stopping: no process or folder stays behind, however the devstack ends.
 import assert from 'node:assert/strict';
 import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
@@ -23,7 +23,7 @@ const processesNaming = (text) => fs.readdirSync('/proc').filter((pid) => {
   try {
     return /^\d+$/.test(pid) && fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').includes(text);
   } catch {
-    return false;  // it has just ended
+    return false;  // The process has just ended.
   }
 });
 

@@ -1,4 +1,4 @@
-// The devstack in front of a store that runs already, here two gateways behind one address: with the
+// The devstack in front of a store that runs already, here two gateways at one address: with the
 // store's own keys, and with its token service.
 import assert from 'node:assert/strict';
 import { execFile, spawn, spawnSync } from 'node:child_process';
@@ -19,9 +19,9 @@ const objects = async (...args) => JSON.parse((await run(process.execPath, [tool
 const byName = { '--store-access-key-env': 'OWN_KEY', '--store-secret-key-env': 'OWN_SECRET' };
 const keys = Object.entries(byName).flat();
 
-let store;     // the devstack whose store is used
+let store;     // The devstack whose store is used.
 let secondGateway;
-let balancer;  // hands connections to the two gateways in turn
+let balancer;  // Passes connections to the two gateways in turn.
 let address;
 const connections = [0, 0];
 

@@ -1,4 +1,4 @@
-// The upload server: what it makes of images and what it refuses.
+// The upload server: the images that it makes, and the forms that it refuses.
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { DeleteObjectCommand, GetObjectCommand, ListObjectsV2Command } from '@aws-sdk/client-s3';
@@ -59,7 +59,7 @@ test('orientation 6 is applied: a quarter turn to the right', async () => {
   assert.deepEqual({ width, height, orientation }, { width: 200, height: 400, orientation: undefined });
   const { data, info: raw } = await sharp(bytes).removeAlpha().raw().toBuffer({ resolveWithObject: true });
   const at = (x, y) => [...data.subarray((y * raw.width + x) * 3, (y * raw.width + x) * 3 + 3)];
-  const [top, bottom] = [at(100, 50), at(100, 350)];  // the left side is on top now
+  const [top, bottom] = [at(100, 50), at(100, 350)];  // The left side is now on top.
   assert.ok(top[0] > 200 && top[2] < 60, `top ${top}`);
   assert.ok(bottom[2] > 200 && bottom[0] < 60, `bottom ${bottom}`);
 });

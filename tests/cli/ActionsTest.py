@@ -1,4 +1,4 @@
-"""The line protocol of `actions`, without a network: what the library refuses, and how it says so."""
+"""The line protocol of `actions` without a network: the actions that are refused, and the messages."""
 import base64
 import contextlib
 import json

@@ -1,4 +1,4 @@
-"""What is shown of an address that cannot be used: everything but the password in it."""
+"""Messages show an address that cannot be used without the password in it."""
 import os
 import unittest
 

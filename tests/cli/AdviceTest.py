@@ -62,7 +62,8 @@ class Advice(DevstackTest):
         missing = self.uploaded(b"a").rsplit("/", 1)[0] + "/missing.bin"
         done = self.run_program("download", missing, "--scope", self.scope)
         self.assertEqual(done.status, 1)
-        # The scope's credentials may not list the bucket, so the store does not tell what is missing.
+        # The scope's credentials may not list the bucket, so the store does not tell what is
+        # missing.
         self.assertIn("AccessDenied", done.err)
         self.expectAdvice("the scope does not permit this, or there is no such object to download", done.err)
         self.respond("store", 404, body="<Error><Code>NoSuchKey</Code><Message>gone</Message></Error>")

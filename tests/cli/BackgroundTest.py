@@ -1,4 +1,4 @@
-"""Background work against the devstack: stored, interrupted, gone on with, watched."""
+"""Background uploads to the devstack: they are stored, interrupted, continued and watched."""
 import hashlib
 import os
 import plistlib
@@ -54,7 +54,7 @@ class Background(DevstackTest):
         self.assertEqual(done.status, 130)
         left = self.stored()
         self.assertGreater(len(left), 0)
-        # what was on its way may still arrive between the count and the end
+        # An upload that was on its way may still arrive between the count and the end.
         told = int(re.search(r"interrupted; (\d+) tasks stay stored", done.out)[1])
         self.assertIn(told - len(left), (0, 1, 2))
         status = self.run_program("status", "--json").named("status")[0]
@@ -233,7 +233,7 @@ class Background(DevstackTest):
         self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 0)
 
     def store_task(self, name, path, data):
-        """A task as an earlier run left it."""
+        """Stores a task as an earlier run has left it."""
         folder = self.documents / "aws-0011" / self.user
         folder.mkdir(parents=True, exist_ok=True)
         log = self.stored()

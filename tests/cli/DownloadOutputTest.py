@@ -16,7 +16,7 @@ class DownloadOutput(DevstackTest):
         self.output = self.home / "output"
 
     def download(self, size, before=":"):
-        """After a shell command whose process id becomes the program's."""
+        """Runs the program after a shell command, in the process of that command."""
         return self.run_on_small_disk(self.output, size, "download", self.url, "--scope", self.scope,
                                       "--output", self.output,
                                       program=("sh", "-c", before + '; exec "$0" "$@"', PROGRAM))

@@ -1,4 +1,4 @@
-"""Bounds on what is read: settings, action lines, the token command."""
+"""Limits of what the program reads: settings, action lines, the output of the token command."""
 import json
 import os
 import subprocess
@@ -91,7 +91,7 @@ class Limits(ProgramTest):
             self.assertNotIn("xxxx", done.err)
 
     def testTokenCommandThatHangsEndsTheRun(self):
-        """Both wait at the same time: one goes on printing nothing, one has closed its output."""
+        """Two commands run at the same time: one prints nothing more, the other has closed its output."""
         runs = [self.start("upload", "nothing", "--scope", "s", "--user-id", "7", "--token-command", command)
                 for command in ("exec sleep 1000", "exec sleep 1000 >&-")]
         for run in runs:

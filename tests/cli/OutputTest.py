@@ -1,4 +1,4 @@
-"""What reaches standard output, what does not, and what happens when nothing can be written there."""
+"""What the program writes to standard output, and what it does when it cannot write there."""
 import json
 import os
 import subprocess
@@ -34,7 +34,7 @@ class Output(ProgramTest):
         self.assertEqual(done.returncode, 2)
 
     def testClosedDescriptorsAreNotTakenByFiles(self):
-        """With all three closed, the first files that the program opens would become its output."""
+        """With all three streams closed, the first files that the program opens would become its output."""
         secret = self.file("config.toml", b'user_id = "7"\n')
         script = 'exec "$0" "$@" 0<&- 1>&- 2>&-'
         for arguments in (("config", "--config", secret), ("upload", secret, "--scope", "s", *IDENTITY)):

@@ -1,4 +1,4 @@
-"""The folders that `upload` and `download` work in: those of killed runs are removed, no others."""
+"""The working folders of `upload` and `download`: those of killed runs are removed, and no others."""
 import os
 import signal
 import socket

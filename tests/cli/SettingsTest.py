@@ -1,4 +1,4 @@
-"""Where settings come from, and which of them win."""
+"""The sources of settings, and which source has precedence."""
 import os
 import unittest
 
@@ -97,7 +97,7 @@ class Settings(ProgramTest):
         self.assertIn("chmod 600", self.run_program("config").err)
 
     def answered_token(self, *arguments, **environment):
-        """The token as a transfer would use it: `actions` needs no network to start with it."""
+        """The token that a transfer would use. `actions` starts with it and needs no network."""
         done = self.run_program("upload", "nothing", "--scope", "s", "--user-id", "7", *arguments,
                                 **environment)
         return done

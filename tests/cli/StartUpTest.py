@@ -1,4 +1,4 @@
-"""What the program costs before it does anything: the libraries it loads and the time it takes."""
+"""The cost of starting the program: the libraries that it loads and the time that it takes."""
 import os
 import statistics
 import subprocess
@@ -13,7 +13,7 @@ def loaded(program):
 
 
 def processor_time(program):
-    """Seconds of processor time, the kernel's for it included: a busy machine does not change it."""
+    """Seconds of processor time, in the kernel, too. They do not depend on how busy the machine is."""
     process = subprocess.Popen([program, "--version"], stdout=subprocess.DEVNULL)
     _, status, usage = os.wait4(process.pid, 0)
     process.returncode = os.waitstatus_to_exitcode(status)

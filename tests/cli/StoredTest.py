@@ -1,4 +1,4 @@
-"""What earlier runs stored: dropped, counted, retried, and no reason to fail a later run."""
+"""Tasks that earlier runs have stored: they are dropped, counted and retried, and do not make later runs fail."""
 import plistlib
 import signal
 import unittest

@@ -118,7 +118,7 @@ class ProgramTest(unittest.TestCase):
 
 
 class DevstackTest(ProgramTest):
-    """Against a devstack: its identity and addresses come from the environment."""
+    """Tests that use a devstack. The identity and the addresses come from the environment."""
     scope = "avatar"
 
     def setUp(self):

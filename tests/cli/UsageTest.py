@@ -140,10 +140,10 @@ class Usage(ProgramTest):
 
     def testUnreadableDirectoryIsNamedAndTheOthersGoOn(self):
         for name in ("a", "e", "z"):
-            os.truncate(self.file(f"photos/{name}/big"), 1 << 40)  # refused, which shows it was found
+            os.truncate(self.file(f"photos/{name}/big"), 1 << 40)  # The refusal shows that the file was found.
         closed = self.home / "photos/e/closed"
         closed.mkdir(0)
-        # Permissions do not stop the superuser unless these capabilities are gone.
+        # Permissions do not stop the superuser as long as it has these capabilities.
         as_others = (["setpriv", "--bounding-set=-dac_override,-dac_read_search"]
                      if os.geteuid() == 0 else [])
         done = subprocess.run([*as_others, PROGRAM, "background", self.home / "photos", "--scope", "s",

@@ -1,5 +1,5 @@
-// A devstack with three storage daemons loses one under background uploads of the library, gets it back,
-// loses another, and is stopped and started again: every object is there and whole.
+// A devstack with three storage daemons loses one during background uploads of the library, gets it
+// back, loses another, and is stopped and started again. Every object is there and whole.
 // $QXUPLOADER names the program that uploads.
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';

@@ -1,4 +1,4 @@
-// What a backend's answer may cost, whatever it holds.
+// The memory that an answer of the backend costs, whatever it holds.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -30,7 +30,7 @@ std::string repeated(const std::string& begin, const std::string& part, const st
   return text + end;
 }
 
-/// Members with different names, of the shortest values.
+/// Members with different names and the shortest values.
 std::string manyMembers(const std::string& value) {
   std::string text = "{";
   for (int i = 0; text.size() < kLongestAnswer - 32; ++i) {

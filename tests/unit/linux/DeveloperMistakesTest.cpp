@@ -1,4 +1,4 @@
-// What the developer of a host is told of its usual mistakes.
+// The lines for a host's developer about the usual mistakes.
 #include "platforms/shared/DeveloperMistakes.h"
 
 #include <gmock/gmock.h>
@@ -25,7 +25,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// A target that finds fault with one action and knows no other.
+/// A target that reports a mistake in one action and knows no other action.
 class Strict : public MediatorTarget {
  public:
   bool performAction(std::string_view action, const Dictionary& /*parameters*/) override {
@@ -38,7 +38,7 @@ class Strict : public MediatorTarget {
   }
 };
 
-/// A host in production, where the logger gets nothing.
+/// A host in production, whose logger gets no records.
 struct World {
   World() {
     mediator.answer("QXConfig_currentEnvironmentIsProduction", [] { return Value(true); });
@@ -57,7 +57,7 @@ struct Row {
   friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
-/// What a host answers to `selector`, asked twice.
+/// The lines after the host has answered `selector` twice.
 std::function<void(World&)> answers(const std::string& selector, const Value& answer) {
   return [=](World& world) {
     world.mediator.answer(selector, [answer] { return answer; });
@@ -205,7 +205,7 @@ TEST(DeveloperMistakes, AMainQueueThatMovesIsNoMistake) {
   EXPECT_THAT(world.lines, IsEmpty());
 }
 
-/// What a platform writes on standard error whose host never runs the main queue.
+/// The standard error of a platform whose host never runs the main queue.
 std::string toldByAnIdleHost(bool developer) {
   const TemporaryDirectory directory;
   testing::internal::CaptureStderr();

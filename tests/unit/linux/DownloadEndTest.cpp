@@ -1,4 +1,4 @@
-// Which answers of the store count as a whole object, and which statuses as success.
+// The answers of the store that count as a whole object, and the statuses that count as success.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 
 class DownloadEndTest : public TransferFixture {
  protected:
-  /// Downloads from a server that sends this and closes the connection.
+  /// Downloads from a server that sends this answer and closes the connection.
   Downloaded downloadOf(const std::string& answer) {
     Turn turn = silence(Turn::Then::close);
     turn.answer = answer;
@@ -41,12 +41,12 @@ TEST_F(DownloadEndTest, AnswerWhoseBodyHasACertainEndIsTheObject) {
 TEST_F(DownloadEndTest, AnswerWhoseBodyHasNoCertainEndIsAFailureAndLeavesTheEarlierFile) {
   retries_ = 0;
   const std::vector<std::string> answers = {
-      // Two lengths, of which the one that comes last fits.
+      // The answer has two lengths; the second one fits.
       "HTTP/1.1 200 OK\r\nContent-Length: 100\r\nContent-Length: 5\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 100\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 5\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: 5, 5\r\n\r\nwhole",
-      // Lengths that are no numbers or larger than 2^63-1.
+      // Lengths that are no numbers, or are larger than 2^63-1.
       "HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775808\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: 18446744073709551621\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\nwhole",
@@ -54,13 +54,13 @@ TEST_F(DownloadEndTest, AnswerWhoseBodyHasNoCertainEndIsAFailureAndLeavesTheEarl
       "HTTP/1.1 200 OK\r\nContent-Length: five\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: \r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nContent-Length: 0x5\r\n\r\nwhole",
-      // The connection's end is the body's.
+      // Only the end of the connection says where the body ends.
       "HTTP/1.1 200 OK\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nTransfer-Encoding: identity\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nTransfer-Encoding: identity\r\nContent-Length: 5\r\n\r\nwhole",
       "HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n5\r\nwhole\r\n0\r\n\r\n",
       "HTTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nwhole\r\n0\r\n\r\n",
-      // Chunks that end, and a length that speaks of more.
+      // The chunks end, but the length announces more.
       "HTTP/1.1 200 OK\r\nContent-Length: 100\r\nTransfer-Encoding: chunked\r\n\r\n"
       "5\r\nwhole\r\n0\r\n\r\n",
       "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nwhole\r\n",

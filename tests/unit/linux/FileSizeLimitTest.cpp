@@ -1,4 +1,4 @@
-// Writes beyond the file-size limit of the process, whose signal would end it.
+// Writes beyond the file-size limit of the process, whose signal would otherwise end the process.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -23,7 +23,7 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// While it lives, no file may grow beyond 4 KiB.
+/// As long as it exists, no file may grow beyond 4 KiB.
 class SmallFiles {
  public:
   SmallFiles() { limit(4096); }

@@ -1,4 +1,4 @@
-// Image files put together byte by byte, for the tests of what reads their headers.
+// Image files that are put together byte by byte, for the tests of the readers of image headers.
 #pragma once
 
 #include <cstddef>
@@ -57,7 +57,7 @@ inline std::string tiffEntry(int tag, int type, std::uint32_t count, const std::
 inline std::string tiffShort(int tag, int value) {
   return tiffEntry(tag, 3, 1, big(static_cast<std::uint64_t>(value), 2) + std::string(2, '\0'));
 }
-/// A TIFF structure of one directory that stands behind the header; `next` leads to another one.
+/// A TIFF structure with one directory after the header. `next` is the offset of another directory.
 inline std::string tiffOf(const std::string& entries, std::uint32_t next = 0) {
   return "MM" + big(42, 2) + big(8, 4) + big(entries.size() / 12, 2) + entries + big(next, 4);
 }
@@ -76,9 +76,9 @@ inline std::string fullBox(const std::string& type, int version,
 }
 
 struct Heic {
-  /// Properties behind the coded size, each of which the image has.
+  /// Properties that the image has after its coded size.
   std::initializer_list<std::string> properties = {};
-  /// Further items of the type Exif that all have the same data.
+  /// The number of further items of the type Exif that all share the same data.
   int exifItems = 0;
   std::uint32_t dataSize = 100;
 };
@@ -95,7 +95,7 @@ inline std::string heic(const Heic& heic) {
     infos += fullBox("infe", 2, {number(i, 2), number(0, 2), "Exif", std::string(1, 0)});
     references += box("cdsc", {number(i, 2), number(1, 2), number(1, 2)});
   }
-  // Of the codec's settings only that they are well-formed matters here.
+  // The codec's settings only have to be well-formed here.
   const std::string settings("\1\1\x60\0\0\0\x90\0\0\0\0\0\x5D\xF0\0\xFC\xFD\xF8\xF8\0\0\x0F\0",
                              23);
   std::string properties = box("hvcC", {settings}) + fullBox("ispe", 0, {big(40, 4), big(30, 4)});

@@ -1,5 +1,5 @@
-// Image headers that the kept samples do not have: how a viewer turns and cuts, and formats whose
-// few bytes are put together here.
+// Image headers that the kept samples do not have: rotation and cropping by a viewer, and formats
+// whose few bytes are put together here.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -41,7 +41,8 @@ TEST(ImageFormats, PngWithADamagedHeaderIsNone) {
 std::string webp(char flags, std::uint64_t orientation) {
   const std::string exif = "II*\0"s + little(8, 4) + little(1, 2) + little(0x0112, 2) +
                            little(3, 2) + little(1, 4) + little(orientation, 4) + little(0, 4);
-  // The header of a key frame of 40 x 30, three bytes more, and one that makes their number even.
+  // The header of a key frame of 40 x 30 pixels, three more bytes, and one that makes their number
+  // even.
   const std::string frame = "\x30\0\0\x9D\x01\x2A\x28\0\x1E\0xxx\0"s;
   const std::string chunks = "WEBPVP8X"s + little(10, 4) + flags + "\0\0\0"s + little(39, 3) +
                              little(29, 3) + "VP8 " + little(13, 4) + frame + "EXIF" +

@@ -1,4 +1,4 @@
-// Image headers made to cost memory: none may take more than 16 MiB, whatever it holds.
+// Image headers that are made to cost memory. None may take more than 16 MiB.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::string_literals;
 
-/// The size that is told, "40x30" or "none", after its memory has been looked at.
+/// The size that the reader yields, "40x30" or "none", after a check of its memory.
 std::string sizeOf(const std::string& bytes) {
   const Data image(bytes);
   CodecImageHeaders headers;
@@ -30,7 +30,7 @@ std::string sizeOf(const std::string& bytes) {
 }
 
 TEST(ImageMemory, PackedTextsOfAPngStayPacked) {
-  // 2 MB of texts that unpack to 2 GB, and a profile that does.
+  // 2 MB of texts that unpack to 2 GB, and a profile that does the same.
   const std::string script = R"(
 import sys, zlib
 packer = zlib.compressobj(9)
@@ -54,7 +54,7 @@ TEST(ImageMemory, LargestPngIsItsHeader) {
 }
 
 std::string jpegWith(const std::string& segments) {
-  // The frame of one component, and where its pixels begin.
+  // The frame of one component, and the beginning of its pixels.
   return "\xFF\xD8" + segments + "\xFF\xC0\0\x0B\x08\0\x1E\0\x28\1\1\x11\0"s +
          "\xFF\xDA\0\x08\1\1\0\0\x3F\0"s + "pixels";
 }
@@ -143,7 +143,7 @@ TEST(ImageMemory, HeicItemsThatShareTheirDataCostNothing) {
 }
 
 TEST(ImageMemory, HeicExtentsWithoutBytesCostNothing) {
-  // A million bytes of items with 65,535 extents each, whose fields are all 0 bytes wide.
+  // A million bytes of items. Each has 65,535 extents, whose fields are all 0 bytes wide.
   const std::string places = fullBox(
       "iloc", 0, {std::string(2, '\0'), big(0xFFFF, 2), repeat(0xFFFF, "\0\1\0\0\xFF\xFF"s)});
   const std::string meta = fullBox("meta", 0, {fullBox("pitm", 0, {big(1, 2)}), places});

@@ -1,4 +1,4 @@
-// The console among the Linux platform's settings.
+// The console in the settings of the Linux platform.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -75,7 +75,7 @@ TEST(LinuxPlatform, RunsTheMainQueueUntilItIsStopped) {
 
 TEST(LinuxPlatform, ItsThreadsEndWithIt) {
   const TemporaryDirectory directory;
-  // ThreadSanitizer makes a thread of its own with the first of ours.
+  // ThreadSanitizer starts a thread of its own together with our first thread.
   std::thread([] {}).join();
   const int before = threadCount();
   std::shared_ptr<DispatchQueue> queue;

@@ -21,8 +21,8 @@ namespace {
 
 constexpr char kInside[] = "QX_TEST_INSIDE_EMPTY_NETWORK";
 
-/// True in a process whose network has nothing but a loopback interface that is down. Else runs the
-/// current test again in such a process and expects it to pass there.
+/// True in a process whose network has only a loopback interface that is down. In any other process
+/// it runs the current test again in such a process and expects it to pass there.
 bool isInEmptyNetwork() {
   if (std::getenv(kInside) != nullptr) return true;
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
@@ -35,7 +35,7 @@ bool isInEmptyNetwork() {
   return false;
 }
 
-/// The kernel gives it its address, and with that the route.
+/// The kernel gives the interface its address, and with it the route.
 bool bringLoopbackUp() {
   const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ifreq request{};
@@ -50,13 +50,13 @@ bool removeLoopbackAddress() {
   const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ifreq request{};
   std::strcpy(request.ifr_name, "lo");
-  request.ifr_addr.sa_family = AF_INET;  // 0.0.0.0 takes the address away.
+  request.ifr_addr.sa_family = AF_INET;  // 0.0.0.0 removes the address.
   const bool done = ::ioctl(fd, SIOCSIFADDR, &request) == 0;
   ::close(fd);
   return done;
 }
 
-/// Collects what a listener is told.
+/// Collects the reports to a listener.
 class Told {
  public:
   void add(bool reachable) {
@@ -64,7 +64,7 @@ class Told {
     told_.push_back(reachable);
     changed_.notify_all();
   }
-  /// Waits until `count` reports have come, half a minute at most; yields them all.
+  /// Waits until `count` reports have come, half a minute at most, and yields all of them.
   std::vector<bool> waitFor(std::size_t count) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, std::chrono::seconds(30), [&] { return told_.size() >= count; });

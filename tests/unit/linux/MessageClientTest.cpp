@@ -141,7 +141,7 @@ TEST_F(MessageClientTest, SignatureIsAnHmacKeyedByTheAccessToken) {
   message_->fields = {{"a", 1}};
   send(server.url() + "/base", message_);
   const SeenRequest request = server.requests()[0];
-  // Made with OpenSSL's own HMAC from what came over the wire.
+  // This value was made with OpenSSL's own HMAC from the bytes on the wire.
   const auto hexOf = [](const unsigned char* bytes, unsigned size) {
     std::string digits;
     for (unsigned i = 0; i < size; ++i) {

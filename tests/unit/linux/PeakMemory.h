@@ -1,4 +1,4 @@
-// How much memory a piece of work takes at its worst, measured in a process of its own.
+// Measures the largest amount of memory that a piece of work takes, in a process of its own.
 #pragma once
 
 #include <malloc.h>
@@ -12,15 +12,15 @@
 
 namespace qx {
 
-/// By how many KiB `work` raises the peak of the process's resident memory, or -1 when it does not
-/// end well. Under a sanitizer, whose own memory cannot be told from the work's, 0 for work that
-/// ends well.
+/// The number of KiB by which `work` raises the peak of the process's resident memory, or -1 when
+/// the work fails. Under a sanitizer, whose memory cannot be told from that of the work, 0 when the
+/// work succeeds.
 inline long peakKiB(const std::function<void()>& work) {
   int ends[2];
   if (::pipe(ends) != 0) return -1;
   const pid_t child = ::fork();
   if (child == 0) {
-    // Memory that the parent has freed would otherwise be used again without being counted.
+    // Otherwise the work could use memory that the parent has freed, and that would not be counted.
     ::malloc_trim(0);
     rusage before{};
     rusage after{};
@@ -38,6 +38,6 @@ inline long peakKiB(const std::function<void()>& work) {
   return grown;
 }
 
-constexpr long kMiB = 1024;  // in KiB
+constexpr long kMiB = 1024;  // In KiB.
 
 }  // namespace qx

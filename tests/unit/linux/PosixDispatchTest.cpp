@@ -1,4 +1,4 @@
-// What only real threads can show; the rest is in the contract of every Dispatch.
+// The properties that only real threads can show. The contract of every Dispatch tests the others.
 #include "platforms/shared/PosixDispatch.h"
 
 #include <gmock/gmock.h>
@@ -128,7 +128,7 @@ TEST(PosixDispatch, ATimersHandlerNeverRunsTwiceAtATime) {
   auto timer = dispatch.makeTimer(dispatch.globalQueue());
   timer->setEventHandler([&, ticked] {
     if (++inside > 1) overlapped = true;
-    // Longer than the interval, so that ticks fall due meanwhile.
+    // The work takes longer than the interval, so that ticks fall due meanwhile.
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(3);
     while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
     --inside;
@@ -149,7 +149,7 @@ TEST(PosixDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
   int ticks = 0;
   auto timer = dispatch.makeTimer(*queue);
   timer->setEventHandler([&] { ++ticks; });
-  // Another timer tells when the one that is looked at has had time for many.
+  // Another timer shows when the tested timer has had time for many ticks.
   const auto enough = dispatch.makeSemaphore(0);
   auto watch = dispatch.makeTimer(dispatch.globalQueue());
   watch->setEventHandler([enough] { enough->signal(); });
@@ -168,7 +168,7 @@ TEST(PosixDispatch, TicksThatFallDueWhileTheirQueueIsBusyBecomeOne) {
 
 TEST(PosixDispatch, ATimersHandlerMayDestroyItsTimer) {
   PosixDispatch dispatch;
-  // Many, because the first tick may come before resume() has returned.
+  // There are many timers, because the first tick may come before resume() has returned.
   for (int i = 0; i < 500; ++i) {
     const auto done = dispatch.makeSemaphore(0);
     auto timer = dispatch.makeTimer(dispatch.globalQueue());
@@ -188,7 +188,7 @@ TEST(PosixDispatch, WorkMayDropTheQueueItRunsOn) {
   for (int i = 0; i < 500; ++i) {
     const auto done = dispatch.makeSemaphore(0);
     auto queue = dispatch.makeSerialQueue("q");
-    queue->sync([] {});  // From here on the queue has a thread, which may be faster than async().
+    queue->sync([] {});  // Now the queue has a thread, which may be faster than async().
     queue->async([&] {
       queue.reset();
       done->signal();

@@ -1,4 +1,4 @@
-// What only a real disk can show; the rest is in the contract of every Files.
+// The properties that only a real disk can show. The contract of every Files tests the others.
 #include "platforms/shared/PosixFiles.h"
 
 #include <gmock/gmock.h>
@@ -81,7 +81,7 @@ TEST_F(PosixFilesTest, ANamedPipeIsNeitherReadNorWaitedFor) {
 
 TEST_F(PosixFilesTest, AWriteThatRunsOutOfRoomLeavesTheOldContentAndNothingElse) {
   ASSERT_FALSE(put("log", "old", WriteMode::atomic));
-  // The size limit of the process stands for a full disk.
+  // The file-size limit of the process takes the place of a full disk.
   std::signal(SIGXFSZ, SIG_IGN);
   const rlimit small = {4096, RLIM_INFINITY};
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);

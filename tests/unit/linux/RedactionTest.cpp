@@ -1,5 +1,5 @@
-// What of a secret is found in a text that somebody else wrote. The encoded forms were made with
-// Python's urllib.parse and base64.
+// The forms of a secret that are found in a foreign text. The encoded forms were made with Python's
+// urllib.parse and base64.
 #include "http/Redaction.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 namespace qx {
 namespace {
 
-// Sixteen bytes and more; "+", "/" and "=" are what encodings differ in.
+// The secret has more than sixteen bytes. Encodings differ in "+", "/" and "=".
 const std::string kSecret = "FwoGZXIvYXdzE+/abc==?>~tail";
 
 std::string cleaned(const std::string& text) {
@@ -35,7 +35,7 @@ TEST(Redaction, SecretThatHoldsPercentSignsIsLeftOut) {
 }
 
 TEST(Redaction, Base64OfASecretIsLeftOutWhateverStandsInFrontOfIt) {
-  // base64 of the secret, of "u:" and of "x" before it, each with ":z" behind it.
+  // base64 of the secret, of "u:" and the secret, and of "x" and the secret, each followed by ":z".
   EXPECT_EQ(cleaned("v RndvR1pYSXZZWGR6RSsvYWJjPT0/Pn50YWlsOno= w"), "v ...Ono= w");
   EXPECT_EQ(cleaned("v dTpGd29HWlhJdllYZHpFKy9hYmM9PT8+fnRhaWw6eg== w"), "v dTp...w6eg== w");
   EXPECT_EQ(cleaned("v eEZ3b0daWEl2WVhkekUrL2FiYz09Pz5+dGFpbDp6 w"), "v eE...Dp6 w");

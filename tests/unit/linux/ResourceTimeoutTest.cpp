@@ -1,4 +1,4 @@
-// The resource timeout under LinuxSettings::resourceTimeoutCountsStandstillOnly, and without it.
+// The resource timeout with LinuxSettings::resourceTimeoutCountsStandstillOnly and without it.
 #include <gtest/gtest.h>
 
 #include "unit/linux/TransferFixture.h"
@@ -8,14 +8,14 @@ namespace {
 
 constexpr std::int64_t kTimedOut = kTransportErrorBase + 28;
 
-/// Takes the request's body slowly: 64 KiB every 25 ms, 3 MiB in more than a second.
+/// Reads the request's body slowly: 64 KiB every 25 ms, so that 3 MiB take more than a second.
 Turn slowReader() {
   Turn turn;
   turn.readIntervalMs = 25;
   return turn;
 }
 
-/// Sends a body of `size` bytes, one every 20 ms.
+/// Sends a body of `size` bytes, one byte every 20 ms.
 Turn slowWriter(std::size_t size) {
   Turn turn;
   turn.answer = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(size) + "\r\n\r\n";
@@ -111,8 +111,8 @@ TEST_F(ResourceTimeoutTest, WithoutTheSettingASlowTransferEndsHoweverMuchHasMove
   EXPECT_EQ(download(writer.url(), path("file")).error->code, kTimedOut);
 }
 
-// The kernel holds the last bytes of a body for a while after they were handed to it. This server
-// takes longer for them than the request timeout allows without movement.
+// The kernel holds the last bytes of a body for a while after it has got them. This server takes
+// longer to read them than the request timeout allows without movement.
 TEST_F(ResourceTimeoutTest, BytesThatTheKernelStillHoldsCountAsMoving) {
   resourceTimeout_ = 30;
   requestTimeout_ = 2;

@@ -26,7 +26,7 @@ bool sendAll(int socket, const std::string& bytes) {
   return true;
 }
 
-/// Appends what comes next; false at the end of the connection.
+/// Appends the next bytes. False at the end of the connection.
 bool receiveMore(int socket, std::string& buffer) {
   char bytes[65536];
   const ssize_t count = ::recv(socket, bytes, sizeof bytes, 0);
@@ -179,7 +179,7 @@ void ScriptedServer::serve(int socket, std::size_t index) {
       bool open = true;
       while (open && left > 0) {
         if (buffer.empty()) {
-          // Waits for the interval, or less when the server ends.
+          // Waits for the interval, or until the server ends.
           pollfd gone{listener_, 0, 0};
           if (turn.readIntervalMs > 0) ::poll(&gone, 1, turn.readIntervalMs);
           open = receiveMore(socket, buffer);
@@ -198,7 +198,7 @@ void ScriptedServer::serve(int socket, std::size_t index) {
     }
     bool open = sendAll(socket, turn.answer);
     for (std::size_t i = 0; open && i < turn.pieces; ++i) {
-      // Waits for the interval, or less when the other side goes.
+      // Waits for the interval, or until the client closes the connection.
       pollfd gone{socket, POLLRDHUP, 0};
       if (turn.pieceIntervalMs > 0) open = ::poll(&gone, 1, turn.pieceIntervalMs) == 0;
       open = open && sendAll(socket, turn.piece);
@@ -212,7 +212,8 @@ void ScriptedServer::serve(int socket, std::size_t index) {
       case Turn::Then::reset: {
         const linger abort{1, 0};
         ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
-        // A reset goes out when the last handle is closed; connecting to nowhere does it as well.
+        // A reset is sent when the last handle is closed. Connecting the socket to nowhere sends
+        // it, too.
         sockaddr unspecified{};
         unspecified.sa_family = AF_UNSPEC;
         ::connect(socket, &unspecified, sizeof unspecified);

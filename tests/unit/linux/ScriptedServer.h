@@ -1,7 +1,8 @@
-// An HTTP server on loopback that misbehaves by script: each request takes the next turn.
+// An HTTP server on loopback that misbehaves by a script: each request gets the next turn of the
+// script.
 //
-// Threads: the script is set before the first request; the record may be read from any thread. One
-// thread accepts, one per connection serves.
+// Threads: the script is set before the first request. Any thread may read the record. One thread
+// accepts connections, and one per connection serves it.
 #pragma once
 
 #include <cstddef>
@@ -16,17 +17,17 @@
 
 namespace qx {
 
-/// What the server does with one request.
+/// The way in which the server treats one request.
 struct Turn {
-  /// Sent as it stands once the request was read.
+  /// The answer, which is sent unchanged when the request has been read.
   std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
   /// `discard` reads the whole request and keeps nothing of its body.
   enum class Read { whole, head, discard } read = Read::whole;
-  /// Milliseconds before each 64 KiB of the body are read.
+  /// Milliseconds before each 64 KiB of the body that are read.
   int readIntervalMs = 0;
-  /// Sends "100 Continue" to a request that expects it.
+  /// True: sends "100 Continue" to a request that expects it.
   bool allowContinue = true;
-  /// Sent after the answer, this many times.
+  /// A text that is sent after the answer, this many times.
   std::string piece;
   std::size_t pieces = 0;
   /// Milliseconds between pieces.
@@ -34,24 +35,24 @@ struct Turn {
   enum class Then { keepAlive, close, reset, stall } then = Then::keepAlive;
 };
 
-/// A whole answer with its Content-Length. `headers` are lines ending in CR LF.
+/// Makes a whole answer with its Content-Length. `headers` are lines that end in CR LF.
 Turn answerWith(int status, const std::string& body = "", const std::string& headers = "");
 
 struct SeenRequest {
   std::string method;
   std::string target;
-  /// Names in lower case; of several values the last.
+  /// The headers, their names in lower case. Of several values of a name the last one counts.
   std::map<std::string, std::string> headers;
-  /// The head as it came.
+  /// The head of the request, unchanged.
   std::string head;
   std::string body;
-  /// Which connection it came on, from 0.
+  /// The number of the connection of the request, from 0 on.
   std::size_t connection = 0;
 };
 
 class ScriptedServer {
  public:
-  /// The last turn repeats.
+  /// The last turn of the script repeats.
   explicit ScriptedServer(std::vector<Turn> turns);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
@@ -64,7 +65,7 @@ class ScriptedServer {
   std::size_t connections() const;
   /// Blocks until this many requests have been read as far as their turn says.
   void waitForRequests(std::size_t count);
-  /// Blocks until this many connections have ended, whichever side ended them.
+  /// Blocks until this many connections have ended, on either side.
   void waitForEnds(std::size_t count);
 
  private:

@@ -1,5 +1,5 @@
-// A secret of the store stays out of what the backend says, and the user's token out of what the
-// store says: each may have been told the other's.
+// A secret of the store is removed from texts of the backend, and the user's token from texts of
+// the store, because each server may have been told the other's secret.
 #include <gtest/gtest.h>
 
 #include <future>

@@ -1,4 +1,4 @@
-// Settings that cannot be used are named, with the reason and without passwords.
+// Settings that cannot be used are named with the reason and without passwords.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ class SettingsCheckTest : public ::testing::Test {
  protected:
   SettingsCheckTest() { settings_.documentsDirectory = directory_.path(); }
 
-  /// The reason of the one fault, which is this setting's.
+  /// The reason of the only fault, which is a fault of this setting.
   std::string reasonOf(const std::string& setting) {
     const auto faults = LinuxPlatform::check(settings_);
     EXPECT_THAT(faults, SizeIs(1)) << setting;

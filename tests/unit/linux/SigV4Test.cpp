@@ -193,7 +193,7 @@ TEST(SigV4, KeysAreNotMixedUpBetweenSecretsDaysRegionsAndServices) {
       {"20261121T000000Z", "secret", "us-east-2", "s3"},
       {"20261121T000000Z", "secret", "us-east-1", "sts"},
   };
-  // One signer for all, twice, against one that has nothing cached.
+  // One signer for all requests, used twice, compared with signers that have nothing cached.
   SigV4Signer shared(digests);
   for (int round = 0; round < 2; ++round) {
     for (const auto& [time, secret, region, service] : cases) {

@@ -1,5 +1,5 @@
-// What a request to the store is signed with: the region's name as given, the session token when
-// there is one, and the time of the store that is asked.
+// The parts of the signature of a request to the store: the region's name as given, the session
+// token if there is one, and the time of that store.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -54,7 +54,7 @@ TEST_F(StoreSigningTest, EmptySessionTokenIsNeitherSentNorSigned) {
 
 // ---- The store's clock
 
-/// The refusal of a store whose clock shows this.
+/// The refusal of a store whose clock shows this time.
 Turn skewed(const std::string& date) {
   return errorRecord(403, "RequestTimeTooSkewed", "Date: " + date + "\r\n");
 }

@@ -21,7 +21,7 @@ void addExtension(X509* certificate, int kind, const std::string& value) {
   }
 }
 
-/// An unsigned certificate with a fresh key.
+/// A certificate with a new key and without a signature.
 TestAuthority::Identity unsignedIdentity(const char* name, long serial, long validSeconds) {
   TestAuthority::Identity made{{X509_new(), X509_free}, {EVP_EC_gen("P-256"), EVP_PKEY_free}};
   X509* certificate = made.certificate.get();
@@ -69,7 +69,7 @@ TlsServer::TlsServer(const TestAuthority::Identity& identity, int newestVersion)
     fatal("the TLS server has no certificate");
   }
   if (newestVersion != 0 &&
-      // Level 0 lets OpenSSL speak the versions that its default level has done away with.
+      // Security level 0 lets OpenSSL use the TLS versions that its default level refuses.
       (SSL_CTX_set_cipher_list(context_.get(), "ALL:@SECLEVEL=0") != 1 ||
        SSL_CTX_set_min_proto_version(context_.get(), TLS1_VERSION) != 1 ||
        SSL_CTX_set_max_proto_version(context_.get(), newestVersion) != 1)) {

@@ -1,7 +1,7 @@
-// An HTTPS server on loopback whose certificate the test chooses; answers with 200 unless told
-// otherwise.
+// An HTTPS server on loopback whose certificate the test chooses. It answers with 200 unless the
+// test says otherwise.
 //
-// Threads: the record may be read from any thread. One thread serves one connection at a time.
+// Threads: any thread may read the record. One thread serves one connection at a time.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -26,8 +26,8 @@ class TestAuthority {
     std::shared_ptr<X509> certificate;
     std::shared_ptr<EVP_PKEY> key;
   };
-  /// A server certificate for `names`, as in "DNS:localhost,IP:127.0.0.1", valid from a day before
-  /// to `validSeconds` after now.
+  /// Makes a server certificate for `names`, such as "DNS:localhost,IP:127.0.0.1", that is valid
+  /// from a day before now to `validSeconds` after now.
   Identity issue(const std::string& names, long validSeconds = 3600) const;
 
  private:
@@ -36,7 +36,8 @@ class TestAuthority {
 
 class TlsServer {
  public:
-  /// `newestVersion` as OpenSSL counts versions (TLS1_1_VERSION); 0: the newest that there is.
+  /// `newestVersion` is a version number of OpenSSL such as TLS1_1_VERSION. 0 is the newest version
+  /// that there is.
   explicit TlsServer(const TestAuthority::Identity& identity, int newestVersion = 0);
   ~TlsServer();
   TlsServer(const TlsServer&) = delete;
@@ -44,11 +45,11 @@ class TlsServer {
 
   /// "https://localhost:port".
   std::string url() const;
-  /// The whole answer to the first request. Set before that comes.
+  /// The whole answer to the first request. Set it before the request comes.
   void setFirstAnswer(std::string answer);
-  /// The requests' heads and bodies as they came. Empty when no handshake was completed.
+  /// The heads and bodies of the requests, unchanged. Empty when no handshake was completed.
   std::vector<std::string> requests() const;
-  /// How many handshakes were begun.
+  /// The number of handshakes that were begun.
   int handshakes() const;
 
  private:

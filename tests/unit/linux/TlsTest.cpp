@@ -1,4 +1,4 @@
-// TLS as the HTTP engine and the transfer utility speak it.
+// TLS of the HTTP engine and the transfer utility.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -24,7 +24,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-/// libcurl's "peer failed verification".
+/// libcurl's code for "peer failed verification".
 constexpr std::int64_t kRefusedCertificate = kTransportErrorBase + 60;
 
 class TlsTest : public ::testing::Test {
@@ -90,7 +90,7 @@ void expectRefused(const HttpAnswer& answer, const TlsServer& server) {
   EXPECT_EQ(answer.error->domain, "Transport");
   EXPECT_EQ(answer.error->code, kRefusedCertificate);
   EXPECT_THAT(answer.error->description, Not(HasSubstr("the-token")));
-  // Another attempt would meet the same certificate.
+  // Another attempt would get the same certificate.
   EXPECT_EQ(answer.failure, HttpFailure::other);
   EXPECT_GE(server.handshakes(), 1);
   EXPECT_THAT(server.requests(), IsEmpty());

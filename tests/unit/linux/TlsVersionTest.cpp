@@ -1,5 +1,5 @@
-// The oldest TLS that the HTTP engine speaks, whatever OpenSSL's configuration on the machine
-// allows.
+// The oldest TLS version that the HTTP engine accepts, whatever OpenSSL's configuration on the
+// machine allows.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,12 +24,12 @@ using ::testing::ExitedWithCode;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-/// A machine whose administrator lets every version through.
+/// The configuration of a machine whose administrator allows every version.
 constexpr const char* kLenientConfiguration =
     "openssl_conf = conf\n[conf]\nssl_conf = ssl\n[ssl]\nsystem_default = default\n"
     "[default]\nMinProtocol = TLSv1\nCipherString = ALL:@SECLEVEL=0\n";
 
-/// True when OpenSSL, left to its configuration, comes to terms with the server.
+/// True when OpenSSL by itself, with its configuration, completes a handshake with the server.
 bool plainClientConnects(const std::string& url) {
   const int port = std::stoi(url.substr(url.rfind(':') + 1));
   const int connection = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -61,8 +61,8 @@ HttpAnswer get(const std::string& caFile, const std::string& url) {
   return promise.get_future().get();
 }
 
-/// In a process that was started with the lenient configuration. `offered` is the newest version
-/// that the server knows.
+/// Runs in a process that was started with the permissive configuration. `offered` is the newest
+/// version that the server knows.
 void expectSpoken(const std::string& folder, int offered, bool spoken) {
   const TestAuthority authority;
   std::ofstream(folder + "/ca.pem") << authority.pem();
@@ -86,7 +86,8 @@ TEST_P(TlsVersionTest, NothingOlderThanOnePointTwoIsSpoken) {
   std::string folder = ::testing::TempDir() + "qx-tls-version-XXXXXX";
   ASSERT_NE(::mkdtemp(folder.data()), nullptr);
   std::ofstream(folder + "/openssl.cnf") << kLenientConfiguration;
-  // OpenSSL reads its configuration once per process, so the test goes on in one that has not.
+  // OpenSSL reads its configuration once per process, so the test continues in a process that has
+  // not read it yet.
   ::setenv("OPENSSL_CONF", (folder + "/openssl.cnf").c_str(), 1);
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto [version, spoken] = GetParam();

@@ -1,5 +1,5 @@
-// What the tests of the transfer utility share: a store over a real engine, and one upload or
-// download through it.
+// The parts that the tests of the transfer utility share: a store above a real engine, and one
+// upload or download through it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -78,7 +78,7 @@ class TransferFixture : public ::testing::Test {
     return promise.get_future().get();
   }
 
-  /// By way of a proxy, which sees what is sent to a host that there is not.
+  /// Sends through a proxy, which sees the requests to a host that does not exist.
   std::optional<Error> uploadThrough(const ScriptedServer& proxy, const std::string& endpoint,
                                      const std::string& bucket) {
     HttpEngine engine({std::nullopt, proxy.url(), std::nullopt});

@@ -1,5 +1,5 @@
-// Where a transfer goes when the store sends it elsewhere. A proxy sees what is sent to hosts that
-// do not exist.
+// The destination of a transfer when the store redirects it. A proxy sees the requests to hosts
+// that do not exist.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

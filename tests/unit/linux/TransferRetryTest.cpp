@@ -1,5 +1,6 @@
-// How long a transfer waits before it tries again. A resource timeout that a longer wait would
-// exceed ends the transfer at once, so the number of requests tells how long it would have waited.
+// The time that a transfer waits before it tries again. A resource timeout that a longer wait would
+// exceed ends the transfer at once, so the number of requests tells how long the transfer would
+// have waited.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +19,7 @@ class TransferRetryTest : public TransferFixture {};
 
 TEST_F(TransferRetryTest, WaitsDoubleFromOneTenthOfASecond) {
   retries_ = 1000;
-  // Waits of 0.1, 0.2 and 0.4 s fit in; the next one of 0.8 s does not.
+  // Waits of 0.1, 0.2 and 0.4 s fit into the time. The next wait of 0.8 s does not.
   resourceTimeout_ = 1.5;
   ScriptedServer server({answerWith(503)});
   const auto error = upload(server.url());
@@ -35,7 +36,8 @@ TEST_F(TransferRetryTest, RetryAfterMayBeADate) {
 }
 
 TEST_F(TransferRetryTest, RetryAfterADateIsOnTheClockOfTheStore) {
-  // The store is an hour ahead and asks for a retry at what is now by its own clock.
+  // The store's clock is an hour ahead, and the store asks for a retry at the present time of its
+  // clock.
   const std::string hourAhead = "Sat, 21 Nov 2026 01:06:00 GMT\r\n";
   ScriptedServer server(
       {answerWith(403, "<Error><Code>RequestTimeTooSkewed</Code></Error>", "Date: " + hourAhead),

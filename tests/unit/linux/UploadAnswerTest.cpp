@@ -1,4 +1,4 @@
-// When an upload to the upload server ends: its answer is complete with its head.
+// The end of an upload to the upload server: its answer is complete with its head.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,7 +41,7 @@ class UploadAnswerTest : public ::testing::Test {
   HttpEngine engine_{{}};
 };
 
-/// A body of a byte now and then that lasts for hours.
+/// A body that comes byte by byte for hours.
 Turn trickling(const std::string& head) {
   Turn turn;
   turn.answer = head + "Content-Length: 1000000\r\n\r\n";
@@ -109,7 +109,7 @@ TEST_F(UploadAnswerTest, ConnectionServesTheNextUploadOnceTheBodyHasEnded) {
   late.pieceIntervalMs = 20;
   ScriptedServer server({late, Turn()});
   EXPECT_EQ(send(server).error, std::nullopt);
-  // Uploads that come before the body has ended take another connection.
+  // Uploads that begin before the body has ended take another connection.
   do {
     ASSERT_EQ(send(server).error, std::nullopt);
     ASSERT_LT(server.requests().size(), 1000u);
