@@ -10,14 +10,14 @@
 namespace qx {
 namespace {
 
-/// Both bounds are powers of two, so they are exact in either floating type.
+/// Both bounds are powers of two, so both floating types hold them exactly.
 template <typename Float>
 bool truncationFits(Float value) {
   return value >= Float{-0x1p63} && value < Float{0x1p63};
 }
 
 bool holdsExactly(double value, std::uint64_t expected) {
-  // 2^64 - 1 and its neighbours round up to 2^64, which does not convert back.
+  // 2^64 - 1 and its neighbours round up to 2^64, which cannot be converted back.
   return value < 0x1p64 && static_cast<std::uint64_t>(value) == expected;
 }
 
@@ -37,8 +37,8 @@ AWSBasicParameter convertLeaf(const Value& leaf) {
       return static_cast<std::int64_t>(*real);
     return *real;
   }
-  // No leaf becomes a Float: a decoded number is an integer or a 64-bit real, and either is held
-  // exactly by one of the kinds before it.
+  // No leaf becomes a Float: a decoded number is an integer or a 64-bit real, and one of the types
+  // before Float holds it exactly.
   if (const std::string* text = leaf.asText()) return *text;
   return "";
 }

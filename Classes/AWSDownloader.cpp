@@ -10,7 +10,7 @@
 namespace qx {
 namespace {
 
-/// A progress block that hands the fraction to the host on the main queue.
+/// Makes a progress block that passes the fraction to the host on the main queue.
 std::function<void(const TransferProgress&)> progressBlock(DispatchQueue& mainQueue,
                                                            ProgressCallback progress) {
   return [&mainQueue, progress = std::move(progress)](const TransferProgress& transfer) {
@@ -27,7 +27,8 @@ std::string cacheDirectory(Files& files) {
   return documentPath(files) + "/com.qxuploader.download.cache";
 }
 
-/// Why nothing may be written into the cache directory: what it leads to is not ours.
+/// The error when a symbolic link takes the place of the cache directory, because what it points to
+/// is not ours. Nothing otherwise.
 std::optional<Error> refusedCacheLink(Files& files) {
   const std::string directory = cacheDirectory(files);
   if (files.kind(directory) != PathKind::link) return std::nullopt;
@@ -69,7 +70,7 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
     tracking_.trackingDownloadFailure(request->filename, std::nullopt, "[Error] config s3 failed");
     return;
   }
-  // From the file name alone: the folders of the URL are not part of the key.
+  // The key depends on the file name alone, not on the folders of the URL.
   const std::string objectKey = model.authorizedPath + request->filename;
   const double startTime = platform_.clock.now();
   const Url destination = cachePath(request->filename);
@@ -101,7 +102,7 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
 void AWSDownloader::download(const std::string& url, const std::string& scope,
                              const ProgressCallback& progress, const Completion& complete) {
   const std::optional<Url> parsed = Url::parse(url);
-  // A name that is no plain file name could lead out of the cache directory.
+  // Any other name could lead out of the cache directory.
   if (!parsed || !isPlainPathComponent(parsed->lastPathComponent())) {
     tracking_.trackingDownloadFailure(std::nullopt, std::nullopt, "[Error] not found url");
     return;

@@ -1,6 +1,7 @@
-// Fetches stored objects into the cache directory.
+// Downloads objects into the cache directory.
 //
-// Threads: no state; download returns at once, its callbacks are documented there.
+// Threads: no state. download() returns at once; its comment says on which threads the callbacks
+// run.
 #pragma once
 
 #include <functional>
@@ -19,28 +20,28 @@ namespace qx {
 
 class AWSDownloader {
  public:
-  /// (file URL, no error) or (no URL, error); at most once.
+  /// Called at most once, with (file URL, no error) or (no URL, error).
   using Completion = std::function<void(const std::optional<Url>&, const std::optional<Error>&)>;
 
-  /// Everything given must outlive the downloads.
+  /// All arguments must outlive the downloads.
   AWSDownloader(const Platform& platform, Credentials& credentials, const AWSTracking& tracking)
       : platform_(platform), credentials_(credentials), tracking_(tracking) {}
 
   /// The file URL of a name in the cache directory, which is created when needed. A symbolic link
-  /// in its place is not followed: downloads fail, with a log record.
+  /// in the place of the directory is not followed: downloads fail and write a log record.
   Url cachePath(const std::string& filename) const;
 
-  /// Fetches the object that the last path component of `url` names under the scope's authorised
-  /// path. `progress` (may be empty) runs on the main queue. `complete` (may be empty) runs on
+  /// Downloads the object whose key is the scope's authorised path and the last path component of
+  /// `url`. `progress` (may be empty) runs on the main queue. `complete` (may be empty) runs on
   /// "com.aws.get.config" when there are no credentials or the transfer does not start, else on the
-  /// object store's thread; an error of the transfer is the object store's own. It is never called
-  /// when `url` does not parse or ends in no usable file name, or no transfer utility is
-  /// registered.
+  /// object store's thread. An error of the transfer is passed on as the object store made it.
+  /// `complete` is never called when `url` is malformed or ends in no usable file name, or when no
+  /// transfer utility is registered.
   void download(const std::string& url, const std::string& scope, const ProgressCallback& progress,
                 const Completion& complete);
 
  private:
-  /// What the host asked for, as far as it is known before the credentials are.
+  /// The part of a download that is known before its credentials.
   struct Request;
 
   void fetch(const std::shared_ptr<const Request>& request, const UploadTokenModel& model);

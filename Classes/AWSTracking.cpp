@@ -9,7 +9,7 @@
 namespace qx {
 namespace {
 
-/// An image source from here on is no item image to be tagged in full.
+/// The first image source whose items are not tagged in full.
 constexpr std::int64_t kFirstUntaggedImageSource = 3;
 
 const char* statusText(AWSTracking::Status status) {
@@ -50,8 +50,8 @@ bool isTextOne(const AWSParameterMap& extra, const char* key) {
   return text != nullptr && *text == "1";
 }
 
-/// The full tagging when the item is described completely, else the update of its tags when the
-/// host asked for one.
+/// Tags the item in full when it is described completely, or updates its tags when the host has
+/// asked for that.
 void tagItem(const Platform& platform, const AWSParameterMap& extra) {
   QXTrackingEvents& tracker = platform.trackingEvents;
   const std::int64_t* itemId = findInt(extra, "itemId");
@@ -99,8 +99,8 @@ void AWSTracking::action(std::optional<std::int64_t> code,
 void AWSTracking::tracking(const AWSCallbackStatus& status, const Task& task, ENVType type,
                            std::optional<double> uploadTime, const AWSParameterMap* extra) const {
   const auto* fileTask = dynamic_cast<const FileTask*>(&task);
-  // The counts differ on purpose: a failure has been counted by the time it is tracked, a success
-  // counts nothing. Both mean the first attempt.
+  // The counts differ on purpose. Both mean the first attempt: a failure has been counted when it
+  // is tracked, and a success is never counted.
   if (status.succeeded()) {
     const bool firstUpload = fileTask != nullptr && fileTask->uploadCount() == 0;
     action(std::nullopt, std::nullopt, firstUpload, Status::success, type, uploadTime, extra);

@@ -1,6 +1,7 @@
-// Outcomes as tracking events of the host, and the tags of uploaded item images.
+// Sends outcomes as tracking events to the host, and tags the items of uploaded images.
 //
-// Threads: no state; called on whatever thread delivers the outcome. The platform must outlive it.
+// Threads: no state. The operations run on the thread that delivers the outcome. The platform must
+// outlive the object.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +26,13 @@ class AWSTracking {
               std::optional<bool> firstUpload, Status status, ENVType type,
               std::optional<double> uploadTime, const AWSParameterMap* extra) const;
 
-  /// After an upload attempt. Items are tagged after a success only.
+  /// Tracks the outcome of an upload attempt. Items are tagged only after a success.
   void tracking(const AWSCallbackStatus& status, const Task& task, ENVType type,
                 std::optional<double> uploadTime, const AWSParameterMap* extra) const;
 
   void trackingDownloadFailure(const std::optional<std::string>& filename,
                                std::optional<std::int64_t> code, const std::string& message) const;
-  /// `duration` in seconds.
+  /// `duration` is in seconds.
   void trackingDownloadSuccess(const std::string& filename, double duration) const;
 
  private:

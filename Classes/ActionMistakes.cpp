@@ -13,13 +13,13 @@ namespace {
 
 struct Key {
   std::string_view name;
-  /// What the value must be, as a developer calls it.
+  /// The type that the value must have, in a developer's words.
   std::string_view type;
   bool (*fits)(const Dictionary& parameters, std::string_view name);
   bool required = false;
 };
 
-/// True when `read` (readText and the like) finds a value of its type.
+/// True when the reader `read`, such as readText, finds a value of its type.
 template <auto read>
 bool fits(const Dictionary& parameters, std::string_view name) {
   return read(parameters, name).has_value();
@@ -55,7 +55,7 @@ Key required(Key key) {
   return key;
 }
 
-/// The keys that an action reads; nothing for an unknown action.
+/// The keys that an action reads. Empty for an unknown action.
 std::vector<Key> keysOf(std::string_view action) {
   if (action == "Action_SetUp:") {
     return {required(boolean("needServerResize")), boolean("resumeStoredTasks")};
@@ -107,7 +107,7 @@ std::string quoted(std::string_view name) {
   return "\"" + std::string(name) + "\"";
 }
 
-/// What is wrong with a value although its type is right.
+/// The reason why a value of the right type cannot be used, or nothing.
 std::optional<std::string> unusable(std::string_view action, const Dictionary& parameters,
                                     ImageHeaders& imageHeaders) {
   if (readText(parameters, "suffix").value_or("").starts_with('.')) {

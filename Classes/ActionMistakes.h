@@ -1,9 +1,9 @@
-// Tells the developer of a host what is wrong with the dictionary of an action.
+// Finds mistakes in the dictionary of an action, for the host's developer.
 //
 //     for (const std::string& sentence :
 //          ActionMistakes::inParameters("Action_Upload:", parameters, imageHeaders)) ...
 //
-// Threads: any thread; it keeps no state.
+// Threads: the function may be called from any thread. It keeps no state.
 #pragma once
 
 #include <string>
@@ -17,9 +17,10 @@ namespace qx {
 
 class ActionMistakes {
  public:
-  /// One sentence for each required key that is missing, each value of another type than the action
-  /// reads, each key that the action does not read, and each value that cannot work. It names keys
-  /// and types, never what a value holds. Nothing for an action that is none of the seven.
+  /// Yields one sentence for each required key that is missing, each value whose type is not the
+  /// one that the action reads, each key that the action does not read, and each value that cannot
+  /// be used. The sentences name keys and types, never the content of a value. Empty for an action
+  /// that is none of the seven.
   static std::vector<std::string> inParameters(std::string_view action,
                                                const Dictionary& parameters,
                                                ImageHeaders& imageHeaders);

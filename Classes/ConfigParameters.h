@@ -1,6 +1,6 @@
-// The user identity and the backend's address, as the host gives them.
+// The user's identity and the backend's address, as the host gives them.
 //
-// Threads: plain value; readFromHost asks the mediator on the calling thread.
+// Threads: a plain value. readFromHost() asks the mediator on the calling thread.
 #pragma once
 
 #include <optional>
@@ -11,19 +11,19 @@
 
 namespace qx {
 
-/// Never stored on disk.
+/// An identity, which is never stored on disk.
 struct ConfigParameters {
-  /// Empty when the host has none.
+  /// Each of these two is empty when the host does not give it.
   std::string userId;
   std::string accessToken;
-  /// Absent when the host gives none or it does not parse.
+  /// Absent when the host gives no address or one that cannot be parsed.
   std::optional<Url> hostURL;
 
-  /// Asks the host anew ("Account_GetUserId", "Account_GetAccessToken",
-  /// "QXConfig_getServerAddress").
+  /// Asks the host for "Account_GetUserId", "Account_GetAccessToken" and
+  /// "QXConfig_getServerAddress".
   static ConfigParameters readFromHost(QXMediator& host);
 
-  /// User id, access token and host address are all there.
+  /// True when the user id, the access token and the address are all there.
   bool isComplete() const { return !userId.empty() && !accessToken.empty() && hostURL; }
 
   friend bool operator==(const ConfigParameters&, const ConfigParameters&) = default;

@@ -1,4 +1,4 @@
-// What an upload or a download needs of the session that it runs in.
+// The credentials that uploads and downloads use.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -14,22 +14,23 @@
 
 namespace qx {
 
-/// Implemented by AWSConfigure, which stands above the units that use it.
+/// AWSConfigure implements this interface. It stands above the units that use the interface.
 class Credentials {
  public:
-  /// Called once, on "com.aws.get.config": (record, success) or (nothing, failure). Must not wait
-  /// for another getConfig.
+  /// Called once, on "com.aws.get.config", with (record, success) or (nothing, failure). It must
+  /// not wait for another getConfig().
   using ConfigCallback =
       std::function<void(const std::optional<UploadTokenModel>&, const AWSCallbackStatus&)>;
 
   virtual ~Credentials() = default;
-  /// The credentials of a scope. Reads the identity from the host each time and fetches the map
-  /// when it is missing, belongs to another identity, or the scope's credential has expired (to the
-  /// very instant), unless `skipCheckExpiration`.
+  /// Asks for the credentials of a scope. The identity is read from the host each time. The
+  /// credentials of all scopes are fetched when there are none, when they belong to another
+  /// identity, or when those of the scope have expired (to the instant) and `skipCheckExpiration`
+  /// is false.
   virtual void getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback) = 0;
-  /// The transfer utility that the newest fetch has registered for a scope, or null.
+  /// The transfer utility that the latest fetch has registered for a scope, or null.
   virtual std::shared_ptr<AWSS3TransferUtility> transferUtility(const std::string& scope) = 0;
-  /// Uploads go through the host's upload server.
+  /// True when uploads go through the host's upload server.
   virtual bool resizesOnServer() const = 0;
 };
 

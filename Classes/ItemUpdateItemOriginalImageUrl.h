@@ -1,5 +1,5 @@
-// The backend messages that tell where the original image of an item now lies. The two differ only
-// in their path and in the name of the URL field.
+// The two backend messages that report the URL of an item's original image. They differ only in
+// their path and in the name of the field with the URL.
 //
 // Threads: plain values.
 #pragma once
@@ -14,11 +14,12 @@
 
 namespace qx {
 
-/// Reads nothing from the body: any body decodes.
+/// The body of the response is not read, so every body can be decoded.
 struct ItemUpdateItemOriginalImageUrlResponse : APIResponse {};
 struct ItemUpdateItemOriginalDetImageUrlResponse : APIResponse {};
 
-/// POST "v3/item/update_item_original_image_url". Absent fields are left out of the body.
+/// The message POST "v3/item/update_item_original_image_url". Absent fields are left out of its
+/// body.
 struct ItemUpdateItemOriginalImageUrlRequest : APIRequest {
   std::int64_t itemId = 0;
   std::string originalImageUrl;
@@ -35,7 +36,8 @@ struct ItemUpdateItemOriginalImageUrlRequest : APIRequest {
       const Data& body, const APIDecoder& decoder) const override;
 };
 
-/// POST "v3/item/update_item_original_det_image_url". Absent fields are left out of the body.
+/// The message POST "v3/item/update_item_original_det_image_url". Absent fields are left out of its
+/// body.
 struct ItemUpdateItemOriginalDetImageUrlRequest : APIRequest {
   std::int64_t itemId = 0;
   std::string originalDetImageUrl;

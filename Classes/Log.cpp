@@ -6,7 +6,8 @@
 namespace qx {
 namespace {
 
-/// Only a plain "no" opens the log: a host that does not know its environment counts as production.
+/// Log records are written only after the answer false. A host that does not know its environment
+/// counts as production.
 bool isOutsideProduction(QXMediator& mediator) {
   const Value production = mediator.perform("QXConfig_currentEnvironmentIsProduction", {});
   const bool* answer = production.asBool();

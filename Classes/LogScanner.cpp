@@ -5,7 +5,8 @@
 namespace qx {
 namespace {
 
-/// Walks over tags. Each operation takes what it names, or nothing and yields false.
+/// Reads tags one after the other. Each operation takes what its name says, or takes nothing and
+/// returns false.
 class Cursor {
  public:
   explicit Cursor(std::string_view text) : rest_(text) {}
@@ -19,7 +20,7 @@ class Cursor {
     rest_.remove_prefix(word.size());
     return true;
   }
-  /// `<tag>text</tag>` or `<tag/>`.
+  /// Takes `<tag>text</tag>` or `<tag/>`.
   bool takeElement(std::string_view tag) {
     Cursor ahead = *this;
     if (!ahead.take("<") || !ahead.take(tag)) return false;
@@ -36,7 +37,7 @@ class Cursor {
            takeElement("true") || takeElement("false") || takeElement("date") ||
            takeElement("data");
   }
-  /// A dictionary of scalars (depth 1), or of dictionaries of them (depth 2).
+  /// Takes a dictionary of scalars (depth 1), or a dictionary of such dictionaries (depth 2).
   bool takeDictionary(int depth) {
     Cursor ahead = *this;
     if (!ahead.take("<dict/>")) {
@@ -76,9 +77,9 @@ std::size_t countOf(std::string_view text, std::string_view word) {
 
 ScannedLog scanLog(std::string_view text) {
   ScannedLog log;
-  // A binary list may hold any text.
+  // A binary list may contain any text.
   if (text.starts_with("bplist")) return log;
-  // One damaged byte does not hide all of these.
+  // No single damaged byte hides all of these.
   log.xml = text.find("<key>") != std::string_view::npos ||
             text.find("<dict") != std::string_view::npos ||
             text.find("plist>") != std::string_view::npos || text.starts_with("<?xml");
@@ -110,7 +111,7 @@ ScannedLog scanLog(std::string_view text) {
   log.whole = log.whole && cursor.rest().empty();
   if (log.whole) return log;
 
-  // From every key on: a damaged entry must not swallow the ones behind it.
+  // An entry may begin at every key, so that a damaged entry does not hide those after it.
   log.entries.clear();
   std::string_view rest = text;
   while (true) {

@@ -1,4 +1,4 @@
-// Finds the entries of a stored log that still stand whole in a damaged file.
+// Finds the entries that are still whole in a damaged stored log.
 //
 // Threads: plain functions and values.
 #pragma once
@@ -10,18 +10,18 @@
 namespace qx {
 
 struct ScannedLog {
-  /// The text looks like an XML property list, whatever its state.
+  /// True when the text looks like an XML property list, damaged or not.
   bool xml = false;
-  /// Nothing but whole entries stands between the root dictionary's tags.
+  /// True when nothing but whole entries stands between the root dictionary's tags.
   bool whole = false;
-  /// The texts of the whole entries, key and dictionary, in order; they refer to the scanned text.
+  /// The texts of the whole entries (key and dictionary) in order. They refer to the scanned text.
   std::vector<std::string_view> entries;
-  /// How many entries there seem to have been, damaged ones included.
+  /// The probable number of entries, including damaged ones.
   std::size_t marks = 0;
 };
 
-/// Any text. An entry is whole when its tags are: a key, then a dictionary of dictionaries of
-/// scalars. What the values say is not looked at.
+/// Scans any text. An entry is whole when its tags are whole: a key, then a dictionary of
+/// dictionaries of scalars. Its values are not checked.
 ScannedLog scanLog(std::string_view text);
 
 }  // namespace qx

@@ -10,7 +10,7 @@
 namespace qx {
 namespace {
 
-/// A finite value's shortest digits d1 d2 d3 ..., which stand for d1.d2d3... * 10^exponent.
+/// The shortest digits d1 d2 d3 ... of a finite value d1.d2d3... * 10^exponent.
 struct Digits {
   bool negative = false;
   std::string digits;
@@ -19,7 +19,7 @@ struct Digits {
 
 template <typename Float>
 Digits shortestDigits(Float value) {
-  // A sign, 17 digits and a point, "e", a sign and three exponent digits at most.
+  // The longest text has a sign, 17 digits, a point, "e", a sign and three digits of the exponent.
   std::array<char, 32> buffer;
   const auto written = std::to_chars(buffer.data(), buffer.data() + buffer.size(), std::fabs(value),
                                      std::chars_format::scientific);
@@ -94,7 +94,7 @@ std::string timeText(double secondsSince1970) {
 }
 
 std::optional<std::int64_t> parseDecimal(std::string_view text) {
-  // from_chars knows "-" but not "+".
+  // from_chars reads "-" but not "+".
   if (!text.empty() && text.front() == '+') {
     text.remove_prefix(1);
     if (!text.empty() && text.front() == '-') return std::nullopt;

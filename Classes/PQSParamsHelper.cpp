@@ -5,7 +5,7 @@
 namespace qx {
 namespace {
 
-/// The extra value under `key` as parsed JSON; nothing when it is no text or no JSON.
+/// The extra value under `key`, parsed as JSON. Nothing when it is no text or no JSON.
 std::optional<Value> parsed(Json& json, const AWSParameterMap& extra, const char* key) {
   const auto entry = extra.find(key);
   const std::string* text = entry == extra.end() ? nullptr : entry->second.asText();

@@ -1,6 +1,6 @@
-// The timer that has stored background uploads retried every 60 seconds.
+// The timer that makes the scheduler retry stored background uploads every 60 seconds.
 //
-// Threads: fireIfNeed from any thread; the tick runs on the global queue.
+// Threads: fireIfNeed() may be called from any thread. The tick runs on the global queue.
 #pragma once
 
 #include <functional>
@@ -13,14 +13,14 @@ namespace qx {
 
 class RetryTimer {
  public:
-  /// `tick` is called at each tick. `dispatch` must outlive the timer.
+  /// Each tick calls `tick`. `dispatch` must outlive the timer.
   RetryTimer(Dispatch& dispatch, std::function<void()> tick);
 
   /// The timer of the process.
   static RetryTimer& shared();
 
-  /// Starts the timer: first tick at once, then every 60 seconds as long as the timer lives. Later
-  /// calls do nothing.
+  /// Starts the timer: it ticks at once, then every 60 seconds as long as it lives. Later calls do
+  /// nothing.
   void fireIfNeed();
 
  private:

@@ -1,6 +1,6 @@
-// What is known of the signed-in user's session at one moment.
+// The signed-in user's session at one moment.
 //
-// Threads: an immutable value; AWSConfigure replaces it as a whole.
+// Threads: an immutable value, which AWSConfigure replaces as a whole.
 #pragma once
 
 #include <map>
@@ -15,13 +15,14 @@
 namespace qx {
 
 struct Session {
-  /// The identity applied last.
+  /// The identity that was applied last.
   std::optional<ConfigParameters> configParameters;
   /// The message client of that identity.
   std::shared_ptr<QXMessageAPINetworkingManager> networkingManager;
-  /// Credentials per scope, as the last successful fetch brought them.
+  /// The credentials of each scope, from the latest successful fetch.
   std::map<std::string, UploadTokenModel> configMap;
-  /// Made anew with each successful fetch; part of the keys of its transfer utilities.
+  /// Changes with each successful fetch. It is part of the keys of the transfer utilities of that
+  /// fetch.
   std::optional<std::string> configUUID;
 };
 

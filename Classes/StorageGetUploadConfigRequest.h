@@ -14,15 +14,15 @@
 namespace qx {
 
 struct StorageGetUploadConfigResponse : APIResponse {
-  /// Credentials per scope; the scopes are the backend's. May be empty.
+  /// The credentials of each scope. The backend chooses the scopes; there may be none.
   std::map<std::string, UploadTokenModel> uploadTokenMap;
 
-  /// From a body whose "upload_token_map" holds one credential record per scope; a single record
-  /// that does not decode fails the whole response.
+  /// Decodes a body whose "upload_token_map" has one credential record per scope. If a single
+  /// record cannot be decoded, the whole response is an error.
   static Result<StorageGetUploadConfigResponse> decode(const Data& data, const APIDecoder& decoder);
 };
 
-/// GET "v3/storage/get_upload_config", without parameters.
+/// The message GET "v3/storage/get_upload_config", which has no parameters.
 struct StorageGetUploadConfigRequest : APIRequest {
   std::string api() const override { return "v3/storage/get_upload_config"; }
   std::vector<std::string> methods() const override { return {"GET"}; }

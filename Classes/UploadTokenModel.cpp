@@ -7,7 +7,7 @@
 namespace qx {
 namespace {
 
-/// Names the member and nothing of what it holds: most members are secrets.
+/// The error names the member but never its content, because most members are secrets.
 Error memberError(std::string_view key) {
   return {"APIDecoder", 1,
           "the member \"" + std::string(key) + "\" of a credential record is missing or mistyped"};

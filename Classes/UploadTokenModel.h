@@ -1,6 +1,6 @@
 // The temporary credentials of one upload scope.
 //
-// Threads: plain value.
+// Threads: a plain value.
 #pragma once
 
 #include <string>
@@ -17,7 +17,7 @@ struct UploadTokenModel {
   std::string accessKeySecret;
   /// The session token that goes with the key.
   std::string securityToken;
-  /// The instant from which the three above are no longer valid.
+  /// The instant from which the credentials are no longer valid.
   Date expiration;
   std::string bucket;
   std::string region;
@@ -26,10 +26,10 @@ struct UploadTokenModel {
   /// The prefix of the public URL of an uploaded object.
   std::string downloadUrlPrefix;
 
-  /// From a JSON object with all eight members; a missing or mistyped one is an error that names
-  /// it.
+  /// Decodes a JSON object with all eight members. A member that is missing or has another type is
+  /// an error that names it.
   static Result<UploadTokenModel> decode(const Value& value, const APIDecoder& decoder);
-  /// All eight members, in the order above.
+  /// Encodes all eight members, in the order above.
   OrderedMembers encode() const;
 
   friend bool operator==(const UploadTokenModel&, const UploadTokenModel&) = default;
