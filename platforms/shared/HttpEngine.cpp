@@ -479,7 +479,7 @@ class HttpEngine::Loop {
       set(easy, CURLOPT_PROXY_CAINFO, settings_.caFile->c_str());
       set(easy, CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
     }
-    // The empty text turns off what the environment says.
+    // An empty text makes libcurl ignore the proxy settings of the environment.
     set(easy, CURLOPT_PROXY, settings_.proxy ? settings_.proxy->c_str() : "");
     set(easy, CURLOPT_NOPROXY, settings_.noProxy ? settings_.noProxy->c_str() : "");
     set(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
@@ -498,7 +498,7 @@ class HttpEngine::Loop {
     return easy;
   }
 
-  /// Sets all that differs between requests, whatever the handle did before.
+  /// Sets all options that differ between requests, whatever the handle was used for before.
   void prepare(Transfer& transfer) {
     const HttpRequest& request = transfer.request;
     CURL* easy = transfer.easy;
@@ -510,8 +510,8 @@ class HttpEngine::Loop {
         transfer.bodySize == 0 && (request.method == "GET" || request.method == "HEAD");
     const bool tiny =
         request.body.size() == 1 && transfer.bodySize > 0 && transfer.bodySize <= kTinyBody;
-    // With the fields of an earlier request in place libcurl would not ask for the body again when
-    // it has to send it anew. First, for this sets the method, too.
+    // The body is cleared first, because that also sets the method. With the fields of an earlier
+    // request in place, libcurl would not ask for the body again when it has to send it once more.
     set(easy, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
     if (plain) {
       set(easy, CURLOPT_UPLOAD, 0L);
@@ -607,7 +607,7 @@ class HttpEngine::Loop {
       if (transfer->sent < transfer->bodySize) refused.push_back(transfer.get());
       answer(*transfer, CURLE_OK);
     }
-    // The rest of their bodies is not needed.
+    // The rest of the bodies of these requests is not needed.
     for (Transfer* transfer : refused) end(transfer, CURLE_OK);
   }
 
