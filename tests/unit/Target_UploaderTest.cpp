@@ -62,7 +62,7 @@ class TargetUploaderTest : public UploadFixture {
     platform.reachability.setReachable(false);
     run();
   }
-  /// The extra values of the one background upload that `action` starts.
+  /// The extra values of the only background upload that `action` starts.
   AWSParameterMap queuedExtra(const std::string& action, const Dictionary& parameters) {
     setUpOffline();
     perform(action, parameters);
@@ -70,7 +70,7 @@ class TargetUploaderTest : public UploadFixture {
     EXPECT_EQ(stored.size(), 1U);
     return stored.empty() ? AWSParameterMap() : stored.front()->task->extra();
   }
-  /// How the item of the one direct upload with these parameters was tagged, if it was.
+  /// The tags of the item of the only direct upload with these parameters, if it was tagged.
   std::optional<FakeTrackingEvents::TaggedItem> taggedBy(const Dictionary& parameters) {
     perform("Action_Upload:", parameters);
     run();
@@ -87,7 +87,7 @@ class TargetUploaderTest : public UploadFixture {
     EXPECT_EQ(records[0].function, function);
     EXPECT_GT(records[0].line, 0);
   }
-  /// Nothing was stored, queued, sent or called back.
+  /// Checks that nothing was stored, queued, sent or called back.
   void expectNothingStarted() {
     run();
     EXPECT_TRUE(completed.empty());
@@ -247,8 +247,8 @@ TEST_F(TargetUploaderTest, SetUpReplacesAnEarlierItemCallback) {
   EXPECT_FALSE(earlierCalled);
 }
 
-/// A data file that no log entry names. A storage that resumes removes it when it opens, which is
-/// when the identity is applied.
+/// A data file that no log entry names. A storage that resumes moves it aside when it opens, which
+/// is when the identity is applied.
 constexpr const char* kOrphan = "/documents/aws-0011/123456/orphan.jpg";
 
 TEST_F(TargetUploaderTest, SetUpResumesStoredTasksOfTheIdentityItApplies) {
@@ -375,7 +375,7 @@ TEST_F(RegisterBackground, NeedsNoSetUp) {
 
 struct Missing {
   const char* key;
-  /// Null: the key is absent.
+  /// Null means that the key is absent.
   Value value;
   const char* message;
   friend std::ostream& operator<<(std::ostream& out, const Missing& missing) {
@@ -713,7 +713,7 @@ TEST_F(TargetUploaderTest, ImageUploadCarriesTheImagesAttributes) {
                              {"OriginalImageWidthKey", "640"},
                              {"OriginalImageHeightKey", "480"},
                              {"OriginalImageFileSizeKey", "5"},
-                             // printf image | sha1sum
+                             // The output of: printf image | sha1sum
                              {"OriginalImageSha1Key", "0e76292794888d4f1fa75fb3aff4ca27c58f56a6"},
                              {"OriginalImageFileFormatKey", "png"},
                              {"OriginalImageUseDetUploadKey", "false"},

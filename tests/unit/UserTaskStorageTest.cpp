@@ -30,7 +30,7 @@ using Operation = MemoryFiles::Operation;
 const std::string kDirectory = "/documents/aws-0011/u1";
 const std::string kLog = kDirectory + "/logs.plist";
 
-/// The log of one task, around the sections of its entry.
+/// The log of one task with these sections in its entry.
 std::string logWith(const std::string& filename, const std::string& sections) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>" +
          filename + "</key><dict>" + sections + "</dict></dict></plist>";
@@ -47,7 +47,7 @@ class UserTaskStorageTest : public testing::Test {
                                             const std::string& bytes = "bytes") {
     return std::make_shared<DataTask>(filename, "images", Data(bytes), std::move(extra));
   }
-  /// File and log entry.
+  /// Stores the file and the log entry of a task.
   static std::shared_ptr<FileTask> store(UserTaskStorage& storage, const std::string& filename,
                                          AWSParameterMap extra = {}) {
     auto stored = storage.storageFile(dataTask(filename, std::move(extra)));
@@ -59,7 +59,7 @@ class UserTaskStorageTest : public testing::Test {
     for (const auto& [name, entry] : storage.localLogs()) names.push_back(name);
     return names;
   }
-  /// The decoded log file, without the code under test.
+  /// The decoded log file, read without the code under test.
   Value logFile() {
     const auto text = platform.files.text(kLog);
     if (!text) return {};
@@ -162,7 +162,8 @@ TEST_F(UserTaskStorageTest, StoredTaskComesBackAsItselfAndWritesNothing) {
   EXPECT_THAT(platform.files.paths(), IsEmpty());
 }
 
-/// Neither kind of task that the library makes: on disk without a path, or without bytes.
+/// The library makes neither of these kinds of task: one on the disk without a path, and one
+/// without bytes.
 class OddTask : public Task {
  public:
   explicit OddTask(bool hasPath) : hasPath_(hasPath) {}
@@ -389,7 +390,7 @@ TEST_F(UserTaskStorageTest, UnusableLogReadsAsEmpty) {
        {std::string("no property list"), std::string(), head + "<array/></plist>",
         head + "<dict><key>a</key><string>x</string></dict></plist>",
         head + "<dict><key>a</key><dict><key>base</key><string>x</string></dict></dict></plist>",
-        // One misshapen entry makes the whole log unusable.
+        // One entry of another shape makes the whole log unusable.
         logWith("a.jpg", base("aws-0011/u1/a.jpg") + "<key>extra</key><array/>")}) {
     platform.files.put(kLog, log);
     UserTaskStorage storage(library.platform, "u1");
@@ -586,12 +587,13 @@ TEST_F(UserTaskStorageTest, EachCallThatWaitsForNobodyWrites) {
 
 class UserTaskStorageResumeTest : public UserTaskStorageTest {
  protected:
-  /// Three stored tasks, as a run with the switch leaves them.
+  /// Three stored tasks, as a run with "resumeStoredTasks" leaves them.
   void storeThree() {
     UserTaskStorage storage(library.platform, "u1", StoredTasks::resume);
     for (const char* name : {"0.jpg", "1.jpg", "2.jpg"}) store(storage, name, {{"text", name}});
   }
-  /// Where an entry stands in the log: from its key to the next one's, or to the root's end.
+  /// The place of an entry in the log: from its key to the key of the next entry, or to the end of
+  /// the root.
   static std::pair<std::size_t, std::size_t> placeOf(const std::string& log,
                                                      const std::string& name) {
     const std::size_t begin = log.find("<key>" + name + "</key>");
@@ -700,7 +702,7 @@ TEST_F(UserTaskStorageResumeTest, LogThatCannotBeReadIsNeverWrittenOver) {
   EXPECT_FALSE(storage.syncLog());
   EXPECT_EQ(platform.files.text(kLog), log);
 
-  // Once it reads again, its entries are there beside those of this run.
+  // Once the log can be read again, it has its own entries and those of this run.
   platform.files.clearFaults();
   EXPECT_TRUE(storage.storageLog(*task));
   EXPECT_THAT(loggedNames(storage), ElementsAre("0.jpg", "1.jpg", "2.jpg", "new.jpg"));
@@ -729,7 +731,7 @@ TEST_F(UserTaskStorageResumeTest, DamagedLogThatCannotBeSetAsideIsNeverWrittenOv
   EXPECT_TRUE(platform.files.text(kDirectory + "/1.jpg")) << "stays for a person to look at";
 }
 
-// As a host's logger may do whose records go up in the background.
+// A logger of a host whose records are uploaded in the background.
 TEST_F(UserTaskStorageResumeTest, LoggerThatHearsOfTheDamageMayUseTheStorage) {
   storeThree();
   platform.files.put(kLog, platform.files.text(kLog)->substr(0, 700));
@@ -737,7 +739,7 @@ TEST_F(UserTaskStorageResumeTest, LoggerThatHearsOfTheDamageMayUseTheStorage) {
   const auto storage = library.storages.open("u1", StoredTasks::resume);
   platform.files.clearFaults();
   int asked = 0;
-  // Asked for each record.
+  // The host is asked this for each record.
   platform.mediator.answer("QXConfig_currentEnvironmentIsProduction",
                            [&](const std::vector<Value>&) {
                              ++asked;
@@ -831,18 +833,18 @@ TEST_F(UserTaskStorageResumeTest, StorageInUseIsTheOneThatIsResumed) {
   EXPECT_NE(library.storages.open("u2", StoredTasks::resume), first);
 }
 
-/// Where the four threads of a test stand.
+/// The progress of the four threads of a test.
 struct Crowd {
-  /// Entries whose text is made.
+  /// The number of entries whose text has been made.
   std::atomic<std::size_t> made = 0;
-  /// Entries in the log file.
+  /// The number of entries in the log file.
   std::atomic<std::size_t> logged = 0;
   std::atomic<std::size_t> finishedThreads = 0;
 };
 
-/// Lets a write of the log begin only when every thread has something to log, as a slow disk would:
-/// or after a while, for a thread may wait for the next write with its entry in the log already.
-/// The log holds one piece per entry, between two at either end.
+/// Lets a write of the log begin only when every thread has something to log, as a slow disk would,
+/// or after a while, because a thread may wait for the next write with its entry in the log
+/// already. The log holds one piece per entry, between two pieces at either end.
 class CrowdedFiles : public MemoryFiles {
  public:
   explicit CrowdedFiles(Crowd& crowd) : crowd_(crowd) {}
@@ -861,7 +863,7 @@ class CrowdedFiles : public MemoryFiles {
   Crowd& crowd_;
 };
 
-/// Notices a text being read back, the last thing before an entry goes into the log.
+/// Notices that a text is read back, which is the last step before an entry goes into the log.
 class CrowdedPropertyLists : public SimplePropertyLists {
  public:
   explicit CrowdedPropertyLists(Crowd& crowd) : crowd_(crowd) {}

@@ -188,12 +188,12 @@ TEST(HttpEngine, ConnectionClosedWhileIdleIsReplacedAndTheBodySentAgain) {
   EXPECT_EQ(server.requests()[1].body, "body");
 }
 
-// The handle, too, is one that has been used: for a body that it was given whole.
+// The libcurl handle has been used before, too, for a body that it was given whole.
 TEST(HttpEngine, ConnectionLostInTheMiddleOfABodyIsReplacedAndTheBodySentFromItsStart) {
   Turn lost;
   lost.read = Turn::Read::head;
   lost.answer.clear();
-  // Time for the body to be on its way.
+  // Gives the body time to be on its way.
   lost.pieces = 1;
   lost.pieceIntervalMs = 50;
   lost.then = Turn::Then::reset;
@@ -373,7 +373,7 @@ TEST(HttpEngine, ContinueAloneIsNoAnswer) {
   turn.then = Turn::Then::stall;
   ScriptedServer server({turn});
   HttpEngine engine({});
-  // More than the sockets' buffers hold, so that it cannot be sent whole.
+  // The body is larger than the sockets' buffers, so that it cannot be sent whole.
   HttpRequest request = put(server.url() + "/", {Data(std::string(64 * kMiB, 'x'))});
   request.idleTimeoutSeconds = 0.2;
   const HttpAnswer answer = exchange(engine, std::move(request));
@@ -410,7 +410,7 @@ TEST(HttpEngine, SlowButSteadyAnswerOutlivesTheIdleTimeout) {
   EXPECT_GT(answer.elapsedSeconds, 0.4);
 }
 
-// All of it is in the kernel's buffers long before the server has read it.
+// The whole body is in the kernel's buffers long before the server has read it.
 TEST(HttpEngine, BodyThatIsReadSlowlyButSteadilyOutlivesTheIdleTimeout) {
   Turn turn;
   turn.readIntervalMs = 25;
@@ -540,14 +540,14 @@ TEST(HttpEngine, DestructionEndsEveryRequestExactlyOnce) {
   {
     HttpEngine engine({});
     for (std::size_t i = 0; i < kRequests; ++i) {
-      // More than may be under way at once, and one that has yet to begin.
+      // More requests than may be under way at once, and one that has yet to begin.
       HttpRequest request = get(server.url() + "/");
       if (i == 0) request.delaySeconds = 3600;
       engine.send(std::move(request), [&answers, &engine, &server, i](HttpAnswer answer) {
         EXPECT_EQ(answer.error->domain, "Transport");
         ++answers[i];
         if (i > 1) return;
-        // What a handler sends now ends as well.
+        // A request that a handler sends now ends as well.
         engine.send(get(server.url() + "/"), [&answers, i](HttpAnswer last) {
           EXPECT_TRUE(last.error);
           ++answers[kRequests + i];
