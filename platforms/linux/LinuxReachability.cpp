@@ -19,6 +19,8 @@
 #include <memory>
 #include <utility>
 
+#include "platform/Mutex.h"
+
 namespace qx {
 namespace {
 
@@ -26,6 +28,7 @@ namespace {
 /// reachable, the names are therefore looked up at this interval.
 constexpr int kRetryMilliseconds = 5000;
 constexpr std::chrono::seconds kFirstLookUpLimit{2};
+constexpr std::chrono::milliseconds kPatienceWithLookUp{500};
 
 int openNetlink() {
   const int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
@@ -95,71 +98,114 @@ void drain(int fd) {
 
 }  // namespace
 
+struct LinuxReachability::Watch {
+  explicit Watch(std::vector<std::string> names) : hosts(std::move(names)) {}
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+  ~Watch() {
+    if (netlink >= 0) ::close(netlink);
+    if (stop >= 0) ::close(stop);
+  }
+
+  /// The thread.
+  void run();
+  /// Looks up the routes, and tells the listeners of a change. False when the thread shall end.
+  bool lookUp();
+
+  const std::vector<std::string> hosts;
+  const int netlink = openNetlink();
+  /// Becomes readable when the thread shall end.
+  const int stop = ::eventfd(0, EFD_CLOEXEC);
+
+  Mutex mutex;
+  /// `isKnown` or `isLookingUp` has changed.
+  Condition changed;
+  bool stopping QX_GUARDED_BY(mutex) = false;
+  /// The thread may be waiting for a name server.
+  bool isLookingUp QX_GUARDED_BY(mutex) = false;
+  bool isKnown QX_GUARDED_BY(mutex) = false;
+  bool reachable QX_GUARDED_BY(mutex) = true;
+  std::vector<Listener> listeners QX_GUARDED_BY(mutex);
+};
+
 LinuxReachability::LinuxReachability(std::vector<std::string> hosts)
-    : hosts_(std::move(hosts)),
-      firstLookUpDeadline_(std::chrono::steady_clock::now() + kFirstLookUpLimit),
-      netlink_(openNetlink()),
-      stop_(::eventfd(0, EFD_CLOEXEC)),
-      thread_([this] { watch(); }) {}
+    : firstLookUpDeadline_(std::chrono::steady_clock::now() + kFirstLookUpLimit),
+      watch_(std::make_shared<Watch>(std::move(hosts))),
+      thread_([watch = watch_] { watch->run(); }) {}
 
 LinuxReachability::~LinuxReachability() {
+  stop();
+}
+
+void LinuxReachability::stop() {
+  if (!thread_.joinable()) return;
+  const auto deadline = std::chrono::steady_clock::now() + kPatienceWithLookUp;
+  bool waitsForNames = false;
   {
-    MutexLock lock(mutex_);
-    stopping_ = true;
+    MutexLock lock(watch_->mutex);
+    watch_->stopping = true;
+    while (watch_->isLookingUp && watch_->changed.waitUntil(watch_->mutex, deadline)) {
+    }
+    waitsForNames = watch_->isLookingUp;
   }
   const std::uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = ::write(stop_, &one, sizeof one);
-  thread_.join();
-  if (netlink_ >= 0) ::close(netlink_);
-  if (stop_ >= 0) ::close(stop_);
+  [[maybe_unused]] const ssize_t written = ::write(watch_->stop, &one, sizeof one);
+  if (waitsForNames) {
+    // A name server that does not answer holds it up for longer than a person waits.
+    thread_.detach();
+  } else {
+    thread_.join();
+  }
 }
 
 bool LinuxReachability::isReachable() {
-  MutexLock lock(mutex_);
-  while (!isKnown_ && known_.waitUntil(mutex_, firstLookUpDeadline_)) {
+  MutexLock lock(watch_->mutex);
+  while (!watch_->isKnown && watch_->changed.waitUntil(watch_->mutex, firstLookUpDeadline_)) {
   }
-  return reachable_;
+  return watch_->reachable;
 }
 
 void LinuxReachability::startListening(Listener listener) {
-  MutexLock lock(mutex_);
-  listeners_.push_back(std::move(listener));
+  MutexLock lock(watch_->mutex);
+  watch_->listeners.push_back(std::move(listener));
 }
 
-void LinuxReachability::watch() {
+void LinuxReachability::Watch::run() {
   ::pthread_setname_np(::pthread_self(), "qx.reachability");
-  for (;;) {
-    lookUp();
-    bool reachable = false;
+  while (lookUp()) {
+    bool isReachable = false;
     {
-      MutexLock lock(mutex_);
-      reachable = reachable_;
+      MutexLock lock(mutex);
+      isReachable = reachable;
     }
     // poll ignores a negative descriptor, which stands for one that could not be opened.
-    std::array<pollfd, 2> events = {pollfd{stop_, POLLIN, 0}, pollfd{netlink_, POLLIN, 0}};
-    const bool hearsAll = stop_ >= 0 && netlink_ >= 0;
-    ::poll(events.data(), events.size(), reachable && hearsAll ? -1 : kRetryMilliseconds);
-    {
-      MutexLock lock(mutex_);
-      if (stopping_) return;
-    }
-    if (events[1].revents != 0) drain(netlink_);
+    std::array<pollfd, 2> events = {pollfd{stop, POLLIN, 0}, pollfd{netlink, POLLIN, 0}};
+    const bool hearsAll = stop >= 0 && netlink >= 0;
+    ::poll(events.data(), events.size(), isReachable && hearsAll ? -1 : kRetryMilliseconds);
+    if (events[1].revents != 0) drain(netlink);
   }
 }
 
-void LinuxReachability::lookUp() {
-  const bool now =
-      hosts_.empty() ? hasNetwork() : std::any_of(hosts_.begin(), hosts_.end(), isHostReachable);
-  std::vector<Listener> listeners;
+bool LinuxReachability::Watch::lookUp() {
   {
-    MutexLock lock(mutex_);
-    // The first look-up finds the state before any change, so listeners do not hear of it.
-    if (isKnown_ && reachable_ != now) listeners = listeners_;
-    reachable_ = now;
-    isKnown_ = true;
-    known_.notifyAll();
+    MutexLock lock(mutex);
+    if (stopping) return false;
+    isLookingUp = true;
   }
-  for (const Listener& listener : listeners) listener(now, false);
+  const bool now =
+      hosts.empty() ? hasNetwork() : std::any_of(hosts.begin(), hosts.end(), isHostReachable);
+  std::vector<Listener> told;
+  {
+    MutexLock lock(mutex);
+    isLookingUp = false;
+    // The first look-up finds the state before any change, so listeners do not hear of it.
+    if (!stopping && isKnown && reachable != now) told = listeners;
+    reachable = now;
+    isKnown = true;
+    changed.notifyAll();
+  }
+  for (const Listener& listener : told) listener(now, false);
+  return true;
 }
 
 }  // namespace qx

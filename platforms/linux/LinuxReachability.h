@@ -6,11 +6,11 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/Mutex.h"
 #include "platform/Networking.h"
 
 namespace qx {
@@ -21,7 +21,7 @@ class LinuxReachability : public QXNetworkingReachabilityTool {
   /// over loopback, too. Without hosts it is reachable when an interface other than loopback is up
   /// and has an address.
   explicit LinuxReachability(std::vector<std::string> hosts);
-  /// Joins the thread, and waits for a look-up of a host name that is under way.
+  /// Calls stop().
   ~LinuxReachability() override;
   LinuxReachability(const LinuxReachability&) = delete;
   LinuxReachability& operator=(const LinuxReachability&) = delete;
@@ -31,25 +31,17 @@ class LinuxReachability : public QXNetworkingReachabilityTool {
   bool isReachable() override;
   void startListening(Listener listener) override;
 
+  /// Ends the thread; no listener is called any more. A look-up of a host name may take long: after
+  /// half a second the thread is left to itself and ends with its look-up. A second call does
+  /// nothing.
+  void stop();
+
  private:
-  void watch();
-  /// Looks up the routes, and tells the listeners of a change.
-  void lookUp();
+  /// All that the thread uses. The thread keeps it, because it may outlive this object.
+  struct Watch;
 
-  const std::vector<std::string> hosts_;
   const std::chrono::steady_clock::time_point firstLookUpDeadline_;
-  const int netlink_;
-  /// Becomes readable when the thread shall end.
-  const int stop_;
-
-  Mutex mutex_;
-  Condition known_;
-  bool stopping_ QX_GUARDED_BY(mutex_) = false;
-  bool isKnown_ QX_GUARDED_BY(mutex_) = false;
-  bool reachable_ QX_GUARDED_BY(mutex_) = true;
-  std::vector<Listener> listeners_ QX_GUARDED_BY(mutex_);
-
-  /// The last member, because the thread uses all members above.
+  const std::shared_ptr<Watch> watch_;
   std::thread thread_;
 };
 

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,9 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "contract/TemporaryDirectory.h"
 
 namespace qx {
 namespace {
@@ -95,6 +101,59 @@ TEST(LinuxReachabilityTest, WithoutHostsLoopbackAloneIsNoNetwork) {
   if (!isInEmptyNetwork()) return;
   ASSERT_TRUE(bringLoopbackUp());
   EXPECT_FALSE(LinuxReachability({}).isReachable());
+}
+
+/// A name server on loopback that never answers, the only one that this process asks from now on.
+class SilentNameServer {
+ public:
+  SilentNameServer() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(53);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ready_ = ::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+             ::unshare(CLONE_NEWNS) == 0 &&
+             ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+             ::mount(resolv_.path().c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+  }
+  ~SilentNameServer() { ::close(socket_); }
+  SilentNameServer(const SilentNameServer&) = delete;
+  SilentNameServer& operator=(const SilentNameServer&) = delete;
+
+  bool ready() const { return ready_; }
+  /// Waits until somebody asks.
+  void waitForQuestion() const {
+    char byte = 0;
+    EXPECT_GT(::recv(socket_, &byte, 1, 0), 0);
+  }
+
+ private:
+  /// Asks the server on loopback, and waits for it as long as the system does by default.
+  class Resolv {
+   public:
+    Resolv() { std::ofstream(path()) << "nameserver 127.0.0.1\n"; }
+    std::string path() const { return directory_.path() + "/resolv.conf"; }
+
+   private:
+    const TemporaryDirectory directory_;
+  };
+
+  const Resolv resolv_;
+  const int socket_;
+  bool ready_ = false;
+};
+
+TEST(LinuxReachabilityTest, NameServerThatDoesNotAnswerDelaysNoStop) {
+  if (!isInEmptyNetwork()) return;
+  ASSERT_TRUE(bringLoopbackUp());
+  const SilentNameServer server;
+  ASSERT_TRUE(server.ready());
+  LinuxReachability tool({"store.example"});
+  server.waitForQuestion();
+  const auto start = std::chrono::steady_clock::now();
+  tool.stop();
+  // The system gives a name server up after 5 seconds and asks twice.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
 }  // namespace
