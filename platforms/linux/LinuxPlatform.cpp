@@ -135,10 +135,7 @@ LinuxPlatform::LinuxPlatform(LinuxSettings settings) {
 }
 
 LinuxPlatform::~LinuxPlatform() {
-  // The transfers are stopped first, and each ends with an error. Then the remaining work runs,
-  // their completions among it, while every seam still exists.
-  parts_->engine.stop();
-  parts_->dispatch.shutDown();
+  shutDown();
   if (!parts_->developer) return;
   const PosixDispatch::MainQueueUse use = parts_->dispatch.mainQueueUse();
   parts_->mistakes.mainQueueAtTheEnd(use.put, use.started);
@@ -180,6 +177,15 @@ void LinuxPlatform::runMainQueue() {
 
 void LinuxPlatform::stopMainQueue() {
   parts_->dispatch.stopMainQueue();
+}
+
+void LinuxPlatform::shutDown() {
+  // The reachability, which starts uploads, is stopped first. Then the transfers are stopped, and
+  // each ends with an error. Then the remaining work runs, their completions among it, while every
+  // seam still works.
+  parts_->reachability.stop();
+  parts_->engine.stop();
+  parts_->dispatch.shutDown();
 }
 
 }  // namespace qx

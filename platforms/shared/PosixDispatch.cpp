@@ -292,6 +292,17 @@ class PosixDispatch::MainQueue : public DispatchQueue {
     });
     done.wait();
   }
+  /// Drops the remaining work, and all work that comes later.
+  void close() {
+    std::deque<Work> dropped;
+    {
+      MutexLock lock(mutex_);
+      closed_ = true;
+      dropped.swap(items_);
+    }
+    // Destroyed outside the lock, because the captures of the work may call this queue then.
+    dropped.clear();
+  }
 
   void run() {
     const RunningOn here(this);
@@ -319,6 +330,7 @@ class PosixDispatch::MainQueue : public DispatchQueue {
  private:
   void enqueue(Work work) {
     MutexLock lock(mutex_);
+    if (closed_) return;
     items_.push_back(std::move(work));
     // Notified under the lock, because the thread in run() may destroy this queue as soon as it has
     // taken a stop.
@@ -332,6 +344,7 @@ class PosixDispatch::MainQueue : public DispatchQueue {
   const std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   Mutex mutex_;
   Condition wake_;
+  bool closed_ QX_GUARDED_BY(mutex_) = false;
   /// An empty piece of work stops run().
   std::deque<Work> items_ QX_GUARDED_BY(mutex_);
 };
@@ -506,6 +519,7 @@ PosixDispatch::~PosixDispatch() {
 void PosixDispatch::shutDown() {
   workers_->closeWhenQuiet();
   workers_->joinAll();
+  main_->close();
 }
 
 std::shared_ptr<DispatchQueue> PosixDispatch::makeSerialQueue(std::string label) {

@@ -91,5 +91,26 @@ TEST(LinuxPlatform, ItsThreadsEndWithIt) {
   EXPECT_EQ(threadCount(), before);
 }
 
+TEST(LinuxPlatform, ShutDownEndsItsThreadsAndDropsTheWorkOfTheMainQueue) {
+  const TemporaryDirectory directory;
+  // ThreadSanitizer makes a thread of its own with the first of ours.
+  std::thread([] {}).join();
+  const int before = threadCount();
+  LinuxPlatform platform(settingsFor(directory));
+  Dispatch& dispatch = platform.seams().dispatch;
+  const auto early = std::make_shared<int>();
+  const auto late = std::make_shared<int>();
+  bool ran = false;
+  dispatch.mainQueue().async([early] { FAIL() << *early; });
+  dispatch.globalQueue().async([&] { ran = true; });
+  platform.shutDown();
+  dispatch.mainQueue().async([late] { FAIL() << *late; });
+  platform.shutDown();
+  EXPECT_TRUE(ran);
+  EXPECT_EQ(threadCount(), before);
+  EXPECT_EQ(early.use_count(), 1);
+  EXPECT_EQ(late.use_count(), 1);
+}
+
 }  // namespace
 }  // namespace qx
