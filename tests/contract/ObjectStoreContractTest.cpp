@@ -31,7 +31,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 struct FakeStore {
-  /// Sets the object that the bucket holds under "k". Nothing: there is no such object.
+  /// Sets the object that the bucket holds under "k". Without a value there is no such object.
   void holds(const std::optional<std::string>& object) {
     if (object) store.put("bucket", "k", Data(*object));
   }

@@ -1,5 +1,9 @@
 // A clock that moves only when a test moves it.
 //
+//     FakeClock clock(1000);
+//     clock.addAlarm(1060, [] { std::puts("a minute later"); });
+//     clock.advance(60);  // Rings the alarm; clock.now() is 1060 then.
+//
 // Threads: now() may be called from any thread. The other operations belong to the test's thread.
 #pragma once
 

@@ -5,6 +5,11 @@
 // themselves waiting further up the stack, and is fatal when no work is left that could end the
 // wait. A deadlock therefore fails with one line instead of a test that hangs.
 //
+//     FakeClock clock;
+//     FakeDispatch dispatch(clock);
+//     dispatch.globalQueue().async([] { std::puts("runs below"); });
+//     dispatch.runUntilIdle();
+//
 // Threads: async() and signal() may be called from any thread. The other operations belong to the
 // test's thread.
 #pragma once

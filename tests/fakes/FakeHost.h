@@ -1,6 +1,10 @@
 // Fakes of the host's smaller services: logger, console, notification centre, item tags,
 // reachability. Each remembers what it was told.
 //
+//     FakeLogger logger;
+//     library(logger);                      // Code that logs.
+//     EXPECT_THAT(logger.messages(), testing::ElementsAre("miss scope"));
+//
 // Threads: every operation may be called from any thread. Handlers run on the calling thread.
 #pragma once
 

@@ -57,7 +57,7 @@ class FakeObjectStore : public ObjectStore {
   void failAtOnce(Error error);
   /// The next transfers, one for each error, end with that error in their completion.
   void failOnce(Error error);
-  /// From now on every transfer ends with this error; nothing makes them succeed again.
+  /// From now on every transfer ends with this error. Without an error transfers succeed again.
   void failAll(std::optional<Error> error);
   /// Sets the progress reports before the completion of a download.
   void reportProgress(std::vector<TransferProgress> reports);
