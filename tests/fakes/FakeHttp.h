@@ -1,5 +1,10 @@
 // HTTP without a network. It records requests and answers them from a script.
 //
+//     FakeHttp http;
+//     http.answer({.begun = true, .status = 200, .body = "hello"});
+//     http.send({.url = "https://store.test/a"}, [](HttpAnswer answer) { use(answer.body); });
+//     http.run();  // Calls the handler.
+//
 // Threads: send and cancel may be called from any thread. Handlers run on the thread that calls
 // run().
 #pragma once

@@ -1,5 +1,9 @@
 // A mediator whose answers a test sets beforehand. It remembers the questions that it was asked.
 //
+//     FakeMediator mediator;
+//     mediator.signIn("u1", "token", "https://backend.test");
+//     mediator.answer("QXConfig_GetAwsUploaderServerAddress", "https://upload.test");
+//
 // Threads: every operation may be called from any thread. Answers and actions run on the calling
 // thread.
 #pragma once

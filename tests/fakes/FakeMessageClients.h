@@ -1,6 +1,10 @@
 // A scripted backend. It records the messages that would have been sent and answers them from a
 // script.
 //
+//     FakeMessageClients clients;
+//     clients.failOnce("v3/storage/get_upload_config", {"Transport", 1028, "timed out"});
+//     clients.answer("v3/storage/get_upload_config", Dictionary{{"upload_token_map", records}});
+//
 // Threads: every operation may be called from any thread. An answer runs on the queue that was
 // given to answerOn(), or else on the sender's thread before request() returns. (The real client
 // never answers that early; a library that can deal with it can deal with more than it will meet.)

@@ -1,6 +1,11 @@
 // A scripted object store in memory. It records configurations, registrations and transfers, keeps
 // what is uploaded, and answers from a script.
 //
+//     FakeObjectStore store;
+//     store.failOnce({"ObjectStore", 3, "HTTP 503"});  // The next transfer fails.
+//     upload(store);                                    // Code that uploads twice.
+//     EXPECT_EQ(store.uploads().size(), 2);
+//
 // Threads: as in FakeMessageClients.h. A completion runs on the queue that was given to answerOn(),
 // or else on the caller's thread before the transfer call returns; a held completion runs on the
 // thread that calls release().

@@ -1,5 +1,9 @@
 // A scripted upload server. It records the forms that it gets and answers them from a script.
 //
+//     FakeUploadClients clients;
+//     clients.answerOnce({std::nullopt, HTTPURLResponse{503}});  // The next form fails.
+//     EXPECT_EQ(clients.uploads().front().parts.front().name, "image_size");
+//
 // Threads: as in FakeMessageClients.h. An answer runs on the queue that was given to answerOn(), or
 // else on the sender's thread before upload() returns; a held answer runs on the thread that calls
 // release().

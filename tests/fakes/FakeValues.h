@@ -1,5 +1,9 @@
 // Random numbers, identifiers and image headers that a test can predict.
 //
+//     FakeRandom random;
+//     random.push(42);
+//     random.next();  // 42, then 1, 2, 3 and so on.
+//
 // Threads: every operation may be called from any thread.
 #pragma once
 

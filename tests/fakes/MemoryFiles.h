@@ -1,5 +1,10 @@
 // A file system in memory. A test can make its operations fail.
 //
+//     MemoryFiles files;
+//     files.put("/documents/a.txt", "hello");
+//     files.fail(MemoryFiles::Operation::read, "/documents/a.txt");
+//     files.read("/documents/a.txt");  // An error with the code EIO.
+//
 // Threads: every operation may be called from any thread.
 #pragma once
 

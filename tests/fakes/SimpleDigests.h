@@ -1,5 +1,8 @@
 // The digests, written out from their definitions.
 //
+//     SimpleDigests digests;
+//     const Sha256Digest digest = digests.sha256("payload");
+//
 // Threads: as in Digests.h. The class has no state.
 #pragma once
 

@@ -2,6 +2,10 @@
 // libraries of the real platform. They read what this project and its tests write; of property
 // lists they read the XML form only.
 //
+//     SimpleJson json;
+//     json.encode(Value(Dictionary{{"id", 7}}));  // {"id":7}
+//     json.decode(Data("[1, 2]"));                // Value(Array{1, 2})
+//
 // Threads: no state. Every operation may be called from any thread.
 #pragma once
 
