@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstddef>
 #include <string_view>
 #include <utility>
 
 #include "Classes/Log.h"
 #include "Classes/NumberText.h"
+#include "platform/Hex.h"
 
 namespace qx {
 namespace {
@@ -234,13 +234,7 @@ std::int64_t TaskExecutor::generataItemId(const Platform& platform) {
 }
 
 std::string sha1(Digests& digests, const Data& bytes) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (const std::byte b : digests.sha1(bytes.text())) {
-    text += digits[std::to_integer<std::size_t>(b >> 4)];
-    text += digits[std::to_integer<std::size_t>(b & std::byte{15})];
-  }
-  return text;
+  return hex(digests.sha1(bytes.text()));
 }
 
 }  // namespace qx

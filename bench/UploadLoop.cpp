@@ -8,8 +8,8 @@
 
 #include "bench/UploadSides.h"
 #include "http/Headers.h"
-#include "http/Hex.h"
 #include "platform/Error.h"
+#include "platform/Hex.h"
 #include "platforms/shared/OpenSslDigests.h"
 #include "s3/SigV4.h"
 

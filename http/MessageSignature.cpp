@@ -1,6 +1,6 @@
 #include "http/MessageSignature.h"
 
-#include "http/Hex.h"
+#include "platform/Hex.h"
 
 namespace qx {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "http/Hex.h"
+#include "platform/Hex.h"
 
 namespace qx {
 namespace {

@@ -5,17 +5,12 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/Hex.h"
+
 namespace qx {
 namespace {
 
 constexpr std::string_view kMark = "...";
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 /// A text whose percent escapes are resolved.
 struct Plain {
@@ -29,10 +24,10 @@ Plain plainOf(std::string_view text) {
   Plain plain;
   for (std::size_t i = 0; i < text.size();) {
     plain.origins.push_back(i);
-    const bool isEscape = text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 &&
-                          hexDigit(text[i + 2]) >= 0;
+    const bool isEscape = text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
+                          hexValue(text[i + 2]) >= 0;
     plain.text +=
-        isEscape ? static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2])) : text[i];
+        isEscape ? static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])) : text[i];
     i += isEscape ? 3 : 1;
   }
   plain.origins.push_back(text.size());

@@ -1,5 +1,9 @@
 #include "http/UriEncoding.h"
 
+#include <cstddef>
+
+#include "platform/Hex.h"
+
 namespace qx {
 namespace {
 
@@ -9,7 +13,6 @@ bool isUnreserved(char c) {
 }
 
 std::string encode(std::string_view text, bool keepSlash) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string encoded;
   encoded.reserve(text.size());
   for (const char c : text) {
@@ -17,10 +20,8 @@ std::string encode(std::string_view text, bool keepSlash) {
       encoded += c;
       continue;
     }
-    const auto byte = static_cast<unsigned char>(c);
     encoded += '%';
-    encoded += kDigits[byte >> 4];
-    encoded += kDigits[byte & 15];
+    appendHex(encoded, static_cast<std::byte>(c), kUpperHex);
   }
   return encoded;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "platform/Hex.h"
 #include "platform/Utf8.h"
 
 namespace qx {
@@ -13,12 +14,6 @@ bool isAlpha(char c) {
 }
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
-}
-int hexDigit(char c) {
-  if (isDigit(c)) return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
 }
 bool isUnreserved(char c) {
   return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
@@ -67,7 +62,7 @@ bool consistsOf(std::string_view text, std::string_view others) {
   while (!text.empty()) {
     const char c = text.front();
     if (c == '%') {
-      if (text.size() < 3 || hexDigit(text[1]) < 0 || hexDigit(text[2]) < 0) return false;
+      if (text.size() < 3 || hexValue(text[1]) < 0 || hexValue(text[2]) < 0) return false;
       text.remove_prefix(3);
     } else if (static_cast<unsigned char>(c) >= 0x80) {
       const auto character = takeUtf8Character(text);
@@ -116,7 +111,7 @@ std::optional<int> groupCount(std::string_view text, bool mayEndInIPv4) {
     const bool last = end == text.size();
     if (last && mayEndInIPv4 && isIPv4(group)) return count + 1;
     if (group.empty() || group.size() > 4 ||
-        !std::all_of(group.begin(), group.end(), [](char c) { return hexDigit(c) >= 0; })) {
+        !std::all_of(group.begin(), group.end(), [](char c) { return hexValue(c) >= 0; })) {
       return std::nullopt;
     }
     if (last) return count;
@@ -139,7 +134,7 @@ bool isIPvFuture(std::string_view text) {
   }
   const std::string_view version = text.substr(1, dot - 1);
   const std::string_view address = text.substr(dot + 1);
-  return std::all_of(version.begin(), version.end(), [](char c) { return hexDigit(c) >= 0; }) &&
+  return std::all_of(version.begin(), version.end(), [](char c) { return hexValue(c) >= 0; }) &&
          !address.empty() && std::all_of(address.begin(), address.end(), [](char c) {
            return isUnreserved(c) || isSubDelim(c) || c == ':';
          });
@@ -171,7 +166,7 @@ std::string percentDecoded(std::string_view text) {
   decoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '%') {
-      decoded.push_back(static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2])));
+      decoded.push_back(static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
       i += 2;
     } else {
       decoded.push_back(text[i]);
@@ -195,16 +190,13 @@ std::optional<Url> Url::parse(std::string_view text) {
 }
 
 Url Url::file(std::string_view path) {
-  constexpr std::string_view kHex = "0123456789ABCDEF";
   std::string text = "file://";
   for (const char c : path) {
     if (isUnreserved(c) || isSubDelim(c) || c == ':' || c == '@' || c == '/') {
       text.push_back(c);
     } else {
-      const auto byte = static_cast<unsigned char>(c);
       text.push_back('%');
-      text.push_back(kHex[byte >> 4]);
-      text.push_back(kHex[byte & 0xF]);
+      appendHex(text, static_cast<std::byte>(c), kUpperHex);
     }
   }
   return Url(std::move(text));

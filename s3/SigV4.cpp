@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "http/Hex.h"
+#include "platform/Hex.h"
 
 namespace qx {
 namespace {

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "http/Headers.h"
-#include "http/Hex.h"
+#include "platform/Hex.h"
 
 namespace qx {
 namespace {

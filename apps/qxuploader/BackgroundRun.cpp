@@ -11,6 +11,7 @@
 #include "Interrupts.h"
 #include "Text.h"
 #include "UploadCommand.h"
+#include "platform/Hex.h"
 
 namespace qx::app {
 namespace {
@@ -21,16 +22,6 @@ constexpr std::int64_t kAttempts = 10;
 constexpr std::int64_t kDefaultLimit = 6;
 /// Without an outcome for this long, the log is looked at again.
 constexpr double kQuietSeconds = 3;
-
-std::string sha1Text(Digests& digests, const Data& bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (const std::byte byte : digests.sha1(bytes.text())) {
-    text += kDigits[std::to_integer<unsigned>(byte) >> 4];
-    text += kDigits[std::to_integer<unsigned>(byte) & 15];
-  }
-  return text;
-}
 
 std::string imageId(const std::string& itemId, const std::string& sha1) {
   return "image " + itemId + " " + sha1;
@@ -236,7 +227,7 @@ void BackgroundRun::submitImage(const std::string& file, const ImageOptions& opt
     return;
   }
   const std::string itemId = std::to_string(options.itemId);
-  const std::string id = imageId(itemId, sha1Text(host().seams().digests, *data));
+  const std::string id = imageId(itemId, hex(host().seams().digests.sha1(data->text())));
   const Value tags = Array(options.tags.begin(), options.tags.end());
   // The tags as the library keeps them with a task.
   const std::string tagsText =

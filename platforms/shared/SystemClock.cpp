@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "platform/Error.h"
+#include "platform/Hex.h"
 
 namespace qx {
 namespace {
@@ -30,16 +31,14 @@ std::uint32_t SystemRandom::next() {
 }
 
 std::string SystemUuid::random() {
-  constexpr std::string_view kHex = "0123456789ABCDEF";
-  std::array<unsigned char, 16> bytes{};
+  std::array<std::byte, 16> bytes{};
   fillRandomly(bytes.data(), bytes.size());
-  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // Version 4: random.
-  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // The variant of RFC 4122.
+  bytes[6] = (bytes[6] & std::byte{0x0F}) | std::byte{0x40};  // Version 4: random.
+  bytes[8] = (bytes[8] & std::byte{0x3F}) | std::byte{0x80};  // The variant of RFC 4122.
   std::string text;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
-    text.push_back(kHex[bytes[i] >> 4]);
-    text.push_back(kHex[bytes[i] & 0x0F]);
+    appendHex(text, bytes[i], kUpperHex);
   }
   return text;
 }

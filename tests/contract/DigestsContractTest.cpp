@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fakes/SimpleDigests.h"
-#include "http/Hex.h"
+#include "platform/Hex.h"
 #include "platforms/shared/OpenSslDigests.h"
 
 namespace qx {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "http/Hex.h"
 #include "http/UriEncoding.h"
+#include "platform/Hex.h"
 #include "platforms/shared/OpenSslDigests.h"
 #include "s3/StoreAddress.h"
 
