@@ -10,6 +10,7 @@
 #include "http/Headers.h"
 #include "platform/Error.h"
 #include "platform/Hex.h"
+#include "platform/Url.h"
 #include "platforms/shared/OpenSslDigests.h"
 #include "s3/SigV4.h"
 
@@ -46,7 +47,7 @@ class Loop : public Side {
   Loop(const UploadSink& sink, bool tls, LoopSigning signing)
       : url_(sink.url(tls)),
         certificateFile_(sink.certificateFile()),
-        host_(url_.substr(url_.find("://") + 3)),
+        host_(AddressParts(url_).authority),
         userAgent_(libraryUserAgent()),
         sessionToken_(sessionToken()),
         hashed_(!tls),

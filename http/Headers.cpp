@@ -4,6 +4,8 @@
 #include <charconv>
 #include <utility>
 
+#include "platform/Url.h"
+
 namespace qx {
 namespace {
 
@@ -62,9 +64,7 @@ void setHeader(HTTPHeaders& headers, const std::string& name, std::string value)
 }
 
 std::string_view originOf(std::string_view url) {
-  const std::size_t scheme = url.find("://");
-  const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
-  return url.substr(0, url.find_first_of("/?#", start));
+  return url.substr(0, url.size() - AddressParts(url).rest.size());
 }
 
 std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& headers) {
@@ -72,13 +72,11 @@ std::optional<Error> checkSendable(const std::string& url, const HTTPHeaders& he
   if (std::any_of(url.begin(), url.end(), isUnsafe)) {
     return refusal(kMalformedUrl, "the URL holds a blank or a control character");
   }
-  const std::size_t scheme = url.find("://");
-  const std::string_view name = std::string_view(url).substr(0, scheme);
-  if (scheme == std::string::npos ||
-      !(equalsIgnoringCase(name, "http") || equalsIgnoringCase(name, "https"))) {
+  const AddressParts parts(url);
+  if (!equalsIgnoringCase(parts.scheme, "http") && !equalsIgnoringCase(parts.scheme, "https")) {
     return refusal(kUnsupportedScheme, "not an HTTP URL");
   }
-  if (originOf(url).size() == scheme + 3 || url.size() > kLongestUrl) {
+  if (parts.authority.empty() || url.size() > kLongestUrl) {
     return refusal(kMalformedUrl, "the URL has no host or is too long");
   }
   const auto breaksLine = [](char c) { return c == '\r' || c == '\n' || c == '\0'; };

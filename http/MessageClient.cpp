@@ -12,6 +12,7 @@
 #include "http/Rfc3339.h"
 #include "http/UriEncoding.h"
 #include "platform/APIError.h"
+#include "platform/Url.h"
 
 namespace qx {
 namespace {
@@ -76,11 +77,8 @@ std::optional<std::string> parameterText(const Value& value) {
 
 /// The path and the query of a URL as they stand on the request line.
 std::string pathAndQuery(std::string_view url) {
-  const std::size_t scheme = url.find("://");
-  const std::size_t authority = scheme == std::string_view::npos ? 0 : scheme + 3;
-  const std::size_t path = url.find_first_of("/?", authority);
-  if (path == std::string_view::npos) return "/";
-  return (url[path] == '?' ? "/" : "") + std::string(url.substr(path));
+  const std::string_view rest = AddressParts(url).rest;
+  return (rest.starts_with('/') ? "" : "/") + std::string(rest);
 }
 
 std::string messageUrl(std::string_view base, std::string_view api) {

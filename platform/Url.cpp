@@ -177,6 +177,16 @@ std::string percentDecoded(std::string_view text) {
 
 }  // namespace
 
+AddressParts::AddressParts(std::string_view address) {
+  if (const std::size_t end = address.find("://"); end != std::string_view::npos) {
+    scheme = address.substr(0, end);
+    address.remove_prefix(end + 3);
+  }
+  const std::size_t end = std::min(address.find_first_of("/?#"), address.size());
+  authority = address.substr(0, end);
+  rest = address.substr(end);
+}
+
 std::optional<Url> Url::parse(std::string_view text) {
   if (text.empty()) return std::nullopt;
   const Parts parts = split(text);
@@ -200,6 +210,26 @@ Url Url::file(std::string_view path) {
     }
   }
   return Url(std::move(text));
+}
+
+std::string_view Url::scheme() const {
+  return split(text_).scheme.value_or(std::string_view());
+}
+
+std::optional<std::string_view> Url::authority() const {
+  return split(text_).authority;
+}
+
+std::string_view Url::host() const {
+  std::string_view hostAndPort = authority().value_or(std::string_view());
+  // npos + 1 is 0: without an "@" all of it is host and port.
+  hostAndPort.remove_prefix(hostAndPort.rfind('@') + 1);
+  if (hostAndPort.starts_with('[')) return hostAndPort.substr(1, hostAndPort.find(']') - 1);
+  return hostAndPort.substr(0, hostAndPort.find(':'));
+}
+
+bool Url::isHttp() const {
+  return authority() && (scheme() == "http" || scheme() == "https");
 }
 
 std::string_view Url::path() const {

@@ -2,14 +2,16 @@
 
 #include <cstddef>
 
+#include "platform/Url.h"
+
 namespace qx {
 
 std::string_view userInfoOf(std::string_view address, bool mayHavePath) {
-  const std::size_t scheme = address.find("://");
-  if (scheme != std::string_view::npos) address.remove_prefix(scheme + 3);
+  const AddressParts parts(address);
+  address.remove_prefix(address.size() - parts.authority.size() - parts.rest.size());
   std::size_t at = address.rfind('@');
   if (mayHavePath) {
-    const std::size_t inAuthority = address.substr(0, address.find_first_of("/?#")).rfind('@');
+    const std::size_t inAuthority = parts.authority.rfind('@');
     if (inAuthority != std::string_view::npos) at = inAuthority;
   }
   return at == std::string_view::npos ? std::string_view() : address.substr(0, at);

@@ -8,6 +8,7 @@
 #include "http/IpAddress.h"
 #include "http/UriEncoding.h"
 #include "platform/AWSRegion.h"
+#include "platform/Url.h"
 
 namespace qx {
 namespace {
@@ -63,24 +64,22 @@ int defaultPort(const std::string& scheme) {
 
 std::optional<StoreEndpoint> StoreEndpoint::parse(std::string_view url) {
   StoreEndpoint endpoint;
-  const std::size_t scheme = url.find("://");
-  if (scheme == std::string_view::npos) return std::nullopt;
-  endpoint.scheme = lowered(url.substr(0, scheme));
+  const auto [scheme, authority, rest] = AddressParts(url);
+  endpoint.scheme = lowered(scheme);
   if (endpoint.scheme != "http" && endpoint.scheme != "https") return std::nullopt;
-  std::string_view rest = url.substr(scheme + 3);
-  if (rest.ends_with('/')) rest.remove_suffix(1);
+  if (!rest.empty() && rest != "/") return std::nullopt;
   std::string_view port;
-  if (rest.starts_with('[')) {
-    const std::size_t close = rest.find(']');
+  if (authority.starts_with('[')) {
+    const std::size_t close = authority.find(']');
     if (close == std::string_view::npos) return std::nullopt;
-    if (!isIpv6Address(rest.substr(1, close - 1))) return std::nullopt;
-    endpoint.host = lowered(rest.substr(0, close + 1));
-    port = rest.substr(close + 1);
+    if (!isIpv6Address(authority.substr(1, close - 1))) return std::nullopt;
+    endpoint.host = lowered(authority.substr(0, close + 1));
+    port = authority.substr(close + 1);
   } else {
-    const std::size_t colon = rest.find(':');
-    endpoint.host = lowered(rest.substr(0, colon));
+    const std::size_t colon = authority.find(':');
+    endpoint.host = lowered(authority.substr(0, colon));
     if (!isHostName(endpoint.host)) return std::nullopt;
-    if (colon != std::string_view::npos) port = rest.substr(colon);
+    if (colon != std::string_view::npos) port = authority.substr(colon);
   }
   if (!port.empty()) {
     int number = 0;
@@ -119,9 +118,7 @@ std::optional<StoreAddress> redirectedAddress(const StoreEndpoint& endpoint,
                                               const std::string& encodedKey,
                                               std::string_view target) {
   if (target.starts_with('/') && !target.starts_with("//")) return current;
-  const std::size_t scheme = target.find("://");
-  if (scheme == std::string_view::npos) return std::nullopt;
-  const auto to = StoreEndpoint::parse(target.substr(0, target.find_first_of("/?#", scheme + 3)));
+  const auto to = StoreEndpoint::parse(originOf(target));
   if (!to || !isSameStore(endpoint, bucket, to->host)) return std::nullopt;
   if (current.scheme == "https" && to->scheme != "https") return std::nullopt;
   // A different port of the same host may belong to somebody else. From plain HTTP, the default

@@ -33,7 +33,7 @@ AWSTask TransferUtility::downloadToURL(const Url& location, const std::string& b
                                        const std::string& key,
                                        AWSS3TransferUtilityDownloadExpression expression,
                                        DownloadCompletion completionHandler) {
-  if (!location.text().starts_with("file:///")) {
+  if (location.scheme() != "file" || location.authority() != "" || location.path().empty()) {
     return {Error{"ObjectStore", 0, "a download needs a file URL"}};
   }
   auto file = context_->seams.files.create(location.decodedPath());

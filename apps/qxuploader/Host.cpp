@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Classes/Target_Uploader.h"
+#include "platform/Url.h"
 
 namespace qx::app {
 namespace {
@@ -24,23 +25,6 @@ class ReportingTarget : public MediatorTarget {
   HostListener& listener_;
   Target_Uploader target_;
 };
-
-/// The host name or address in a URL's authority; nothing when there is none.
-std::optional<std::string> hostOf(const std::string& url) {
-  const std::size_t start = url.find("://");
-  if (start == std::string::npos) return std::nullopt;
-  std::string authority = url.substr(start + 3);
-  authority = authority.substr(0, authority.find_first_of("/?#"));
-  if (const std::size_t at = authority.rfind('@'); at != std::string::npos) {
-    authority.erase(0, at + 1);
-  }
-  if (!authority.empty() && authority.front() == '[') {
-    return authority.substr(1, authority.find(']') - 1);
-  }
-  authority = authority.substr(0, authority.find(':'));
-  if (authority.empty()) return std::nullopt;
-  return authority;
-}
 
 /// A value in a form that JSON can hold; nothing for bytes and host objects.
 std::optional<Value> codable(const Value& value) {
@@ -96,9 +80,8 @@ LinuxSettings linuxSettings(const Settings& settings) {
   result.proxy = settings.get("proxy");
   result.noProxy = settings.get("no_proxy");
   for (const char* key : {"backend", "upload_server", "store"}) {
-    if (const auto url = settings.get(key)) {
-      if (auto host = hostOf(*url)) result.reachabilityHosts.push_back(*std::move(host));
-    }
+    const std::optional<Url> url = Url::parse(settings.get(key).value_or(""));
+    if (url && !url->host().empty()) result.reachabilityHosts.emplace_back(url->host());
   }
   return result;
 }

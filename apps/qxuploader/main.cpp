@@ -247,8 +247,9 @@ std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsU
   if (needsUploadServer && !settings.get("upload_server")) return missing("upload_server");
   for (const std::string_view key : {"backend", "upload_server", "store"}) {
     const auto url = settings.get(key);
-    const bool http = url && (url->starts_with("http://") || url->starts_with("https://"));
-    if (url && (!http || !Url::parse(*url))) {
+    if (!url) continue;
+    const std::optional<Url> address = Url::parse(*url);
+    if (!address || !address->isHttp()) {
       return settings.entry(key).origin + ": " + std::string(key) + " is \"" +
              withoutUserInfo(*url, "***", false) + "\", not an http:// or https:// address";
     }

@@ -27,8 +27,8 @@ bool isUserId(const Value& value) {
 bool isServerAddress(const Value& value) {
   const std::string* text = value.asText();
   if (text == nullptr) return false;
-  const bool hasScheme = text->starts_with("http://") || text->starts_with("https://");
-  return text->empty() || (hasScheme && Url::parse(*text).has_value());
+  const std::optional<Url> url = Url::parse(*text);
+  return text->empty() || (url && url->isHttp());
 }
 
 /// A selector that the library asks, and the form of the host's answer.

@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "http/Headers.h"
 #include "platform/UserInfo.h"
 #include "platforms/shared/PosixFiles.h"
 #include "s3/StoreAddress.h"
@@ -37,10 +38,7 @@ std::string systemMessage(int code) {
 
 std::optional<std::string> faultOfStoreEndpoint(const std::string& address) {
   if (StoreEndpoint::parse(address)) return std::nullopt;
-  const std::size_t scheme = address.find("://");
-  const std::size_t end =
-      scheme == std::string::npos ? scheme : address.find_first_of("/?#", scheme + 3);
-  const bool hasMore = end != std::string::npos && StoreEndpoint::parse(address.substr(0, end));
+  const bool hasMore = StoreEndpoint::parse(originOf(address)).has_value();
   return quotedAddress(address) +
          (hasMore ? " has a path or query; a store is named by scheme, host and port alone"
                   : " is no store's address; it must be like \"https://host\" or "

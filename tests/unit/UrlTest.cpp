@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace qx {
 namespace {
@@ -42,6 +44,63 @@ TEST(Url, AcceptsEveryFormOfReference) {
 
 TEST(Url, AcceptsUtf8OutsideAscii) {
   EXPECT_TRUE(Url::parse("https://h/f\xC3\xBC/\xF0\x9F\x93\xB7.jpg"));
+}
+
+// The parts of RFC 3986's own examples, as its sections 1.1.2 and 3 name them.
+TEST(Url, NamesItsSchemeAuthorityAndHost) {
+  struct Row {
+    const char* text;
+    const char* scheme;
+    std::optional<std::string_view> authority;
+    const char* host;
+  };
+  for (const Row& row :
+       {Row{"foo://example.com:8042/over/there?name=ferret#nose", "foo", "example.com:8042",
+            "example.com"},
+        Row{"urn:example:animal:ferret:nose", "urn", std::nullopt, ""},
+        Row{"ldap://[2001:db8::7]/c=GB?objectClass?one", "ldap", "[2001:db8::7]", "2001:db8::7"},
+        Row{"telnet://192.0.2.16:80/", "telnet", "192.0.2.16:80", "192.0.2.16"},
+        Row{"ftp://cnn.example.com&story=breaking_news@10.0.0.1/top_story.htm", "ftp",
+            "cnn.example.com&story=breaking_news@10.0.0.1", "10.0.0.1"},
+        Row{"http://me:pw@[::1]:9000", "http", "me:pw@[::1]:9000", "::1"},
+        Row{"file:///etc/hosts", "file", "", ""}, Row{"//g?y", "", "g", "g"},
+        Row{"../g#s", "", std::nullopt, ""}}) {
+    const auto url = Url::parse(row.text);
+    ASSERT_TRUE(url) << row.text;
+    EXPECT_EQ(url->scheme(), row.scheme) << row.text;
+    EXPECT_EQ(url->authority(), row.authority) << row.text;
+    EXPECT_EQ(url->host(), row.host) << row.text;
+  }
+}
+
+TEST(Url, IsOfHttpWithAnAuthorityAlone) {
+  for (const char* text : {"http://h", "https://h/p", "http:///p"}) {
+    EXPECT_TRUE(Url::parse(text)->isHttp()) << text;
+  }
+  for (const char* text : {"http:h", "https:/h", "HTTP://h", "ftp://h", "//h", "h"}) {
+    EXPECT_FALSE(Url::parse(text)->isHttp()) << text;
+  }
+}
+
+TEST(AddressParts, AreFoundByTheDelimitersWhateverElseTheAddressHolds) {
+  struct Row {
+    const char* address;
+    const char* scheme;
+    const char* authority;
+    const char* rest;
+  };
+  for (const Row& row :
+       {Row{"https://me:pw@host:1/a?b#c", "https", "me:pw@host:1", "/a?b#c"},
+        Row{"http://host?a/b", "http", "host", "?a/b"}, Row{"http://host#a", "http", "host", "#a"},
+        Row{"htps://two words/ x", "htps", "two words", "/ x"},
+        Row{"host:1/a?to=http:", "", "host:1", "/a?to=http:"}, Row{"://h", "", "h", ""},
+        Row{"http://", "http", "", ""}, Row{"http:///a://b", "http", "", "/a://b"},
+        Row{"", "", "", ""}}) {
+    const AddressParts parts(row.address);
+    EXPECT_EQ(parts.scheme, row.scheme) << row.address;
+    EXPECT_EQ(parts.authority, row.authority) << row.address;
+    EXPECT_EQ(parts.rest, row.rest) << row.address;
+  }
 }
 
 TEST(Url, RefusesWhatIsNoReference) {
