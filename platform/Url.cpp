@@ -22,8 +22,8 @@ bool isSubDelim(char c) {
   return std::string_view("!$&'()*+,;=").find(c) != std::string_view::npos;
 }
 
-/// The five parts of a reference, by their delimiters alone; absent and empty differ only where it
-/// matters to somebody.
+/// The five parts of a reference, split at its delimiters alone. Absent and empty parts are told
+/// apart only where that matters.
 struct Parts {
   std::optional<std::string_view> scheme;
   std::optional<std::string_view> authority;
@@ -66,7 +66,7 @@ bool consistsOf(std::string_view text, std::string_view others) {
       text.remove_prefix(3);
     } else if (static_cast<unsigned char>(c) >= 0x80) {
       const auto character = takeUtf8Character(text);
-      if (!character || *character < 0xA0) return false;  // U+0080 to U+009F are controls.
+      if (!character || *character < 0xA0) return false;  // A control character.
     } else {
       if (!isUnreserved(c) && !isSubDelim(c) && others.find(c) == std::string_view::npos) {
         return false;
@@ -101,8 +101,8 @@ bool isIPv4(std::string_view text) {
   return text.empty();
 }
 
-/// The number of 16-bit groups that `text` spells ("1:2:3", with an IPv4 address as its last two
-/// when `mayEndInIPv4`), or nothing.
+/// The number of 16-bit groups in `text`, such as "1:2:3", with an IPv4 address as the last two
+/// groups when `mayEndInIPv4`. Nothing for any other text.
 std::optional<int> groupCount(std::string_view text, bool mayEndInIPv4) {
   if (text.empty()) return 0;
   for (int count = 1;; ++count) {
@@ -190,7 +190,7 @@ AddressParts::AddressParts(std::string_view address) {
 std::optional<Url> Url::parse(std::string_view text) {
   if (text.empty()) return std::nullopt;
   const Parts parts = split(text);
-  // A first path segment with a colon and no scheme would come out as a broken scheme here.
+  // The text before a colon in the first path segment is taken for a scheme here, and refused.
   if (parts.scheme && !isScheme(*parts.scheme)) return std::nullopt;
   if (parts.authority && !isAuthority(*parts.authority)) return std::nullopt;
   if (!consistsOf(parts.path, ":@/")) return std::nullopt;
@@ -222,7 +222,7 @@ std::optional<std::string_view> Url::authority() const {
 
 std::string_view Url::host() const {
   std::string_view hostAndPort = authority().value_or(std::string_view());
-  // npos + 1 is 0: without an "@" all of it is host and port.
+  // npos + 1 is 0, so without an "@" the whole authority is host and port.
   hostAndPort.remove_prefix(hostAndPort.rfind('@') + 1);
   if (hostAndPort.starts_with('[')) return hostAndPort.substr(1, hostAndPort.find(']') - 1);
   return hostAndPort.substr(0, hostAndPort.find(':'));
@@ -243,7 +243,7 @@ std::string Url::decodedPath() const {
 std::string Url::lastPathComponent() const {
   std::string_view rest = path();
   while (rest.ends_with('/')) rest.remove_suffix(1);
-  // npos + 1 is 0: without a "/" the whole rest is the component.
+  // npos + 1 is 0, so without a "/" the whole path is the component.
   return percentDecoded(rest.substr(rest.rfind('/') + 1));
 }
 

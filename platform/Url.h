@@ -1,4 +1,11 @@
-// A URL as a plain value: RFC 3986 generic syntax, checked once when it is made.
+// A URL by the generic syntax of RFC 3986, which is checked once, when the URL is made.
+//
+//     const auto url = Url::parse("https://cdn.example.com/photos/a%20b.jpg?v=1");
+//     url->host();               // "cdn.example.com"
+//     url->path();               // "/photos/a%20b.jpg"
+//     url->lastPathComponent();  // "a b.jpg"
+//
+// Threads: plain values.
 #pragma once
 
 #include <optional>
@@ -8,44 +15,43 @@
 
 namespace qx {
 
-/// The parts of an address by its delimiters alone. The address may be malformed, as what people
-/// and servers write often is, or have no scheme.
+/// The parts of an address, split at its delimiters alone. The address may be malformed or have no
+/// scheme.
 struct AddressParts {
   explicit AddressParts(std::string_view address);
 
-  /// What stands before the first "://"; empty when that is missing.
+  /// The part before the first "://". Empty when there is none.
   std::string_view scheme;
-  /// What follows, up to the first "/", "?" or "#": user, host and port.
+  /// The part after the scheme up to the first "/", "?" or "#": user, host and port.
   std::string_view authority;
-  /// Path, query and fragment.
+  /// The path, the query and the fragment.
   std::string_view rest;
 };
 
 class Url {
  public:
-  /// Nothing when `text` is empty or not a URI reference by RFC 3986. Beyond that grammar, UTF-8
-  /// outside ASCII is accepted as it stands; blanks, control characters and broken percent escapes
-  /// are refused.
+  /// Reads a URL. Nothing when `text` is empty or no URI reference by RFC 3986. UTF-8 outside ASCII
+  /// is accepted unchanged, too. Blanks, control characters and broken percent escapes are refused.
   static std::optional<Url> parse(std::string_view text);
-  /// The file URL of an absolute path; bytes that a URL path cannot hold are percent-encoded.
+  /// Makes the file URL of an absolute path. Bytes that a URL path cannot hold are percent-encoded.
   static Url file(std::string_view path);
 
-  /// The text the URL was made from.
+  /// The text of which the URL was made.
   const std::string& text() const { return text_; }
-  /// Such as "https", as it is written. Empty when there is none.
+  /// The scheme as it is written, such as "https". Empty when there is none.
   std::string_view scheme() const;
-  /// User, host and port as they are written; nothing when there is no "//" before them.
+  /// The user, host and port as they are written. Nothing when there is no "//" before them.
   std::optional<std::string_view> authority() const;
-  /// The authority's host, an IPv6 address without its brackets. May be empty.
+  /// The host in the authority. It may be empty; an IPv6 address has no brackets here.
   std::string_view host() const;
-  /// True for "http://..." and "https://...", in lower case.
+  /// True when the URL begins with "http://" or "https://" in lower case.
   bool isHttp() const;
-  /// The part between authority and query, still percent-encoded. May be empty.
+  /// The part between the authority and the query, still percent-encoded. It may be empty.
   std::string_view path() const;
-  /// The path percent-decoded: for a file URL, the path on disk.
+  /// The path, percent-decoded. For a file URL this is the path on the disk.
   std::string decodedPath() const;
-  /// What follows the last "/" of the path, trailing slashes left out, percent-decoded. Empty when
-  /// the path is empty; "/" is never part of it unless it was written "%2F".
+  /// The part after the last "/" of the path, percent-decoded, without regard to slashes at the
+  /// end. Empty when the path is empty. It contains a "/" only if that was written as "%2F".
   std::string lastPathComponent() const;
 
   friend bool operator==(const Url& a, const Url& b) { return a.text_ == b.text_; }
