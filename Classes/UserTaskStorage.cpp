@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <functional>
 #include <iterator>
 #include <limits>
 #include <set>
@@ -87,6 +86,19 @@ AWSLogEntry entryOf(PropertyLists& lists, const std::string& filename, std::stri
   AWSLogMap log = entriesOf(lists, text);
   const auto entry = log.find(filename);
   return entry == log.end() ? AWSLogEntry() : std::move(entry->second);
+}
+
+/// The values of an entry that are numbers other than signed integers. A property list does not
+/// tell a float from a double, nor is a real of an integral value or a small unsigned integer read
+/// back as what it was. Null when there are none.
+std::unique_ptr<const AWSLogEntry> otherNumbers(const AWSLogEntry& entry) {
+  AWSLogEntry found;
+  for (const auto& [section, values] : entry) {
+    for (const auto& [key, value] : values) {
+      if (!value.asText() && !value.asInt()) found[section].emplace(key, value);
+    }
+  }
+  return found.empty() ? nullptr : std::make_unique<const AWSLogEntry>(std::move(found));
 }
 
 /// The name of the copy of a damaged log.
@@ -191,15 +203,10 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
     changed |= std::erase_if(entries,
                              [&](const auto& entry) { return !present.contains(entry.first); }) > 0;
   }
-  for (const auto& [filename, entry] : entries) {
-    auto record = std::make_shared<Record>();
-    record->filename = filename;
-    // Read from a log, so it reads back as it is.
-    record->text = textOf(filename, entry);
-    if (record->text.empty()) record->unread = std::make_unique<const AWSLogEntry>(entry);
-    MutexLock lock(stroageFileLock_);
-    if (!find(filename)) change(filename, std::move(record));
-  }
+  Records read;
+  read.reserve(entries.size());
+  for (const auto& [filename, entry] : entries) read.push_back(makeRecord(filename, entry));
+  add(read);
 
   const std::vector<std::string> unlogged =
       names ? unloggedFiles(*names) : std::vector<std::string>();
@@ -379,10 +386,7 @@ bool UserTaskStorage::storageLog(const FileTask& task) {
                    {"upload_count", task.uploadCount()}};
   entry["extra"] = task.extra();
   const std::shared_ptr<const Record> record = makeRecord(task.filename(), entry);
-  {
-    MutexLock lock(stroageFileLock_);
-    change(task.filename(), record);
-  }
+  change(task.filename(), record);
   return !record->text.empty() && syncLog();
 }
 
@@ -402,49 +406,41 @@ std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::makeRecord(
     const std::string& filename, const AWSLogEntry& entry) const {
   auto record = std::make_shared<Record>();
   record->filename = filename;
-  std::string text = textOf(filename, entry);
-  // One text that does not read would make the whole log unreadable.
-  const AWSLogEntry readBack =
-      text.empty() ? AWSLogEntry() : entryOf(platform_.propertyLists, filename, text);
-  AWSLogEntry unread = entry;
-  if (!readBack.empty()) {
-    for (const auto& [section, values] : readBack) {
-      AWSParameterMap& rest = unread[section];
-      for (const auto& [key, value] : values) {
-        const auto original = rest.find(key);
-        if (original != rest.end() && original->second == value) rest.erase(original);
-      }
-      if (rest.empty()) unread.erase(section);
-    }
-    record->text = std::move(text);
-  }
-  if (!unread.empty()) record->unread = std::make_unique<const AWSLogEntry>(std::move(unread));
+  record->text = textOf(filename, entry);
+  record->untold =
+      record->text.empty() ? std::make_unique<const AWSLogEntry>(entry) : otherNumbers(entry);
   return record;
 }
 
 std::shared_ptr<const UserTaskStorage::Record> UserTaskStorage::find(
     const std::string& filename) const {
   const std::shared_ptr<const Records> records = logsMap_.load();
-  const auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
-  if (!shard) return nullptr;
-  const auto found = std::ranges::lower_bound(*shard, filename, {}, &Record::filename);
-  return found != shard->end() && (*found)->filename == filename ? *found : nullptr;
+  const auto found = std::ranges::lower_bound(*records, filename, {}, &Record::filename);
+  return found != records->end() && (*found)->filename == filename ? *found : nullptr;
 }
 
 void UserTaskStorage::change(const std::string& filename, std::shared_ptr<const Record> record) {
-  auto records = std::make_shared<Records>(*logsMap_.load());
-  auto& shard = (*records)[std::hash<std::string>()(filename) % records->size()];
-  static const Shard none;
-  const Shard& earlier = shard ? *shard : none;
-  const auto at = std::ranges::lower_bound(earlier, filename, {}, &Record::filename);
-  const bool known = at != earlier.end() && (*at)->filename == filename;
-  auto changed = std::make_shared<Shard>();
-  changed->reserve(earlier.size() + 1);
-  changed->insert(changed->end(), earlier.begin(), at);
+  MutexLock lock(stroageFileLock_);
+  const std::shared_ptr<const Records> earlier = logsMap_.load();
+  const auto at = std::ranges::lower_bound(*earlier, filename, {}, &Record::filename);
+  const bool known = at != earlier->end() && (*at)->filename == filename;
+  auto changed = std::make_shared<Records>();
+  changed->reserve(earlier->size() + 1);
+  changed->insert(changed->end(), earlier->begin(), at);
   if (record) changed->push_back(std::move(record));
-  changed->insert(changed->end(), known ? std::next(at) : at, earlier.end());
-  shard = std::move(changed);
-  logsMap_.store(std::move(records));
+  changed->insert(changed->end(), known ? std::next(at) : at, earlier->end());
+  logsMap_.store(std::move(changed));
+}
+
+void UserTaskStorage::add(const Records& records) {
+  MutexLock lock(stroageFileLock_);
+  const std::shared_ptr<const Records> earlier = logsMap_.load();
+  auto merged = std::make_shared<Records>();
+  merged->reserve(earlier->size() + records.size());
+  // Of two records of one file, a union keeps that of the first list.
+  std::ranges::set_union(*earlier, records, std::back_inserter(*merged), {}, &Record::filename,
+                         &Record::filename);
+  logsMap_.store(std::move(merged));
 }
 
 bool UserTaskStorage::syncLog() {
@@ -486,11 +482,9 @@ bool UserTaskStorage::writeLog() {
   if (!resumed_) return false;
   const std::shared_ptr<const Records> records = logsMap_.load();
   std::vector<std::string_view> pieces = {platform_.propertyLists.documentStart(), kDictStart};
-  for (const auto& shard : *records) {
-    if (!shard) continue;
-    for (const auto& record : *shard) {
-      if (!record->text.empty()) pieces.push_back(record->text);
-    }
+  pieces.reserve(records->size() + 4);
+  for (const auto& record : *records) {
+    if (!record->text.empty()) pieces.push_back(record->text);
   }
   pieces.push_back(kDictEnd);
   pieces.push_back(platform_.propertyLists.documentEnd());
@@ -541,8 +535,8 @@ std::optional<AWSLogEntry> UserTaskStorage::entry(const std::string& filename) c
   AWSLogEntry entry = record->text.empty()
                           ? AWSLogEntry()
                           : entryOf(platform_.propertyLists, filename, record->text);
-  if (!record->unread) return entry;
-  for (const auto& [section, values] : *record->unread) {
+  if (!record->untold) return entry;
+  for (const auto& [section, values] : *record->untold) {
     for (const auto& [key, value] : values) entry[section].insert_or_assign(key, value);
   }
   return entry;
@@ -561,10 +555,7 @@ std::optional<std::string> UserTaskStorage::filePath(const std::string& filename
 bool UserTaskStorage::remove(const std::string& filename) {
   const std::optional<std::string> path = filePath(filename);
   if (!path || !deleteFile(*path)) return false;
-  {
-    MutexLock lock(stroageFileLock_);
-    change(filename, nullptr);
-  }
+  change(filename, nullptr);
   return syncLog();
 }
 

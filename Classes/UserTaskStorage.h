@@ -10,7 +10,6 @@
 // The bytes on disk: docs/on-disk-format.md.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -98,14 +97,12 @@ class UserTaskStorage {
     /// Key and dictionary as they stand in the log file; empty when no property list can hold
     /// them, and then the entry is left out of the log file.
     std::string text;
-    /// The values that reading the text would not bring back as they were: a float, say. Everything
-    /// when there is no text; most often null.
-    std::unique_ptr<const AWSLogEntry> unread;
+    /// The values that a reader of the text may find as another kind of number: a float, say.
+    /// Everything when there is no text; most often null.
+    std::unique_ptr<const AWSLogEntry> untold;
   };
   /// Sorted by file name.
-  using Shard = std::vector<std::shared_ptr<const Record>>;
-  /// By the hash of the file name. A change copies one shard and the array, not the whole log.
-  using Records = std::array<std::shared_ptr<const Shard>, 256>;
+  using Records = std::vector<std::shared_ptr<const Record>>;
 
   /// Empty when no property list can hold them.
   std::string textOf(const std::string& filename, const AWSLogEntry& entry) const;
@@ -113,8 +110,9 @@ class UserTaskStorage {
                                            const AWSLogEntry& entry) const;
   std::shared_ptr<const Record> find(const std::string& filename) const;
   /// Puts a record in place of the earlier one; null removes that.
-  void change(const std::string& filename, std::shared_ptr<const Record> record)
-      QX_REQUIRES(stroageFileLock_);
+  void change(const std::string& filename, std::shared_ptr<const Record> record);
+  /// Adds the records, sorted by file name, of files that the in-memory log does not know.
+  void add(const Records& records);
   /// Waits for a write that holds what the caller has changed, or makes one.
   bool writeShared();
   /// Only by the one whose turn it is.

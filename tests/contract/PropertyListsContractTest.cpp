@@ -36,6 +36,16 @@ Value sampleLog() {
       {"b.png", Dictionary{{"base", Dictionary{}}, {"extra", Dictionary{}}}}};
 }
 
+/// UTF-8 as RFC 3629 lays it down; also of a surrogate, which is no valid UTF-8.
+std::string utf8(char32_t c) {
+  const auto byte = [](char32_t value) { return static_cast<char>(value); };
+  const auto next = [&](int shift) { return byte(0x80 | ((c >> shift) & 0x3F)); };
+  if (c < 0x80) return {byte(c)};
+  if (c < 0x800) return {byte(0xC0 | (c >> 6)), next(0)};
+  if (c < 0x10000) return {byte(0xE0 | (c >> 12)), next(6), next(0)};
+  return {byte(0xF0 | (c >> 18)), next(12), next(6), next(0)};
+}
+
 template <typename T>
 class PropertyListsContract : public testing::Test {
  protected:
@@ -93,6 +103,29 @@ TYPED_TEST(PropertyListsContract, PiecesMakeADocument) {
                            *this->lists_.key("c") + *this->lists_.element(Dictionary{}) +
                            "</dict>\n" + std::string(this->lists_.documentEnd());
   EXPECT_EQ(this->decoded(text), Value(Dictionary{{"a<b", Array{1, "x"}}, {"c", Dictionary{}}}));
+}
+
+// The characters of XML 1.0 are #x9, #xA, #xD, #x20 to #xD7FF, #xE000 to #xFFFD and #x10000 to
+// #x10FFFF. A log stays readable because no other character is written and each of these is read.
+TYPED_TEST(PropertyListsContract, WritesExactlyTheCharactersOfXmlAndReadsEachBack) {
+  const auto isXml = [](char32_t c) {
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+           (c >= 0xE000 && c <= 0xFFFD) || c >= 0x10000;
+  };
+  constexpr char32_t kAtOnce = 4096;
+  for (char32_t first = 0; first <= 0x10FFFF; first += kAtOnce) {
+    std::string all;
+    for (char32_t c = first; c < first + kAtOnce; ++c) {
+      // Beyond the first two planes every 61st character stands for the others.
+      if (c >= 0x20000 && c % 61 != 0) continue;
+      const std::string character = utf8(c);
+      EXPECT_EQ(this->lists_.element(character).has_value(), isXml(c)) << std::hex << int(c);
+      EXPECT_EQ(this->lists_.key(character).has_value(), isXml(c)) << std::hex << int(c);
+      if (isXml(c)) all += character;
+    }
+    const Value both = Dictionary{{all, all}};
+    EXPECT_EQ(this->again(both), both) << std::hex << int(first);
+  }
 }
 
 TYPED_TEST(PropertyListsContract, WritesNothingThatXmlCannotHold) {
