@@ -114,7 +114,7 @@ void TaskExecutor::uploadToObjectStore(const Data& data,
   const std::string objectKey = model->authorizedPath + task->filename();
   const double startTime = platform_.clock.now();
   const AWSTask started = utility->uploadData(
-      data, model->bucket, objectKey, /*contentType=*/"",
+      data, model->bucket, objectKey, /*contentType=*/"", /*expression=*/{},
       [self = shared_from_this(), startTime,
        url = model->downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
         self->uploadTime = self->platform_.clock.now() - startTime;

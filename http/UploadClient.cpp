@@ -30,8 +30,8 @@ class UploadManager : public QXNetworkingManager {
         headers_(std::move(headers)),
         timeoutForRequest_(timeoutForRequest) {}
 
-  void upload(const QXNetworkingUploadRequest& request, ProgressCallback progress,
-              Completion completion) override {
+  std::shared_ptr<Cancellable> upload(const QXNetworkingUploadRequest& request,
+                                      ProgressCallback progress, Completion completion) override {
     MultipartFormData form;
     if (request.parameters) {
       for (const auto& [name, value] : *request.parameters) form.append(textOf(value), name);
@@ -65,7 +65,7 @@ class UploadManager : public QXNetworkingManager {
         delivery->progress([progress, fraction] { progress(fraction); });
       };
     }
-    http_.send(std::move(post), [delivery, completion](HttpAnswer answer) {
+    return http_.send(std::move(post), [delivery, completion](HttpAnswer answer) {
       QXNetworkingUploadResponse response;
       response.error = std::move(answer.error);
       if (!response.error) response.httpURLResponse = HTTPURLResponse{answer.status};

@@ -23,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Cancellable.h"
 #include "platform/Data.h"
 #include "platform/Error.h"
 
@@ -116,23 +117,15 @@ struct HttpRequest {
   std::function<void(std::int64_t completed, std::int64_t total)> progress;
 };
 
-/// The handle of a request. The request goes on when its handle is destroyed.
-class HttpExchange {
- public:
-  virtual ~HttpExchange() = default;
-  /// Ends the request with the error kCancelled, unless its answer has come. May be called from any
-  /// thread; a second call does nothing.
-  virtual void cancel() = 0;
-};
-
 class Http {
  public:
   using AnswerHandler = std::function<void(HttpAnswer)>;
 
   virtual ~Http() = default;
   /// Starts a request. `answered` is called exactly once. It may be called before send returns only
-  /// if the implementation has been shut down.
-  virtual std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) = 0;
+  /// if the implementation has been shut down. A request that is cancelled before its answer has
+  /// come is answered with the error kCancelled.
+  virtual std::shared_ptr<Cancellable> send(HttpRequest request, AnswerHandler answered) = 0;
 };
 
 }  // namespace qx

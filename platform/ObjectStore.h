@@ -24,6 +24,7 @@
 #include <string_view>
 
 #include "platform/AWSRegion.h"
+#include "platform/Cancellable.h"
 #include "platform/Data.h"
 #include "platform/Error.h"
 #include "platform/Url.h"
@@ -64,13 +65,21 @@ struct AWSServiceConfiguration {
 /// The result of starting a transfer. With an error the transfer has not started, and its
 /// completion is never called.
 struct AWSTask {
-  std::optional<Error> error;
+  std::optional<Error> error = {};
+  /// Ends the transfer early: its completion hears of an error, unless the transfer has ended. Null
+  /// when the store cannot end a transfer, or with an error.
+  std::shared_ptr<Cancellable> transfer = {};
 };
 
 struct TransferProgress {
   std::int64_t completedUnitCount = 0;
   /// 0 when the store does not tell the size.
   std::int64_t totalUnitCount = 0;
+};
+
+/// Empty: nobody wants to know, and nothing is counted.
+struct AWSS3TransferUtilityUploadExpression {
+  std::function<void(const TransferProgress&)> progressBlock = {};
 };
 
 struct AWSS3TransferUtilityDownloadExpression {
@@ -93,6 +102,7 @@ class AWSS3TransferUtility {
   /// Content-Type header is sent.
   virtual AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
                              const std::string& contentType,
+                             AWSS3TransferUtilityUploadExpression expression,
                              UploadCompletion completionHandler) = 0;
   /// Downloads an object into a file. The destination keeps its earlier content until the object is
   /// whole, and after a failure.

@@ -26,9 +26,11 @@ Transfer::Transfer(std::shared_ptr<StoreContext> context,
       delivery_(std::make_shared<Delivery>(context_->seams.completions)),
       state_(beginningOf(target_, configuration_->regionName, configuration_->maxRetryCount)) {}
 
-void Transfer::setUpload(Data data, std::string contentType, Ending ending) {
+void Transfer::setUpload(Data data, std::string contentType,
+                         std::function<void(const TransferProgress&)> progress, Ending ending) {
   data_ = std::move(data);
   contentType_ = std::move(contentType);
+  progress_ = std::move(progress);
   ending_ = std::move(ending);
 }
 
@@ -116,6 +118,7 @@ HTTPHeaders Transfer::signedHeaders() {
 }
 
 void Transfer::send(double delaySeconds) {
+  if (isCancelled_) return end(Error{"Transport", kCancelled, "the transfer was cancelled"});
   HttpRequest request;
   request.method = target_.isDownload ? "GET" : "PUT";
   request.url = state_.address.url();
@@ -132,16 +135,28 @@ void Transfer::send(double delaySeconds) {
     request.sink = [self = shared_from_this()](std::string_view bytes) {
       return self->file_->write(bytes);
     };
-    if (progress_) {
-      request.progress = [self = shared_from_this()](std::int64_t done, std::int64_t total) {
-        self->delivery_->progress([self, done, total] { self->progress_({done, total}); });
-      };
-    }
+  }
+  if (progress_) {
+    request.progress = [self = shared_from_this()](std::int64_t done, std::int64_t total) {
+      self->delivery_->progress([self, done, total] { self->progress_({done, total}); });
+    };
   }
   enter(Stage::underWay);
-  context_->seams.http.send(
+  const int number = ++requests_;
+  const auto exchange = context_->seams.http.send(
       std::move(request),
       [self = shared_from_this()](const HttpAnswer& answer) { self->answered(answer); });
+  // The answer may have come meanwhile, and with it the next request.
+  exchange_.update([number, &exchange](const NumberedExchange& current) {
+    return current.number > number ? current : NumberedExchange{number, exchange};
+  });
+  // A cancel before this line found the request before this one, or none.
+  if (isCancelled_) exchange->cancel();
+}
+
+void Transfer::cancel() {
+  isCancelled_ = true;
+  if (const auto current = exchange_.load(); current.exchange) current.exchange->cancel();
 }
 
 void Transfer::answered(const HttpAnswer& answer) {
@@ -168,7 +183,7 @@ void Transfer::answered(const HttpAnswer& answer) {
 void Transfer::end(std::optional<Error> error) {
   enter(Stage::ending);
   // A successful upload needs no other thread: one wake-up less for each object.
-  if (!file_ && !error) return report(std::nullopt);
+  if (!file_ && !error && !progress_) return report(std::nullopt);
   delivery_->finish([self = shared_from_this(), error = std::move(error)] { self->report(error); });
 }
 

@@ -9,6 +9,7 @@
 // Ownership: it keeps itself alive through the handlers of what is under way.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,27 +17,36 @@
 #include <string_view>
 
 #include "http/Delivery.h"
+#include "platform/Mutex.h"
 #include "platform/ObjectStore.h"
 #include "s3/StoreContext.h"
 #include "s3/TransferRules.h"
 
 namespace qx {
 
-class Transfer : public std::enable_shared_from_this<Transfer> {
+class Transfer : public Cancellable, public std::enable_shared_from_this<Transfer> {
  public:
   using Ending = std::function<void(std::optional<Error>)>;
 
   Transfer(std::shared_ptr<StoreContext> context,
            std::shared_ptr<const AWSServiceConfiguration> configuration, TransferTarget target);
 
-  void setUpload(Data data, std::string contentType, Ending ending);
+  void setUpload(Data data, std::string contentType,
+                 std::function<void(const TransferProgress&)> progress, Ending ending);
   void setDownload(std::unique_ptr<PartFile> file,
                    std::function<void(const TransferProgress&)> progress, Ending ending);
   /// Why it cannot even start, or nothing, and then it is under way.
   std::optional<Error> start();
+  /// Ends it with the error kCancelled, from any thread.
+  void cancel() override;
 
  private:
   enum class Stage { made, hashing, underWay, ending, ended };
+
+  struct NumberedExchange {
+    int number = 0;
+    std::shared_ptr<Cancellable> exchange;
+  };
 
   void enter(Stage next);
   bool payloadIsSigned() const { return state_.address.scheme == "http"; }
@@ -70,6 +80,14 @@ class Transfer : public std::enable_shared_from_this<Transfer> {
   std::string hash_;
   /// Of the request under way; the store may repeat it when it refuses.
   std::string signature_;
+
+  /// How many requests were sent.
+  int requests_ = 0;
+
+  // Of cancel, which any thread may call.
+  std::atomic<bool> isCancelled_ = false;
+  /// The request under way.
+  Guarded<NumberedExchange> exchange_;
 };
 
 }  // namespace qx

@@ -7,6 +7,15 @@
 
 namespace qx {
 
+namespace {
+
+AWSTask started(const std::shared_ptr<Transfer>& transfer) {
+  if (auto error = transfer->start()) return {.error = std::move(error)};
+  return {.transfer = transfer};
+}
+
+}  // namespace
+
 TransferUtility::TransferUtility(std::shared_ptr<StoreContext> context, StoreEndpoint endpoint,
                                  AWSServiceConfiguration configuration)
     : context_(std::move(context)),
@@ -17,16 +26,17 @@ TransferUtility::TransferUtility(std::shared_ptr<StoreContext> context, StoreEnd
 
 AWSTask TransferUtility::uploadData(Data data, const std::string& bucket, const std::string& key,
                                     const std::string& contentType,
+                                    AWSS3TransferUtilityUploadExpression expression,
                                     UploadCompletion completionHandler) {
   const auto transfer = std::make_shared<Transfer>(
       context_, configuration_,
       TransferTarget{endpoint_, bucket, percentEncodePath(key), false,
                      configuration_->timeoutIntervalForResource, context_->countsStandstillOnly});
-  transfer->setUpload(std::move(data), contentType,
+  transfer->setUpload(std::move(data), contentType, std::move(expression.progressBlock),
                       [done = std::move(completionHandler)](const std::optional<Error>& error) {
                         if (done) done(error);
                       });
-  return {transfer->start()};
+  return started(transfer);
 }
 
 AWSTask TransferUtility::downloadToURL(const Url& location, const std::string& bucket,
@@ -52,7 +62,7 @@ AWSTask TransferUtility::downloadToURL(const Url& location, const std::string& b
           done(location, std::nullopt);
         }
       });
-  return {transfer->start()};
+  return started(transfer);
 }
 
 }  // namespace qx

@@ -25,7 +25,9 @@ class TransferUtility : public AWSS3TransferUtility {
                   AWSServiceConfiguration configuration);
 
   AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
-                     const std::string& contentType, UploadCompletion completionHandler) override;
+                     const std::string& contentType,
+                     AWSS3TransferUtilityUploadExpression expression,
+                     UploadCompletion completionHandler) override;
   AWSTask downloadToURL(const Url& location, const std::string& bucket, const std::string& key,
                         AWSS3TransferUtilityDownloadExpression expression,
                         DownloadCompletion completionHandler) override;

@@ -12,8 +12,10 @@ class ObservedUtility : public AWSS3TransferUtility {
       : inner_(std::move(inner)), observer_(std::move(observer)) {}
 
   AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
-                     const std::string& contentType, UploadCompletion completionHandler) override {
-    return inner_->uploadData(std::move(data), bucket, key, contentType,
+                     const std::string& contentType,
+                     AWSS3TransferUtilityUploadExpression expression,
+                     UploadCompletion completionHandler) override {
+    return inner_->uploadData(std::move(data), bucket, key, contentType, std::move(expression),
                               std::move(completionHandler));
   }
 

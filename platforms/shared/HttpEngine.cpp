@@ -123,7 +123,7 @@ class Waker {
   bool cancelled_ QX_GUARDED_BY(mutex_) = false;
 };
 
-class Exchange : public HttpExchange {
+class Exchange : public Cancellable {
  public:
   explicit Exchange(std::shared_ptr<Waker> waker) : waker_(std::move(waker)) {}
   void cancel() override {
@@ -357,7 +357,7 @@ class HttpEngine::Loop {
     thread_.join();
   }
 
-  std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) {
+  std::shared_ptr<Cancellable> send(HttpRequest request, AnswerHandler answered) {
     auto exchange = std::make_shared<Exchange>(waker_);
     auto transfer = std::make_unique<Transfer>();
     transfer->stopped = checkSendable(request.url, request.headers);
@@ -878,7 +878,7 @@ void HttpEngine::stop() {
   loop_->stop();
 }
 
-std::shared_ptr<HttpExchange> HttpEngine::send(HttpRequest request, AnswerHandler answered) {
+std::shared_ptr<Cancellable> HttpEngine::send(HttpRequest request, AnswerHandler answered) {
   return loop_->send(std::move(request), std::move(answered));
 }
 

@@ -36,7 +36,7 @@ class HttpEngine : public Http {
   HttpEngine& operator=(const HttpEngine&) = delete;
 
   /// The codes of its errors are kTransportErrorBase plus libcurl's own codes.
-  std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) override;
+  std::shared_ptr<Cancellable> send(HttpRequest request, AnswerHandler answered) override;
   /// Ends every request with a Transport error, and joins the thread. A request that is sent later
   /// ends in the same way, on the sender's thread. A second call does nothing.
   void stop();

@@ -61,7 +61,7 @@ class HttpContract : public testing::Test {
     request.url = underTest_.url();
     return request;
   }
-  std::shared_ptr<HttpExchange> send(HttpRequest request) {
+  std::shared_ptr<Cancellable> send(HttpRequest request) {
     return underTest_.http.send(std::move(request), [sent = sent_](HttpAnswer answer) {
       EXPECT_EQ(++sent->answers, 1);
       sent->promise.set_value(std::move(answer));
@@ -152,7 +152,7 @@ TEST(HttpCancel, RequestIsEndedWhereverItIs) {
   ScriptedServer server({turn});
   HttpEngine engine({});
   std::vector<std::future<HttpAnswer>> answers;
-  std::vector<std::shared_ptr<HttpExchange>> exchanges;
+  std::vector<std::shared_ptr<Cancellable>> exchanges;
   // 32 requests are under way, 8 wait for them, and one has yet to begin.
   for (int i = 0; i < 41; ++i) {
     HttpRequest request;
@@ -170,7 +170,7 @@ TEST(HttpCancel, RequestIsEndedWhereverItIs) {
 }
 
 TEST(HttpCancel, HandleMayOutliveTheEngine) {
-  std::shared_ptr<HttpExchange> exchange;
+  std::shared_ptr<Cancellable> exchange;
   {
     HttpEngine engine({});
     HttpRequest request;

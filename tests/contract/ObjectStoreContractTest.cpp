@@ -107,7 +107,7 @@ class ObjectStoreContract : public ::testing::Test {
   }
   Ended upload() {
     auto record = std::make_shared<Record>();
-    const AWSTask task = utility()->uploadData(Data(std::string("bytes")), "bucket", "k", "",
+    const AWSTask task = utility()->uploadData(Data(std::string("bytes")), "bucket", "k", "", {},
                                                [record](const std::optional<Error>& error) {
                                                  record->end({std::nullopt, error});
                                                });
@@ -198,7 +198,7 @@ TYPED_TEST(ObjectStoreContract, UploadThatCannotStartHasItsErrorInTheTaskAndNoCo
   bool completed = false;
   const std::string type = this->underTest_.unsendableType();
   const AWSTask task =
-      this->utility()->uploadData(Data(std::string("x")), "bucket", "k", type,
+      this->utility()->uploadData(Data(std::string("x")), "bucket", "k", type, {},
                                   [&completed](const std::optional<Error>&) { completed = true; });
   EXPECT_TRUE(task.error);
   // If a completion of the earlier upload were on its way, it would come before the completion of

@@ -56,13 +56,16 @@ class NotingStore : public FakeObjectStore {
     Utility(NotingStore& store, std::shared_ptr<AWSS3TransferUtility> real)
         : store_(store), real_(std::move(real)) {}
     AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
-                       const std::string& contentType, UploadCompletion completion) override {
+                       const std::string& contentType,
+                       AWSS3TransferUtilityUploadExpression expression,
+                       UploadCompletion completion) override {
       if (store_.failsSome_ && ++store_.uploads_ % 7 == 0) {
         store_.failOnce(Error{"ObjectStore", 3, "down"});
       } else {
         ++store_.noted_.arrived[std::stoi(std::string(data.text()))];
       }
-      return real_->uploadData(std::move(data), bucket, key, contentType, std::move(completion));
+      return real_->uploadData(std::move(data), bucket, key, contentType, std::move(expression),
+                               std::move(completion));
     }
     AWSTask downloadToURL(const Url& location, const std::string& bucket, const std::string& key,
                           AWSS3TransferUtilityDownloadExpression expression,

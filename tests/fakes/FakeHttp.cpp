@@ -5,7 +5,7 @@
 
 namespace qx {
 
-class FakeHttp::Exchange : public HttpExchange {
+class FakeHttp::Exchange : public Cancellable {
  public:
   Exchange(FakeHttp& http, std::weak_ptr<Pending> pending)
       : http_(http), pending_(std::move(pending)) {}
@@ -24,7 +24,7 @@ void FakeHttp::answer(HttpAnswer answer) {
   answers_.push_back(std::move(answer));
 }
 
-std::shared_ptr<HttpExchange> FakeHttp::send(HttpRequest request, AnswerHandler answered) {
+std::shared_ptr<Cancellable> FakeHttp::send(HttpRequest request, AnswerHandler answered) {
   MutexLock lock(mutex_);
   requests_.push_back(request);
   pending_.push_back(

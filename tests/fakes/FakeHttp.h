@@ -28,7 +28,7 @@ class FakeHttp : public Http {
   void run();
   std::vector<HttpRequest> requests() const;
 
-  std::shared_ptr<HttpExchange> send(HttpRequest request, AnswerHandler answered) override;
+  std::shared_ptr<Cancellable> send(HttpRequest request, AnswerHandler answered) override;
 
  private:
   struct Pending {

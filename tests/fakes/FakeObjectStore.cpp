@@ -1,5 +1,8 @@
 #include "fakes/FakeObjectStore.h"
 
+#include <atomic>
+
+#include "platform/Http.h"
 #include "platform/Url.h"
 
 namespace qx {
@@ -9,15 +12,18 @@ class FakeObjectStore::Utility : public AWSS3TransferUtility {
   Utility(FakeObjectStore& store, std::string name) : store_(store), name_(std::move(name)) {}
 
   AWSTask uploadData(Data data, const std::string& bucket, const std::string& key,
-                     const std::string& contentType, UploadCompletion completion) override {
+                     const std::string& contentType,
+                     AWSS3TransferUtilityUploadExpression expression,
+                     UploadCompletion completion) override {
     const Upload upload{name_, std::move(data), bucket, key, contentType};
     {
       MutexLock lock(store_.mutex_);
       store_.uploads_.push_back(upload);
     }
-    return store_.start([&store = store_, upload, completion](std::optional<Error> error) {
-      store.finishUpload(upload, std::move(error), completion);
-    });
+    return store_.start(
+        [&store = store_, upload, expression, completion](std::optional<Error> error) {
+          store.finishUpload(upload, std::move(error), expression, completion);
+        });
   }
 
   AWSTask downloadToURL(const Url& location, const std::string& bucket, const std::string& key,
@@ -37,6 +43,29 @@ class FakeObjectStore::Utility : public AWSS3TransferUtility {
  private:
   FakeObjectStore& store_;
   const std::string name_;
+};
+
+/// A transfer that waits for release().
+class FakeObjectStore::Held : public Cancellable {
+ public:
+  Held(FakeObjectStore& store, std::function<void(std::optional<Error>)> finish)
+      : store_(store), finish_(std::move(finish)) {}
+  void cancel() override {
+    if (over_.exchange(true)) return;
+    {
+      MutexLock lock(store_.mutex_);
+      std::erase_if(store_.held_, [this](const auto& one) { return one.get() == this; });
+    }
+    finish_(Error{"Transport", kCancelled, "the transfer was cancelled"});
+  }
+  void release() {
+    if (!over_.exchange(true)) store_.end(finish_);
+  }
+
+ private:
+  FakeObjectStore& store_;
+  const std::function<void(std::optional<Error>)> finish_;
+  std::atomic<bool> over_ = false;
 };
 
 void FakeObjectStore::refuseConfigurations(bool refuse) {
@@ -70,13 +99,13 @@ void FakeObjectStore::hold() {
 }
 
 void FakeObjectStore::release() {
-  std::deque<std::function<void(std::optional<Error>)>> held;
+  std::deque<std::shared_ptr<Held>> held;
   {
     MutexLock lock(mutex_);
     holding_ = false;
     held.swap(held_);
   }
-  for (const auto& finish : held) end(finish);
+  for (const auto& transfer : held) transfer->release();
 }
 
 void FakeObjectStore::answerOn(DispatchQueue& queue) {
@@ -166,13 +195,13 @@ AWSTask FakeObjectStore::start(std::function<void(std::optional<Error>)> finish)
   {
     MutexLock lock(mutex_);
     if (!atOnce_.empty()) {
-      AWSTask task{std::move(atOnce_.front())};
+      AWSTask task{.error = std::move(atOnce_.front())};
       atOnce_.pop_front();
       return task;
     }
     if (holding_) {
-      held_.push_back(std::move(finish));
-      return {};
+      held_.push_back(std::make_shared<Held>(*this, std::move(finish)));
+      return {.transfer = held_.back()};
     }
     queue = queue_;
   }
@@ -198,7 +227,16 @@ void FakeObjectStore::end(const std::function<void(std::optional<Error>)>& finis
 }
 
 void FakeObjectStore::finishUpload(const Upload& upload, std::optional<Error> error,
+                                   const AWSS3TransferUtilityUploadExpression& expression,
                                    const AWSS3TransferUtility::UploadCompletion& completion) {
+  std::vector<TransferProgress> reports;
+  {
+    MutexLock lock(mutex_);
+    reports = progress_;
+  }
+  if (expression.progressBlock) {
+    for (const TransferProgress& report : reports) expression.progressBlock(report);
+  }
   if (!error) put(upload.bucket, upload.key, upload.data);
   if (completion) completion(error);
 }

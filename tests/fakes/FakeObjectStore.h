@@ -64,10 +64,10 @@ class FakeObjectStore : public ObjectStore {
   void failOnce(Error error);
   /// From now on every transfer ends with this error. Without an error transfers succeed again.
   void failAll(std::optional<Error> error);
-  /// Sets the progress reports before the completion of a download.
+  /// Sets the progress reports before the completion of a transfer.
   void reportProgress(std::vector<TransferProgress> reports);
   /// Keeps transfers unfinished until release() ends them, the oldest first, by the script of that
-  /// moment.
+  /// moment. A held transfer that is cancelled ends at once, on the cancelling thread.
   void hold();
   void release();
   void answerOn(DispatchQueue& queue);
@@ -98,12 +98,14 @@ class FakeObjectStore : public ObjectStore {
 
  private:
   class Utility;
+  class Held;
   using ObjectName = std::pair<std::string, std::string>;
 
   /// Starts a transfer whose end is `finish`. `finish` gets the scripted error if there is one.
   AWSTask start(std::function<void(std::optional<Error>)> finish);
   void end(const std::function<void(std::optional<Error>)>& finish);
   void finishUpload(const Upload& upload, std::optional<Error> error,
+                    const AWSS3TransferUtilityUploadExpression& expression,
                     const AWSS3TransferUtility::UploadCompletion& completion);
   void finishDownload(const Download& download, const Url& location, std::optional<Error> error,
                       const AWSS3TransferUtilityDownloadExpression& expression,
@@ -116,7 +118,7 @@ class FakeObjectStore : public ObjectStore {
   std::deque<Error> once_ QX_GUARDED_BY(mutex_);
   std::optional<Error> all_ QX_GUARDED_BY(mutex_);
   std::vector<TransferProgress> progress_ QX_GUARDED_BY(mutex_);
-  std::deque<std::function<void(std::optional<Error>)>> held_ QX_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<Held>> held_ QX_GUARDED_BY(mutex_);
   DispatchQueue* queue_ QX_GUARDED_BY(mutex_) = nullptr;
   FileWriter writer_ QX_GUARDED_BY(mutex_);
   std::map<ObjectName, Data> objects_ QX_GUARDED_BY(mutex_);

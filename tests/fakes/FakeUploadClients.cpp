@@ -1,5 +1,6 @@
 #include "fakes/FakeUploadClients.h"
 
+#include <atomic>
 #include <utility>
 
 namespace qx {
@@ -8,19 +9,45 @@ class FakeUploadClients::Client : public QXNetworkingManager {
  public:
   Client(FakeUploadClients& owner, HTTPHeaders headers, double timeoutForRequest)
       : owner_(owner), headers_(std::move(headers)), timeoutForRequest_(timeoutForRequest) {}
-  void upload(const QXNetworkingUploadRequest& request, ProgressCallback progress,
-              Completion completion) override {
+  std::shared_ptr<Cancellable> upload(const QXNetworkingUploadRequest& request,
+                                      ProgressCallback progress, Completion completion) override {
     MultipartFormData form;
     if (request.multipartFormData) request.multipartFormData(form);
-    owner_.sent({headers_, timeoutForRequest_, request.url, request.headers, request.parameters,
-                 request.acceptableContentTypes, form.parts(), static_cast<bool>(progress)},
-                std::move(completion));
+    const bool hasProgress = static_cast<bool>(progress);
+    return owner_.sent(
+        {headers_, timeoutForRequest_, request.url, request.headers, request.parameters,
+         request.acceptableContentTypes, form.parts(), hasProgress},
+        std::move(progress), std::move(completion));
   }
 
  private:
   FakeUploadClients& owner_;
   const HTTPHeaders headers_;
   const double timeoutForRequest_;
+};
+
+/// A form that waits for release().
+class FakeUploadClients::Held : public Cancellable {
+ public:
+  Held(FakeUploadClients& owner, Completion completion)
+      : owner_(owner), completion_(std::move(completion)) {}
+  void cancel() override {
+    if (over_.exchange(true)) return;
+    {
+      MutexLock lock(owner_.mutex_);
+      std::erase_if(owner_.held_, [this](const auto& one) { return one.get() == this; });
+    }
+    if (!completion_) return;
+    completion_({Error{"Transport", kCancelled, "the request was cancelled"}, std::nullopt});
+  }
+  void release() {
+    if (!over_.exchange(true)) owner_.complete(completion_);
+  }
+
+ private:
+  FakeUploadClients& owner_;
+  const Completion completion_;
+  std::atomic<bool> over_ = false;
 };
 
 void FakeUploadClients::answer(QXNetworkingUploadResponse response) {
@@ -33,19 +60,24 @@ void FakeUploadClients::answerOnce(QXNetworkingUploadResponse response) {
   once_.push_back(std::move(response));
 }
 
+void FakeUploadClients::reportProgress(std::vector<double> fractions) {
+  MutexLock lock(mutex_);
+  progress_ = std::move(fractions);
+}
+
 void FakeUploadClients::hold() {
   MutexLock lock(mutex_);
   holding_ = true;
 }
 
 void FakeUploadClients::release() {
-  std::deque<Completion> held;
+  std::deque<std::shared_ptr<Held>> held;
   {
     MutexLock lock(mutex_);
     holding_ = false;
     held.swap(held_);
   }
-  for (const Completion& completion : held) complete(completion);
+  for (const auto& form : held) form->release();
 }
 
 void FakeUploadClients::answerOn(DispatchQueue& queue) {
@@ -83,19 +115,29 @@ std::string FakeUploadClients::QXNetworkingUserAgent() {
   return "FakeAgent/1";
 }
 
-void FakeUploadClients::sent(Upload upload, Completion completion) {
+std::shared_ptr<Cancellable> FakeUploadClients::sent(Upload upload, ProgressCallback progress,
+                                                     Completion completion) {
   DispatchQueue* queue = nullptr;
+  std::vector<double> fractions;
   {
     MutexLock lock(mutex_);
     uploads_.push_back(std::move(upload));
     if (holding_) {
-      held_.push_back(std::move(completion));
-      return;
+      held_.push_back(std::make_shared<Held>(*this, std::move(completion)));
+      return held_.back();
     }
     queue = queue_;
+    fractions = progress_;
   }
-  if (queue == nullptr) return complete(completion);
-  queue->async([this, completion] { complete(completion); });
+  if (progress) {
+    for (const double fraction : fractions) progress(fraction);
+  }
+  if (queue == nullptr) {
+    complete(completion);
+  } else {
+    queue->async([this, completion] { complete(completion); });
+  }
+  return nullptr;
 }
 
 void FakeUploadClients::complete(const Completion& completion) {

@@ -46,8 +46,10 @@ class FakeUploadClients : public UploadClients {
   void answerStatus(int status) { answer({std::nullopt, HTTPURLResponse{status}}); }
   void answerWithoutHttp() { answer({std::nullopt, std::nullopt}); }
   void fail(Error error) { answer({std::move(error), std::nullopt}); }
+  /// Sets the fractions that are reported for each form before its answer.
+  void reportProgress(std::vector<double> fractions);
   /// Keeps forms unanswered until release() answers them, the oldest first, by the script of that
-  /// moment.
+  /// moment. A held form that is cancelled is answered at once, on the cancelling thread.
   void hold();
   void release();
   void answerOn(DispatchQueue& queue);
@@ -69,14 +71,17 @@ class FakeUploadClients : public UploadClients {
  private:
   class Client;
   using Completion = QXNetworkingManager::Completion;
-  void sent(Upload upload, Completion completion);
+  class Held;
+  std::shared_ptr<Cancellable> sent(Upload upload, ProgressCallback progress,
+                                    Completion completion);
   void complete(const Completion& completion);
 
   mutable Mutex mutex_;
   std::deque<QXNetworkingUploadResponse> once_ QX_GUARDED_BY(mutex_);
   QXNetworkingUploadResponse standing_ QX_GUARDED_BY(mutex_) = {std::nullopt, HTTPURLResponse{200}};
-  std::deque<Completion> held_ QX_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<Held>> held_ QX_GUARDED_BY(mutex_);
   std::vector<Upload> uploads_ QX_GUARDED_BY(mutex_);
+  std::vector<double> progress_ QX_GUARDED_BY(mutex_);
   std::size_t made_ QX_GUARDED_BY(mutex_) = 0;
   bool holding_ QX_GUARDED_BY(mutex_) = false;
   DispatchQueue* queue_ QX_GUARDED_BY(mutex_) = nullptr;

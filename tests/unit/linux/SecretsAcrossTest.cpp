@@ -44,7 +44,7 @@ class SecretsAcross : public testing::Test {
   std::string storeSays() {
     std::promise<std::string> promise;
     store_.S3TransferUtilityForKey("scope")->uploadData(
-        Data("x"), "bucket", "key", "",
+        Data("x"), "bucket", "key", "", {},
         [&](const std::optional<Error>& error) { promise.set_value(error->description); });
     return promise.get_future().get();
   }

@@ -66,7 +66,7 @@ class TlsTest : public ::testing::Test {
     store.registerS3TransferUtility(*configuration, "key");
     std::promise<std::optional<Error>> promise;
     store.S3TransferUtilityForKey("key")->uploadData(
-        Data(std::string("payload")), "bucket", "k", "",
+        Data(std::string("payload")), "bucket", "k", "", {},
         [&](const auto& error) { promise.set_value(error); });
     return promise.get_future().get();
   }

@@ -72,7 +72,7 @@ class TransferFixture : public ::testing::Test {
                               const std::string& contentType = "") {
     std::promise<std::optional<Error>> promise;
     const AWSTask task =
-        utility(endpoint)->uploadData(Data(bytes), "bucket", key, contentType,
+        utility(endpoint)->uploadData(Data(bytes), "bucket", key, contentType, {},
                                       [&](const auto& error) { promise.set_value(error); });
     if (task.error) return task.error;
     return promise.get_future().get();
@@ -91,7 +91,7 @@ class TransferFixture : public ::testing::Test {
         "key");
     std::promise<std::optional<Error>> promise;
     store.S3TransferUtilityForKey("key")->uploadData(
-        Data(std::string("payload")), bucket, "a b", "",
+        Data(std::string("payload")), bucket, "a b", "", {},
         [&](const auto& error) { promise.set_value(error); });
     return promise.get_future().get();
   }

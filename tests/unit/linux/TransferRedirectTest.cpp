@@ -96,7 +96,7 @@ TEST_F(TransferRedirectTest, EndpointElementIsReachedByTlsWhereTheStoreWas) {
       "tls");
   std::promise<std::optional<Error>> promise;
   store.S3TransferUtilityForKey("tls")->uploadData(
-      Data(std::string("payload")), "bucket", "a b", "",
+      Data(std::string("payload")), "bucket", "a b", "", {},
       [&](const auto& error) { promise.set_value(error); });
   EXPECT_EQ(promise.get_future().get(), std::nullopt);
   ASSERT_THAT(server.requests(), SizeIs(2));

@@ -77,7 +77,7 @@ TEST_F(TransferUtilityTest, HeaderInjectionIsRefusedAtOnce) {
   ScriptedServer server({Turn()});
   bool completed = false;
   const AWSTask task = utility(server.url())
-                           ->uploadData(Data(std::string("x")), "bucket", "k", "a\r\nX-Evil: 1",
+                           ->uploadData(Data(std::string("x")), "bucket", "k", "a\r\nX-Evil: 1", {},
                                         [&](const auto&) { completed = true; });
   ASSERT_TRUE(task.error);
   EXPECT_THAT(task.error->description, Not(HasSubstr("Evil")));
@@ -473,7 +473,7 @@ TEST_F(TransferUtilityTest, PayloadIsNotCopiedOnItsWay) {
   const Data payload(std::string(kSize, 'x'));
   const long before = peakKiB();
   std::promise<std::optional<Error>> promise;
-  utility(server.url())->uploadData(payload, "bucket", "k", "", [&](const auto& error) {
+  utility(server.url())->uploadData(payload, "bucket", "k", "", {}, [&](const auto& error) {
     promise.set_value(error);
   });
   EXPECT_EQ(promise.get_future().get(), std::nullopt);
