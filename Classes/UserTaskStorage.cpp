@@ -118,6 +118,10 @@ bool convertsToInt(const AWSBasicParameter& parameter) {
   return true;
 }
 
+Error unusableName(const std::string& filename) {
+  return {"Files", 0, "\"" + filename + "\" cannot name a stored file of this user"};
+}
+
 }  // namespace
 
 UserTaskStorage::UserTaskStorage(const Platform& platform, std::string userId,
@@ -131,6 +135,7 @@ UserTaskStorage::UserTaskStorage(const Platform& platform, std::string userId,
     : platform_(platform),
       userId_(std::move(userId)),
       durability_(storedTasks == StoredTasks::resume ? Durability::synced : Durability::cached) {
+  if (storedTasks == StoredTasks::readOnly) return;
   makeUserRootDir();
   if (storedTasks == StoredTasks::startEmpty) return;
   const Resumed resumed = resumeLog(/*opening=*/true);
@@ -170,12 +175,17 @@ bool UserTaskStorage::isUsable(const std::string& filename, const AWSLogEntry& e
 }
 
 UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
-  if (!userDirPathExist()) return Resumed::no;
+  if (!userDirPathExist()) {
+    fault_.store(Error{"Files", ENOENT, "the directory " + userDirPath() + " cannot be made"});
+    return Resumed::no;
+  }
+  if (!takeLock()) return Resumed::no;
   Files& files = platform_.files;
   const Result<Data> bytes = files.read(logPath());
   // Any other error may hide a log that is there.
   if (!bytes && bytes.error().code != ENOENT) {
     noteRefusedLink(bytes.error());
+    fault_.store(bytes.error());
     return Resumed::no;
   }
 
@@ -225,7 +235,25 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
     note(std::string("[Error] damaged log ") + (aside ? "" : "could not be ") + "set aside, " +
          std::to_string(kept) + " kept, " + std::to_string(lost) + " lost");
   }
+  if (!aside) fault_.store(Error{"Files", 0, logPath() + " is damaged and cannot be set aside"});
   return aside ? Resumed::changed : Resumed::no;
+}
+
+bool UserTaskStorage::takeLock() {
+  if (lock_) return true;
+  Result<std::unique_ptr<FileLock>> taken = platform_.files.lock(userDirPath());
+  if (taken) {
+    lock_ = std::move(*taken);
+    return true;
+  }
+  const Error& error = taken.error();
+  // A file system without locks: the operations on the log say what is possible.
+  if (error.code != EWOULDBLOCK && error.code != ELOOP) return true;
+  noteRefusedLink(error);
+  fault_.store(error.code == ELOOP
+                   ? error
+                   : Error{"Files", EWOULDBLOCK, userDirPath() + " is in use by another process"});
+  return false;
 }
 
 void UserTaskStorage::note(std::string message) {
@@ -362,23 +390,56 @@ bool UserTaskStorage::userDirPathExist() const {
 }
 
 std::shared_ptr<FileTask> UserTaskStorage::storageFile(const std::shared_ptr<Task>& task) {
+  const Result<std::shared_ptr<FileTask>> stored = writeFile(task);
+  return stored ? *stored : nullptr;
+}
+
+Result<std::shared_ptr<FileTask>> UserTaskStorage::writeFile(const std::shared_ptr<Task>& task) {
   if (task->hasPath()) return std::dynamic_pointer_cast<FileTask>(task);
-  if (!isDataFileName(task->filename())) return nullptr;
+  if (!isDataFileName(task->filename())) return unusableName(task->filename());
   const std::optional<Data> data = task->data();
-  if (!data) return nullptr;
+  if (!data) return Error{"Files", 0, "the task has no bytes"};
   const std::string relative = relativePath(task->filename());
   const std::string_view content = data->text();
-  const auto error = platform_.files.write(documentPath(platform_.files) + "/" + relative,
-                                           {&content, 1}, WriteMode::plain, durability_);
+  auto error = platform_.files.write(documentPath(platform_.files) + "/" + relative, {&content, 1},
+                                     WriteMode::plain, durability_);
   if (error) {
     logRefusedLink(platform_, *error, kSource, "storageFile(task:)", __LINE__);
-    return nullptr;
+    return *std::move(error);
   }
   return std::make_shared<FileTask>(platform_.files, task->filename(), task->scope(), relative,
                                     /*uploadCount=*/0, task->extra());
 }
 
 bool UserTaskStorage::storageLog(const FileTask& task) {
+  return !writeEntry(task);
+}
+
+std::optional<Error> UserTaskStorage::writeEntry(const FileTask& task) {
+  if (!isDataFileName(task.filename()) || !isDataFilePath(task.filePath())) {
+    return unusableName(task.filename());
+  }
+  if (!update(task)) return Error{"Files", 0, "the extra values cannot be stored"};
+  if (syncLog()) return std::nullopt;
+  return whyUnwritten();
+}
+
+Error UserTaskStorage::whyUnwritten() const {
+  if (auto fault = fault_.load()) return *std::move(fault);
+  return writeError_.load().value_or(Error{"Files", 0, logPath() + " cannot be written"});
+}
+
+Result<std::shared_ptr<FileTask>> UserTaskStorage::store(const std::shared_ptr<Task>& task) {
+  Result<std::shared_ptr<FileTask>> stored = writeFile(task);
+  if (!stored) return stored;
+  if (auto error = writeEntry(**stored)) {
+    remove((*stored)->filename());
+    return *std::move(error);
+  }
+  return stored;
+}
+
+bool UserTaskStorage::update(const FileTask& task) {
   if (!isDataFileName(task.filename()) || !isDataFilePath(task.filePath())) return false;
   AWSLogEntry entry;
   entry["base"] = {{"file_path", task.filePath()},
@@ -387,7 +448,7 @@ bool UserTaskStorage::storageLog(const FileTask& task) {
   entry["extra"] = task.extra();
   const std::shared_ptr<const Record> record = makeRecord(task.filename(), entry);
   change(task.filename(), record);
-  return !record->text.empty() && syncLog();
+  return !record->text.empty();
 }
 
 std::string UserTaskStorage::textOf(const std::string& filename, const AWSLogEntry& entry) const {
@@ -480,6 +541,7 @@ bool UserTaskStorage::writeLog() {
   if (!isPlainPathComponent(userId_)) return false;
   if (!resumed_) resumed_ = resumeLog(/*opening=*/false) != Resumed::no;
   if (!resumed_) return false;
+  if (fault_.load()) fault_.store(std::nullopt);
   const std::shared_ptr<const Records> records = logsMap_.load();
   std::vector<std::string_view> pieces = {platform_.propertyLists.documentStart(), kDictStart};
   pieces.reserve(records->size() + 4);
@@ -490,20 +552,40 @@ bool UserTaskStorage::writeLog() {
   pieces.push_back(platform_.propertyLists.documentEnd());
   const auto error = platform_.files.write(logPath(), pieces, WriteMode::atomic, durability_);
   if (error) noteRefusedLink(*error);
+  writeError_.store(error);
   return !error;
 }
 
 AWSLogMap UserTaskStorage::localLogs() const {
-  if (!isPlainPathComponent(userId_)) return {};
+  Result<AWSLogMap> entries = readLog();
+  return entries ? std::move(*entries) : AWSLogMap();
+}
+
+Result<AWSLogMap> UserTaskStorage::readLog() const {
+  if (!isPlainPathComponent(userId_)) return AWSLogMap();
   const Result<Data> bytes = platform_.files.read(logPath());
-  if (bytes) return decodeLog(platform_.propertyLists, *bytes);
-  logRefusedLink(platform_, bytes.error(), kSource, "localLogs()", __LINE__);
-  return {};
+  if (!bytes) {
+    if (bytes.error().code == ENOENT) return AWSLogMap();
+    logRefusedLink(platform_, bytes.error(), kSource, "localLogs()", __LINE__);
+    return bytes.error();
+  }
+  AWSLogMap entries = decodeLog(platform_.propertyLists, *bytes);
+  if (entries.empty() && !decodesToDictionary(platform_.propertyLists, *bytes)) {
+    return Error{"Files", 0, logPath() + " is damaged: it is no property list with a dictionary"};
+  }
+  return entries;
 }
 
 std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
+  auto tasks = readTasks();
+  return tasks ? std::move(*tasks) : std::vector<std::shared_ptr<FileTask>>();
+}
+
+Result<std::vector<std::shared_ptr<FileTask>>> UserTaskStorage::readTasks() const {
+  const Result<AWSLogMap> entries = readLog();
+  if (!entries) return entries.error();
   std::vector<std::shared_ptr<FileTask>> tasks;
-  for (const auto& [filename, info] : localLogs()) {
+  for (const auto& [filename, info] : *entries) {
     std::shared_ptr<FileTask> rebuilt = task(filename, &info);
     if (resumes() && !isUsable(filename, info)) continue;
     if (rebuilt && isDataFileName(filename) && isDataFilePath(rebuilt->filePath())) {
@@ -559,14 +641,39 @@ bool UserTaskStorage::remove(const std::string& filename) {
   return syncLog();
 }
 
+std::map<std::string, Error> UserTaskStorage::removeAll(const std::vector<std::string>& filenames) {
+  std::map<std::string, Error> failures;
+  bool changed = false;
+  for (const std::string& filename : filenames) {
+    // The data file first: an entry without one is of no harm, and a full disk gets room for the
+    // log.
+    const std::optional<std::string> path = filePath(filename);
+    if (auto error = eraseFile(path.value_or(relativePath(filename)))) {
+      failures.emplace(filename, *std::move(error));
+    } else if (path) {
+      change(filename, nullptr);
+      changed = true;
+    }
+  }
+  if (changed && !syncLog()) {
+    const Error error = whyUnwritten();
+    for (const std::string& filename : filenames) failures.emplace(filename, error);
+  }
+  return failures;
+}
+
 bool UserTaskStorage::deleteFile(const std::string& path) {
-  if (!isDataFilePath(path)) return false;
+  return !eraseFile(path);
+}
+
+std::optional<Error> UserTaskStorage::eraseFile(const std::string& path) {
+  if (!isDataFilePath(path)) return unusableName(path);
   Files& files = platform_.files;
   const std::string absolute = documentPath(platform_.files) + "/" + path;
-  if (files.kind(absolute) == PathKind::absent) return true;
-  const auto error = files.remove(absolute);
+  if (files.kind(absolute) == PathKind::absent) return std::nullopt;
+  auto error = files.remove(absolute);
   if (error) logRefusedLink(platform_, *error, kSource, "deleteFile(path:)", __LINE__);
-  return !error;
+  return error;
 }
 
 }  // namespace qx

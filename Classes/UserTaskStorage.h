@@ -35,6 +35,8 @@ enum class StoredTasks {
   startEmpty,
   /// It starts with the entries of the log file, and what is stored is synced to the disk.
   resume,
+  /// The log file is read when it is asked for, and nothing is changed on disk.
+  readOnly,
 };
 
 class UserTaskStorage {
@@ -65,13 +67,23 @@ class UserTaskStorage {
   /// Writes the whole in-memory log to the log file. Callers that wait for one another share a
   /// write: it is enough that one that began after the call has succeeded.
   bool syncLog();
+  /// Stores a task that is not: storageFile(), then storageLog(). A failure leaves nothing behind.
+  Result<std::shared_ptr<FileTask>> store(const std::shared_ptr<Task>& task);
+  /// Records a stored task in the in-memory log alone; the next syncLog() writes it. False for a
+  /// task that cannot be recorded.
+  bool update(const FileTask& task);
   /// Reads the log file again, and writes it, if that has not succeeded since the opening.
   void readLogAgain();
   /// The log file as it is on disk; empty when it is missing or malformed.
   AWSLogMap localLogs() const;
+  /// The same; a missing log is an empty one, a malformed one is an error.
+  Result<AWSLogMap> readLog() const;
   /// A task for every usable entry of the log file, in no order. Entries whose file lies outside
   /// the user's directory are not usable; a resuming storage leaves out damaged ones as well.
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
+  /// The same, or why the log cannot be read.
+  Result<std::vector<std::shared_ptr<FileTask>>> readTasks() const;
+  const std::string& userId() const { return userId_; }
   /// A task rebuilt from a log entry; nothing when the entry lacks what it takes.
   std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info) const;
   /// It was opened with StoredTasks::resume.
@@ -84,6 +96,11 @@ class UserTaskStorage {
   std::optional<std::string> filePath(const std::string& filename) const;
   /// Removes a task's data file and its entry. False when the in-memory log does not know it.
   bool remove(const std::string& filename);
+  /// Removes the data files and the entries of many tasks, writing the log once. Yields those that
+  /// could not be removed, with the reason.
+  std::map<std::string, Error> removeAll(const std::vector<std::string>& filenames);
+  /// Why what is stored cannot be opened now; nothing when it can.
+  std::optional<Error> fault() const { return fault_.load(); }
   /// Removes one file of the user's directory, its path relative to the documents directory. A
   /// missing file is success.
   bool deleteFile(const std::string& path);
@@ -126,6 +143,8 @@ class UserTaskStorage {
   void makeUserRootDir();
   /// Keeps the message of a log record for report().
   void note(std::string message);
+  /// Takes the lock of the user's directory unless this storage has it.
+  bool takeLock();
   /// Notes that a symbolic link was refused, if that is what the error says.
   void noteRefusedLink(const Error& error);
   /// Writes the log records whose messages were noted. Under no lock: a logger may do anything,
@@ -158,6 +177,12 @@ class UserTaskStorage {
   std::string relativePath(const std::string& filename) const;
   std::string userDirPath() const;
   std::string logPath() const;
+  /// storageFile(), storageLog() and deleteFile() with the reason of a failure.
+  Result<std::shared_ptr<FileTask>> writeFile(const std::shared_ptr<Task>& task);
+  std::optional<Error> writeEntry(const FileTask& task);
+  /// Why a write of the log has just failed.
+  Error whyUnwritten() const;
+  std::optional<Error> eraseFile(const std::string& path);
   /// `filename` can be a data file beside the log.
   bool isDataFileName(const std::string& filename) const;
   /// `path`, relative to the documents directory, is a data file of this user.
@@ -166,6 +191,12 @@ class UserTaskStorage {
   const Platform& platform_;
   const std::string userId_;
   const Durability durability_;
+  Guarded<std::optional<Error>> fault_;
+  /// Of the latest write of the log.
+  Guarded<std::optional<Error>> writeError_;
+  /// Of a storage that resumes: no other process changes the user's directory. Taken by the
+  /// constructor, or by the one whose turn it is to write.
+  std::unique_ptr<FileLock> lock_;
   Guarded<std::shared_ptr<const Records>> logsMap_{std::make_shared<const Records>()};
   Mutex stroageFileLock_;
   /// Orders the writes of the log file: `writing_` says that one is under way. The mutex itself is

@@ -28,6 +28,10 @@ class CountingFiles : public qx::Files {
   explicit CountingFiles(qx::Files& files) : files_(files) {}
   std::vector<std::string> documentDirectories() override { return files_.documentDirectories(); }
   qx::PathKind kind(const std::string& path) override { return files_.kind(path); }
+  qx::Result<qx::FileFacts> facts(const std::string& path) override { return files_.facts(path); }
+  qx::Result<std::unique_ptr<qx::FileLock>> lock(const std::string& path) override {
+    return files_.lock(path);
+  }
   std::optional<qx::Error> createDirectory(const std::string& path) override {
     return files_.createDirectory(path);
   }

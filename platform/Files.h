@@ -14,6 +14,8 @@
 // directory may be reached through links.
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -49,6 +51,19 @@ enum class Durability {
   synced,
 };
 
+/// Of a regular file.
+struct FileFacts {
+  std::uint64_t size = 0;
+  /// When its content was last changed, in seconds since 1970.
+  double modified = 0;
+};
+
+/// A lock that is held until it is destroyed, or until the process ends.
+class FileLock {
+ public:
+  virtual ~FileLock() = default;
+};
+
 class Files {
  public:
   virtual ~Files() = default;
@@ -56,6 +71,11 @@ class Files {
   virtual std::vector<std::string> documentDirectories() = 0;
   /// What stands at `path`. A path that cannot be examined counts as absent.
   virtual PathKind kind(const std::string& path) = 0;
+  /// Size and time of the regular file at `path`.
+  virtual Result<FileFacts> facts(const std::string& path) = 0;
+  /// Locks the directory at `path` against other processes and against other locks of this one.
+  /// Fails with EWOULDBLOCK when somebody else has locked it.
+  virtual Result<std::unique_ptr<FileLock>> lock(const std::string& path) = 0;
   /// Creates a directory and the missing ones above it, for this user alone (mode 0700). Succeeds
   /// when the directory exists.
   virtual std::optional<Error> createDirectory(const std::string& path) = 0;

@@ -77,6 +77,14 @@ PathKind WatchedFiles::kind(const std::string& path) {
   return platform_.kind(path);
 }
 
+Result<FileFacts> WatchedFiles::facts(const std::string& path) {
+  return platform_.facts(path);
+}
+
+Result<std::unique_ptr<FileLock>> WatchedFiles::lock(const std::string& path) {
+  return platform_.lock(path);
+}
+
 std::optional<Error> WatchedFiles::createDirectory(const std::string& path) {
   return platform_.createDirectory(path);
 }

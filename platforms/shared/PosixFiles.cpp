@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -61,6 +62,15 @@ Descriptor opened(int directory, const std::string& name, int flags, mode_t mode
   return Descriptor(
       retried([&] { return ::openat(directory, name.c_str(), flags | O_CLOEXEC, mode); }));
 }
+
+/// The system gives the lock back when the descriptor is closed.
+class DescriptorLock : public FileLock {
+ public:
+  explicit DescriptorLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+
+ private:
+  const Descriptor descriptor_;
+};
 
 Error failure(const std::string& path, int code) {
   // The system's own text speaks of too many levels of links.
@@ -297,6 +307,35 @@ PathKind PosixFiles::kind(const std::string& path) {
   }
   if (S_ISLNK(status.st_mode)) return PathKind::link;
   return S_ISDIR(status.st_mode) ? PathKind::directory : PathKind::file;
+}
+
+Result<FileFacts> PosixFiles::facts(const std::string& path) {
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
+  struct stat status;
+  if (::fstatat(place->directory.get(), place->name.c_str(), &status, place->lookFlags()) < 0) {
+    return failure(path, errno);
+  }
+  if (S_ISLNK(status.st_mode)) return failure(path, ELOOP);
+  if (!S_ISREG(status.st_mode)) return failure(path, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+  return FileFacts{static_cast<std::uint64_t>(status.st_size),
+                   static_cast<double>(status.st_mtim.tv_sec) +
+                       static_cast<double>(status.st_mtim.tv_nsec) / 1e9};
+}
+
+Result<std::unique_ptr<FileLock>> PosixFiles::lock(const std::string& path) {
+  const Result<Place> place = placeOf(path);
+  if (!place) return place.error();
+  Descriptor directory =
+      opened(place->directory.get(), place->name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  if (!directory) {
+    const int code = errno;
+    return failure(path, isLink(place->directory.get(), place->name) ? ELOOP : code);
+  }
+  if (retried([&] { return ::flock(directory.get(), LOCK_EX | LOCK_NB); }) < 0) {
+    return failure(path, errno);
+  }
+  return std::unique_ptr<FileLock>(std::make_unique<DescriptorLock>(std::move(directory)));
 }
 
 std::optional<Error> PosixFiles::createDirectory(const std::string& path) {

@@ -28,6 +28,8 @@ class PosixFiles : public Files {
 
   std::vector<std::string> documentDirectories() override { return documentDirectories_; }
   PathKind kind(const std::string& path) override;
+  Result<FileFacts> facts(const std::string& path) override;
+  Result<std::unique_ptr<FileLock>> lock(const std::string& path) override;
   std::optional<Error> createDirectory(const std::string& path) override;
   Result<std::vector<std::string>> list(const std::string& path) override;
   Result<Data> read(const std::string& path) override;

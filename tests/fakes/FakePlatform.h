@@ -29,7 +29,10 @@ namespace qx {
 
 class FakePlatform {
  public:
-  FakePlatform() { mediator.setProduction(false); }
+  FakePlatform() {
+    mediator.setProduction(false);
+    files.setClock(clock);
+  }
   FakePlatform(const FakePlatform&) = delete;
   FakePlatform& operator=(const FakePlatform&) = delete;
 

@@ -45,6 +45,56 @@ PathKind MemoryFiles::kind(const std::string& path) {
   return kindLocked(normal(path));
 }
 
+Result<FileFacts> MemoryFiles::facts(const std::string& path) {
+  MutexLock lock(mutex_);
+  const std::string at = normal(path);
+  if (const auto link = linkOn(at)) return linkFailure(*link);
+  const auto file = files_.find(at);
+  if (file == files_.end()) return failure(at, directories_.contains(at) ? EISDIR : ENOENT);
+  const auto time = times_.find(at);
+  return FileFacts{file->second.size(), time == times_.end() ? 0 : time->second};
+}
+
+class MemoryFiles::Lock : public FileLock {
+ public:
+  Lock(std::shared_ptr<Guarded<std::set<std::string>>> locked, std::string path)
+      : locked_(std::move(locked)), path_(std::move(path)) {}
+  ~Lock() override {
+    locked_->update([this](std::set<std::string> paths) {
+      paths.erase(path_);
+      return paths;
+    });
+  }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+ private:
+  const std::shared_ptr<Guarded<std::set<std::string>>> locked_;
+  const std::string path_;
+};
+
+Result<std::unique_ptr<FileLock>> MemoryFiles::lock(const std::string& path) {
+  MutexLock lock(mutex_);
+  const std::string at = normal(path);
+  if (fails(Operation::lock, at)) return failure(at, EIO);
+  if (const auto link = linkOn(at)) return linkFailure(*link);
+  if (kindLocked(at) != PathKind::directory) {
+    return failure(at, kindLocked(at) == PathKind::file ? ENOTDIR : ENOENT);
+  }
+  bool taken = false;
+  locked_->update([&](std::set<std::string> paths) {
+    taken = paths.insert(at).second;
+    return paths;
+  });
+  if (!taken) return failure(at, EWOULDBLOCK);
+  return std::unique_ptr<FileLock>(std::make_unique<Lock>(locked_, at));
+}
+
+void MemoryFiles::setClock(Clock& clock) {
+  MutexLock lock(mutex_);
+  clock_ = &clock;
+}
+
 std::optional<Error> MemoryFiles::createDirectory(const std::string& path) {
   MutexLock lock(mutex_);
   const std::string at = normal(path);
@@ -105,6 +155,7 @@ std::optional<Error> MemoryFiles::write(const std::string& path,
     return done(call, failure(at, kindLocked(parentOf(at)) == PathKind::file ? ENOTDIR : ENOENT));
   }
   files_.insert_or_assign(at, Data(std::move(content)));
+  if (clock_ != nullptr) times_[at] = clock_->now();
   return done(call, std::nullopt);
 }
 

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <span>
@@ -18,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Clock.h"
 #include "platform/Files.h"
 #include "platform/Mutex.h"
 
@@ -26,7 +28,7 @@ namespace qx {
 class MemoryFiles : public Files {
  public:
   /// The operations that can fail.
-  enum class Operation { createDirectory, list, read, write, rename, remove };
+  enum class Operation { lock, createDirectory, list, read, write, rename, remove };
 
   /// The file system has the empty directories "/" and "/documents" at first. The latter is the
   /// documents directory.
@@ -34,6 +36,8 @@ class MemoryFiles : public Files {
 
   std::vector<std::string> documentDirectories() override;
   PathKind kind(const std::string& path) override;
+  Result<FileFacts> facts(const std::string& path) override;
+  Result<std::unique_ptr<FileLock>> lock(const std::string& path) override;
   std::optional<Error> createDirectory(const std::string& path) override;
   Result<std::vector<std::string>> list(const std::string& path) override;
   Result<Data> read(const std::string& path) override;
@@ -49,6 +53,10 @@ class MemoryFiles : public Files {
   /// From now on every `operation` fails.
   void failAll(Operation operation);
   void clearFaults();
+
+  /// Sets the clock that gives the times of later writes; without one the times are 0. The clock
+  /// must outlive the files.
+  void setClock(Clock& clock);
 
   /// The content of a file, or nothing when there is no such file.
   std::optional<std::string> text(const std::string& path);
@@ -75,6 +83,7 @@ class MemoryFiles : public Files {
   std::size_t writeCount(const std::string& path);
 
  private:
+  class Lock;
   bool fails(Operation operation, const std::string& path) const QX_REQUIRES(mutex_);
   PathKind kindLocked(const std::string& path) const QX_REQUIRES(mutex_);
   void makeDirectories(const std::string& path) QX_REQUIRES(mutex_);
@@ -88,6 +97,11 @@ class MemoryFiles : public Files {
   Mutex mutex_;
   std::vector<std::string> documentDirectories_ QX_GUARDED_BY(mutex_) = {"/documents"};
   std::map<std::string, Data> files_ QX_GUARDED_BY(mutex_);
+  std::map<std::string, double> times_ QX_GUARDED_BY(mutex_);
+  /// Shared with the locks, which may outlive the files.
+  const std::shared_ptr<Guarded<std::set<std::string>>> locked_ =
+      std::make_shared<Guarded<std::set<std::string>>>();
+  Clock* clock_ QX_GUARDED_BY(mutex_) = nullptr;
   std::set<std::string> directories_ QX_GUARDED_BY(mutex_) = {"/", "/documents"};
   std::set<std::string> links_ QX_GUARDED_BY(mutex_);
   std::set<std::pair<Operation, std::string>> faults_ QX_GUARDED_BY(mutex_);

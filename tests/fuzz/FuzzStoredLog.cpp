@@ -33,6 +33,10 @@ class FreshFiles : public Files {
   }
   std::vector<std::string> documentDirectories() override { return files_->documentDirectories(); }
   PathKind kind(const std::string& path) override { return files_->kind(path); }
+  Result<FileFacts> facts(const std::string& path) override { return files_->facts(path); }
+  Result<std::unique_ptr<FileLock>> lock(const std::string& path) override {
+    return files_->lock(path);
+  }
   std::optional<Error> createDirectory(const std::string& path) override {
     return files_->createDirectory(path);
   }
