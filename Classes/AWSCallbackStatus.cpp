@@ -20,9 +20,10 @@ std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue) {
   return std::nullopt;
 }
 
-AWSCallbackStatus AWSCallbackStatus::failure(AWSErrorCode code, std::string message) {
+AWSCallbackStatus AWSCallbackStatus::failure(AWSErrorCode code, std::string message,
+                                             int backendStatus) {
   AWSCallbackStatus status;
-  status.failure_ = Failure{code, std::move(message)};
+  status.failure_ = Failure{code, std::move(message), backendStatus};
   return status;
 }
 

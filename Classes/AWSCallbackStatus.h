@@ -35,12 +35,15 @@ std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
 class AWSCallbackStatus {
  public:
   static AWSCallbackStatus success() { return {}; }
-  static AWSCallbackStatus failure(AWSErrorCode code, std::string message);
+  /// `backendStatus`: the HTTP status with which the backend refused credentials, if it did.
+  static AWSCallbackStatus failure(AWSErrorCode code, std::string message, int backendStatus = 0);
 
   bool succeeded() const { return !failure_; }
   // Call these only for a failure.
   AWSErrorCode code() const { return failure_->code; }
   const std::string& message() const { return failure_->message; }
+  /// 0 when the backend's answer was not the reason.
+  int backendStatus() const { return failure_->backendStatus; }
 
   friend bool operator==(const AWSCallbackStatus&, const AWSCallbackStatus&) = default;
 
@@ -48,7 +51,11 @@ class AWSCallbackStatus {
   struct Failure {
     AWSErrorCode code;
     std::string message;
-    friend bool operator==(const Failure&, const Failure&) = default;
+    int backendStatus = 0;
+    /// The HTTP status only explains the message.
+    friend bool operator==(const Failure& a, const Failure& b) {
+      return a.code == b.code && a.message == b.message;
+    }
   };
   std::optional<Failure> failure_;
 };

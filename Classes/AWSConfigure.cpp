@@ -59,9 +59,12 @@ std::shared_ptr<const APIRequest> originalImageMessage(std::string Request::*url
 }  // namespace
 
 AWSConfigure::AWSConfigure(const Platform& platform, const AWSTracking& tracking,
-                           RetryTimer& retryTimer, SchedulerFactory makeScheduler)
+                           UploadEvents& events, IdleWatch& idle, RetryTimer& retryTimer,
+                           SchedulerFactory makeScheduler)
     : platform_(platform),
       tracking_(tracking),
+      events_(events),
+      idle_(idle),
       retryTimer_(retryTimer),
       makeScheduler_(std::move(makeScheduler)),
       fetchQeue_(platform.dispatch.makeSerialQueue("com.aws.fetch")),
@@ -112,8 +115,9 @@ void AWSConfigure::getConfig(std::string scope, bool skipCheckExpiration, Config
 
 void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckExpiration,
                                        const ConfigCallback& callback) {
-  const auto fail = [&callback](AWSErrorCode code, std::string message) {
-    if (callback) callback(std::nullopt, AWSCallbackStatus::failure(code, std::move(message)));
+  const auto fail = [&callback](AWSErrorCode code, std::string message, int backendStatus = 0) {
+    if (!callback) return;
+    callback(std::nullopt, AWSCallbackStatus::failure(code, std::move(message), backendStatus));
   };
 
   const ConfigParameters identity = ConfigParameters::readFromHost(platform_.mediator);
@@ -140,7 +144,9 @@ void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckE
 
   const FetchResult fetched = fetchServerConfig();
   if (!fetched.success) {
-    fail(AWSErrorCode::serverError, fetched.message.value_or(""));
+    const bool answered = fetched.error && fetched.error->domain == kNetworkingErrorDomain;
+    fail(AWSErrorCode::serverError, fetched.message.value_or(""),
+         answered ? static_cast<int>(fetched.error->code) : 0);
     return;
   }
   // Behind the requests that came meanwhile. Whatever expiry the backend sent, what it sent is the
@@ -163,7 +169,7 @@ AWSConfigure::FetchResult AWSConfigure::fetchServerConfig() {
     client->request(std::make_shared<StorageGetUploadConfigRequest>(), std::nullopt,
                     kMessageTimeoutSeconds, nullptr,
                     [this, answered, result](const QXNetworkingResponse& response) {
-                      *result = applyFetchedConfig(response);
+                      *result = ended(applyFetchedConfig(response));
                       answered->signal();
                     });
   });
@@ -171,8 +177,26 @@ AWSConfigure::FetchResult AWSConfigure::fetchServerConfig() {
   return *result;
 }
 
+AWSConfigure::FetchResult AWSConfigure::ended(FetchResult result) {
+  refusal_.store(result.success ? std::nullopt : result.message);
+  if (!result.success) {
+    events_.credentialsRefused(result.error, result.message.value_or(""));
+  } else if (events_.observed()) {
+    std::vector<std::string> scopes;
+    for (const auto& [scope, model] : session.load()->configMap) scopes.push_back(scope);
+    events_.credentialsFetched(scopes);
+  }
+  return result;
+}
+
+std::optional<std::string> AWSConfigure::refusal(const std::string& scope) const {
+  if (auto refused = refusal_.load()) return refused;
+  if (!configured || session.load()->configMap.contains(scope)) return std::nullopt;
+  return "no credentials for the scope \"" + scope + "\"";
+}
+
 AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingResponse& response) {
-  if (response.error) return {false, response.error->description};
+  if (response.error) return {false, response.error->description, response.error};
   const auto* config = dynamic_cast<const StorageGetUploadConfigResponse*>(response.value.get());
   if (config == nullptr) return {false, "response error"};
 
@@ -241,9 +265,10 @@ void AWSConfigure::backgroundUploadItem(const std::optional<std::string>& imageU
                                  *imageUrl, extra);
   const std::shared_ptr<QXMessageAPINetworkingManager> client = session.load()->networkingManager;
   if (!client) return;
+  idle_.begin();
   client->request(
       message, std::nullopt, kMessageTimeoutSeconds, nullptr,
-      [this, url = *imageUrl, id = *itemId](const QXNetworkingResponse& response) {
+      [this, url = *imageUrl, id = *itemId, extra](const QXNetworkingResponse& response) {
         constexpr std::string_view kFunction = "backgroundUploadItem(imageUrl:extra:)";
         if (response.error) {
           log(platform_, kLogError,
@@ -254,6 +279,8 @@ void AWSConfigure::backgroundUploadItem(const std::optional<std::string>& imageU
               "Update original image info, Url:" + url + " itemId:" + std::to_string(id),
               kLogSource, kFunction, __LINE__);
         }
+        events_.imageReported(extra, id, url, response.error);
+        idle_.end();
       });
 }
 

@@ -20,9 +20,11 @@
 #include "Classes/AWSTracking.h"
 #include "Classes/ConfigParameters.h"
 #include "Classes/Credentials.h"
+#include "Classes/IdleWatch.h"
 #include "Classes/RetryTimer.h"
 #include "Classes/Session.h"
 #include "Classes/TaskScheduler.h"
+#include "Classes/UploadEvents.h"
 #include "Classes/UploadTokenModel.h"
 #include "platform/Dispatch.h"
 #include "platform/Mutex.h"
@@ -38,11 +40,13 @@ class AWSConfigure : public Credentials {
   struct FetchResult {
     bool success = true;
     std::optional<std::string> message;
+    /// The error behind the message, if there is one.
+    std::optional<Error> error = {};
   };
 
   /// Everything given must outlive the instance.
-  AWSConfigure(const Platform& platform, const AWSTracking& tracking, RetryTimer& retryTimer,
-               SchedulerFactory makeScheduler);
+  AWSConfigure(const Platform& platform, const AWSTracking& tracking, UploadEvents& events,
+               IdleWatch& idle, RetryTimer& retryTimer, SchedulerFactory makeScheduler);
   /// The instance of the process.
   static AWSConfigure& shared();
 
@@ -73,6 +77,10 @@ class AWSConfigure : public Credentials {
   void backgroundUploadItem(const std::optional<std::string>& imageUrl,
                             const AWSParameterMap& extra);
 
+  /// Why uploads of a scope get no credentials, as the backend said last; nothing when they do, or
+  /// when it was not asked yet.
+  std::optional<std::string> refusal(const std::string& scope) const;
+
   /// Calls the two background callbacks, each if it is set.
   void reportBackgroundUpload(const std::string& scope, const std::optional<std::string>& url,
                               const AWSParameterMap& extra, const std::optional<Error>& error);
@@ -98,12 +106,18 @@ class AWSConfigure : public Credentials {
                            const ConfigCallback& callback);
   FetchResult applyFetchedConfig(const QXNetworkingResponse& response);
 
+  /// Remembers and tells how a fetch has ended.
+  FetchResult ended(FetchResult result);
   void trackConfigError(const std::string& message) const;
   /// Replaces the session by a copy of it that `change` has changed.
   void changeSession(const std::function<void(Session&)>& change);
 
   const Platform& platform_;
   const AWSTracking& tracking_;
+  UploadEvents& events_;
+  IdleWatch& idle_;
+  /// Of the latest fetch.
+  Guarded<std::optional<std::string>> refusal_;
   RetryTimer& retryTimer_;
   const SchedulerFactory makeScheduler_;
   const std::shared_ptr<DispatchQueue> fetchQeue_;

@@ -12,8 +12,11 @@ namespace {
 
 /// Makes a progress block that passes the fraction to the host on the main queue.
 std::function<void(const TransferProgress&)> progressBlock(DispatchQueue& mainQueue,
-                                                           ProgressCallback progress) {
-  return [&mainQueue, progress = std::move(progress)](const TransferProgress& transfer) {
+                                                           ProgressCallback progress,
+                                                           UploadEvents::ProgressBlock received) {
+  return [&mainQueue, progress = std::move(progress),
+          received = std::move(received)](const TransferProgress& transfer) {
+    if (received) received(transfer);
     if (!progress) return;
     const double fraction = transfer.totalUnitCount >= 1
                                 ? static_cast<double>(transfer.completedUnitCount) /
@@ -38,14 +41,30 @@ std::optional<Error> refusedCacheLink(Files& files) {
 }  // namespace
 
 struct AWSDownloader::Request {
+  Request(UploadEvents& downloadEvents, IdleWatch& idleWatch)
+      : events(downloadEvents), idle(idleWatch) {
+    idle.begin();
+  }
+  /// The last one who needs the request has let it go: the download is over.
+  ~Request() { idle.end(); }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+
+  void fail(const Error& error, int backendStatus = 0) const {
+    if (complete) complete(std::nullopt, error);
+    events.downloadFailed(url, error.code, error.description, static_cast<bool>(complete),
+                          backendStatus);
+  }
+
+  UploadEvents& events;
+  IdleWatch& idle;
+  std::string url;
   std::string filename;
   std::string scope;
   ProgressCallback progress;
   Completion complete;
-
-  void fail(const Error& error) const {
-    if (complete) complete(std::nullopt, error);
-  }
+  /// The file to write; nothing: the one in the cache directory.
+  std::optional<std::string> destination;
 };
 
 Url AWSDownloader::cachePath(const std::string& filename) const {
@@ -67,21 +86,27 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
   const std::shared_ptr<AWSS3TransferUtility> utility =
       credentials_.transferUtility(request->scope);
   if (utility == nullptr) {
-    tracking_.trackingDownloadFailure(request->filename, std::nullopt, "[Error] config s3 failed");
+    constexpr std::string_view kNoUtility = "[Error] config s3 failed";
+    tracking_.trackingDownloadFailure(request->filename, std::nullopt, std::string(kNoUtility));
+    events_.downloadFailed(request->url, static_cast<std::int64_t>(AWSErrorCode::noConfigured),
+                           std::string(kNoUtility), /*completed=*/false);
     return;
   }
   // The key depends on the file name alone, not on the folders of the URL.
   const std::string objectKey = model.authorizedPath + request->filename;
   const double startTime = platform_.clock.now();
-  const Url destination = cachePath(request->filename);
-  if (const auto error = refusedCacheLink(platform_.files)) {
+  const Url destination =
+      request->destination ? Url::file(*request->destination) : cachePath(request->filename);
+  const auto refused = request->destination ? std::nullopt : refusedCacheLink(platform_.files);
+  if (const auto& error = refused) {
     tracking_.trackingDownloadFailure(request->filename, error->code, error->description);
     request->fail(*error);
     return;
   }
   const AWSTask started = utility->downloadToURL(
       destination, model.bucket, objectKey,
-      {.progressBlock = progressBlock(platform_.dispatch.mainQueue(), request->progress)},
+      {.progressBlock = progressBlock(platform_.dispatch.mainQueue(), request->progress,
+                                      events_.received(request->url))},
       [this, request, startTime](const std::optional<Url>& location,
                                  const std::optional<Error>& error) {
         if (error) {
@@ -91,6 +116,7 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
         }
         tracking_.trackingDownloadSuccess(request->filename, platform_.clock.now() - startTime);
         if (request->complete) request->complete(location, std::nullopt);
+        request->events.downloaded(request->url, location ? location->decodedPath() : "");
       });
   if (started.error) {
     tracking_.trackingDownloadFailure(request->filename, started.error->code,
@@ -100,21 +126,30 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
 }
 
 void AWSDownloader::download(const std::string& url, const std::string& scope,
-                             const ProgressCallback& progress, const Completion& complete) {
+                             const ProgressCallback& progress, const Completion& complete,
+                             const std::optional<std::string>& destination) {
   const std::optional<Url> parsed = Url::parse(url);
   // Any other name could lead out of the cache directory.
   if (!parsed || !isPlainPathComponent(parsed->lastPathComponent())) {
-    tracking_.trackingDownloadFailure(std::nullopt, std::nullopt, "[Error] not found url");
+    constexpr std::string_view kNoUrl = "[Error] not found url";
+    tracking_.trackingDownloadFailure(std::nullopt, std::nullopt, std::string(kNoUrl));
+    events_.downloadFailed(url, static_cast<std::int64_t>(AWSErrorCode::missParamters),
+                           std::string(kNoUrl), /*completed=*/false);
     return;
   }
-  const auto request = std::make_shared<const Request>(
-      Request{parsed->lastPathComponent(), scope, progress, complete});
+  const auto request = std::make_shared<Request>(events_, idle_);
+  request->url = url;
+  request->filename = parsed->lastPathComponent();
+  request->scope = scope;
+  request->progress = progress;
+  request->complete = complete;
+  request->destination = destination;
   credentials_.getConfig(
       scope, /*skipCheckExpiration=*/false,
       [this, request](const std::optional<UploadTokenModel>& model,
                       const AWSCallbackStatus& status) {
         if (!status.succeeded()) {
-          request->fail(uploaderError(status.code(), status.message()));
+          request->fail(uploaderError(status.code(), status.message()), status.backendStatus());
           tracking_.trackingDownloadFailure(
               request->filename, static_cast<std::int64_t>(status.code()), status.message());
         } else if (!model) {

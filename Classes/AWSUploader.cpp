@@ -18,8 +18,10 @@ const UploadCompletion NilComplete = [](const std::optional<std::string>&, std::
                                         const std::optional<Error>&) {};
 const UploadProgress NilProgress = [](const TransferProgress&) {};
 
-std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> task) {
-  auto executor = std::make_shared<TaskExecutor>(platform_, configure_, std::move(task));
+std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> task,
+                                                        UploadKind kind) {
+  auto executor =
+      std::make_shared<TaskExecutor>(platform_, configure_, events_, kind, std::move(task));
   executor->uploadWorker = platform_.uploadClients.make(/*headers=*/{}, kRequestTimeoutSeconds);
   return executor;
 }
@@ -27,13 +29,19 @@ std::shared_ptr<TaskExecutor> AWSUploader::makeExecutor(std::shared_ptr<Task> ta
 std::shared_ptr<TaskExecutor> AWSUploader::createExecutor(std::shared_ptr<Task> task,
                                                           const UploadProgress& /*progress*/,
                                                           UploadCompletion complete) {
-  auto executor = makeExecutor(std::move(task));
-  executor->complete = [&tracking = tracking_, complete = std::move(complete)](
+  auto executor = makeExecutor(std::move(task), UploadKind::direct);
+  executor->complete = [&tracking = tracking_, &events = events_, complete = std::move(complete)](
                            const std::shared_ptr<TaskExecutor>& reporter,
                            const std::optional<std::string>& url, const AWSCallbackStatus& status,
                            std::int64_t itemId) {
     tracking.tracking(status, *reporter->task, AWSTracking::ENVType::upload, reporter->uploadTime,
                       &reporter->task->extra());
+    if (status.succeeded()) {
+      events.uploaded(UploadKind::direct, *reporter->task, url, itemId);
+    } else {
+      events.attemptFailed(UploadKind::direct, *reporter->task, status,
+                           {.cancelled = reporter->wasCancelled()});
+    }
     if (!complete) return;
     if (status.succeeded()) {
       complete(url, itemId, std::nullopt);

@@ -28,14 +28,15 @@ using UploadProgress = std::function<void(const TransferProgress&)>;
 class AWSUploader {
  public:
   /// Everything given must outlive the uploader and its executors.
-  AWSUploader(const Platform& platform, AWSConfigure& configure, const AWSTracking& tracking)
-      : platform_(platform), configure_(configure), tracking_(tracking) {}
+  AWSUploader(const Platform& platform, AWSConfigure& configure, const AWSTracking& tracking,
+              UploadEvents& events)
+      : platform_(platform), configure_(configure), tracking_(tracking), events_(events) {}
 
   /// Counts the file names made so far; part of each of them.
   std::atomic<std::int64_t> generateFileCount = 0;
 
   /// An executor whose report is tracked and then passed to `complete` in the public shape. The
-  /// caller starts it. `progress` is not used: uploads report none.
+  /// caller starts it. `progress` is not used: an upload reports its bytes as events.
   std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
                                                const UploadProgress& progress,
                                                UploadCompletion complete);
@@ -47,7 +48,8 @@ class AWSUploader {
                         const std::string& scope);
 
   /// An executor for `task` with a networking manager of 30 seconds' time-out and no completion.
-  std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task);
+  std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task,
+                                             UploadKind kind = UploadKind::background);
 
   /// A fresh object name: time, a random number, the counter, with dashes for dots, then "." and
   /// `suffix`. Increases generateFileCount; its overflow is fatal.
@@ -57,6 +59,7 @@ class AWSUploader {
   const Platform& platform_;
   AWSConfigure& configure_;
   const AWSTracking& tracking_;
+  UploadEvents& events_;
 };
 
 /// The completion and the progress callback that do nothing.

@@ -76,12 +76,15 @@ std::vector<Key> keysOf(std::string_view action) {
             integer("imageFrom"),
             texts("tags"),
             dictionary("fields"),
-            boolean("disableToPQS")};
+            boolean("disableToPQS"),
+            text("tag")};
   }
   if (action == "Action_BackgroundUpload:") {
-    return {required(text("scope")), required(bytes("data")), required(text("suffix")),
-            textMap("extra"),        text("itemType"),        text("itemId"),
-            integer("imageFrom"),    texts("tags"),           dictionary("fields")};
+    return {required(text("scope")),  required(bytes("data")),
+            required(text("suffix")), textMap("extra"),
+            text("itemType"),         text("itemId"),
+            integer("imageFrom"),     texts("tags"),
+            dictionary("fields"),     text("tag")};
   }
   if (action == "Action_BackgroundUploadImage:") {
     return {required(text("scope")),
@@ -91,14 +94,30 @@ std::vector<Key> keysOf(std::string_view action) {
             text("useDetUpload"),
             boolean("updatePQS"),
             texts("tags"),
-            dictionary("fields")};
+            dictionary("fields"),
+            text("tag")};
   }
   if (action == "Action_Download:") {
     return {required(text("url")), required(text("scope")),
             callback<HostDownloadProgress>("progress",
                                            "a callback of the type qx::HostDownloadProgress"),
             callback<HostDownloadComplete>("complete",
-                                           "a callback of the type qx::HostDownloadComplete")};
+                                           "a callback of the type qx::HostDownloadComplete"),
+            text("destination")};
+  }
+  if (action == "Action_Observe:") {
+    return {required(callback<HostEvents>("events", "a callback of the type qx::HostEvents"))};
+  }
+  if (action == "Action_List:") {
+    return {
+        required(callback<HostTaskList>("complete", "a callback of the type qx::HostTaskList"))};
+  }
+  if (action == "Action_Pause:") return {boolean("cancelRunning")};
+  if (action == "Action_Cancel:" || action == "Action_Retry:" || action == "Action_Drop:") {
+    return {required(texts("names"))};
+  }
+  if (action == "Action_WhenIdle:") {
+    return {required(callback<HostIdle>("complete", "a callback of the type qx::HostIdle"))};
   }
   return {};
 }

@@ -15,6 +15,7 @@
 
 #include "platform/Error.h"
 #include "platform/Url.h"
+#include "platform/Value.h"
 
 namespace qx {
 
@@ -33,5 +34,15 @@ using HostDownloadProgress = void(double fraction);
 /// "complete" of "Action_Download:": (local file URL, no error) or (no URL, error). At most once;
 /// AWSDownloader::download says on which thread, and when never.
 using HostDownloadComplete = void(std::optional<Url> location, std::optional<Error> error);
+
+// The callbacks of Target_UploadQueue run on the serial queue "com.aws.events", one at a time, in
+// the order in which things happened.
+
+/// "events" of "Action_Observe:": one event. docs/upload-queue.md lists the events and their keys.
+using HostEvents = void(Dictionary event);
+/// "complete" of "Action_List:": a dictionary for each upload. Once.
+using HostTaskList = void(Array tasks);
+/// "complete" of "Action_WhenIdle:". Once.
+using HostIdle = void();
 
 }  // namespace qx

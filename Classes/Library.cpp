@@ -7,22 +7,36 @@ namespace qx {
 Library::Library(const Platform& seams)
     : platform(seams),
       tracking(platform),
+      events(platform.dispatch, platform.clock),
+      idle(events, [this] { return uploadControl.nothingWaits(); }),
       storages(platform),
       // The slot is read at each tick, so that a tick always serves the identity applied last.
-      retryTimer(platform.dispatch,
+      retryTimer(platform.dispatch, platform.clock,
                  [this] {
                    if (const auto current = configure.scheduler.load()) current->retryLocalTask();
                  }),
-      configure(platform, tracking, retryTimer,
+      configure(platform, tracking, events, idle, retryTimer,
                 [this](const std::string& userId) { return makeScheduler(userId); }),
-      taskQueue(TaskQueue::make(platform.reachability,
-                                [this] { return configure.maxBackgroundConcurrentCount.load(); })),
-      uploader(platform, configure, tracking),
-      downloader(platform, configure, tracking) {}
+      taskQueue(TaskQueue::make(
+          platform.reachability, [this] { return configure.maxBackgroundConcurrentCount.load(); },
+          [this] { idle.changed(); })),
+      uploader(platform, configure, tracking, events),
+      directUploads(idle),
+      downloader(platform, configure, tracking, events, idle),
+      uploadControl({.platform = platform,
+                     .events = events,
+                     .storages = storages,
+                     .configure = configure,
+                     .retryTimer = retryTimer,
+                     .queue = *taskQueue,
+                     .directUploads = directUploads,
+                     .idle = idle}) {}
 
 std::shared_ptr<TaskScheduler> Library::makeScheduler(const std::string& userId) {
   return TaskScheduler::make(
       {.tracking = tracking,
+       .events = events,
+       .retryTimer = retryTimer,
        .storages = storages,
        .queue = taskQueue,
        .makeExecutor =

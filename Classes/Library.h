@@ -18,9 +18,13 @@
 #include "Classes/AWSDownloader.h"
 #include "Classes/AWSTracking.h"
 #include "Classes/AWSUploader.h"
+#include "Classes/DirectUploads.h"
+#include "Classes/IdleWatch.h"
 #include "Classes/RetryTimer.h"
 #include "Classes/TaskQueue.h"
 #include "Classes/TaskScheduler.h"
+#include "Classes/UploadControl.h"
+#include "Classes/UploadEvents.h"
 #include "Classes/UserTaskStorage.h"
 #include "platform/Platform.h"
 
@@ -45,12 +49,16 @@ class Library {
   // queue's limit, which needs `configure` alone.
   const Platform platform;
   const AWSTracking tracking;
+  UploadEvents events;
+  IdleWatch idle;
   UserTaskStorages storages;
   RetryTimer retryTimer;
   AWSConfigure configure;
   const std::shared_ptr<TaskQueue> taskQueue;
   AWSUploader uploader;
+  DirectUploads directUploads;
   AWSDownloader downloader;
+  UploadControl uploadControl;
 };
 
 }  // namespace qx

@@ -3,18 +3,21 @@
 // Threads: fireIfNeed() may be called from any thread. The tick runs on the global queue.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
+#include "platform/Clock.h"
 #include "platform/Dispatch.h"
 
 namespace qx {
 
 class RetryTimer {
  public:
-  /// Each tick calls `tick`. `dispatch` must outlive the timer.
-  RetryTimer(Dispatch& dispatch, std::function<void()> tick);
+  /// Each tick calls `tick`. `dispatch` and `clock` must outlive the timer.
+  RetryTimer(Dispatch& dispatch, Clock& clock, std::function<void()> tick);
 
   /// The timer of the process.
   static RetryTimer& shared();
@@ -22,11 +25,17 @@ class RetryTimer {
   /// Starts the timer: it ticks at once, then every 60 seconds as long as it lives. Later calls do
   /// nothing.
   void fireIfNeed();
+  /// When the next tick is due, in seconds since 1970; nothing before the first one.
+  std::optional<double> nextTick() const;
 
  private:
+  Clock& clock_;
   const std::function<void()> tick_;
-  const std::unique_ptr<Timer> timer_;
+  /// Seconds since 1970; 0 before the first tick.
+  std::atomic<double> lastTick_ = 0;
   std::once_flag started_;
+  /// Last: its handler uses all of the above.
+  const std::unique_ptr<Timer> timer_;
 };
 
 }  // namespace qx

@@ -39,6 +39,11 @@ void setOrRemove(TextMap& extra, const char* key, std::optional<std::string> tex
   }
 }
 
+/// The host's own mark of the upload, which comes back in its events.
+void setTag(TextMap& extra, const Dictionary& dictionary) {
+  if (auto tag = readText(dictionary, "tag")) extra[std::string(kTagExtra)] = *std::move(tag);
+}
+
 AWSParameterMap widened(const TextMap& extra) {
   return AWSParameterMap(extra.begin(), extra.end());
 }
@@ -166,9 +171,13 @@ void Target_Uploader::Action_Upload(const Dictionary& parameters) {
 
   TextMap extra = addPqsInfoToExtra(TextMap{}, parameters);
   if (readBool(parameters, "disableToPQS").value_or(false)) extra["disableToPQS"] = "1";
+  setTag(extra, parameters);
   auto task = std::make_shared<DataTask>(library_.uploader.generateFileName(*suffix), *scope, *data,
                                          widened(extra));
-  library_.uploader.createExecutor(std::move(task), /*progress=*/nullptr, *complete)->execute();
+  library_.events.accepted(UploadKind::direct, *task, data->size(), /*stored=*/false,
+                           /*whyNotStored=*/std::nullopt);
+  library_.directUploads.start(
+      library_.uploader.createExecutor(std::move(task), /*progress=*/nullptr, *complete));
 }
 
 void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
@@ -180,8 +189,9 @@ void Target_Uploader::Action_BackgroundUpload(const Dictionary& parameters) {
   const auto suffix = readText(parameters, "suffix");
   if (!suffix) return logMissing("miss suffix", function, __LINE__);
 
-  const TextMap extra =
+  TextMap extra =
       addPqsInfoToExtra(readTextMap(parameters, "extra").value_or(TextMap{}), parameters);
+  setTag(extra, parameters);
   library_.uploader.backgroundUpload(*data, *suffix, widened(extra), *scope);
 }
 
@@ -211,6 +221,7 @@ void Target_Uploader::Action_BackgroundUploadImage(const Dictionary& parameters)
   }
   extra["itemId"] = *itemId;
   setTagsAndFields(extra, parameters);
+  setTag(extra, parameters);
   library_.uploader.backgroundUpload(*data, *suffix, widened(extra), *scope);
 }
 
@@ -222,7 +233,8 @@ void Target_Uploader::Action_Download(const Dictionary& parameters) {
   if (!scope) return logMissing("missing scope", function, __LINE__);
   library_.downloader.download(
       *url, *scope, readCallback<HostDownloadProgress>(parameters, "progress").value_or(nullptr),
-      readCallback<HostDownloadComplete>(parameters, "complete").value_or(nullptr));
+      readCallback<HostDownloadComplete>(parameters, "complete").value_or(nullptr),
+      readText(parameters, "destination"));
 }
 
 }  // namespace qx

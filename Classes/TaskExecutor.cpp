@@ -22,6 +22,17 @@ AWSCallbackStatus failureOf(const Error& error) {
   return AWSCallbackStatus::failure(codeOf(error), error.description);
 }
 
+/// Progress of the payload of an upload.
+TransferProgress partOf(std::size_t size, double fraction) {
+  const auto total = static_cast<std::int64_t>(size);
+  return {fraction >= 1 ? total : static_cast<std::int64_t>(static_cast<double>(size) * fraction),
+          total};
+}
+
+AWSCallbackStatus cancelledStatus() {
+  return AWSCallbackStatus::failure(AWSErrorCode::unknown, "[Error] cancelled");
+}
+
 bool equalIgnoringCase(std::string_view a, std::string_view b) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
   return std::ranges::equal(a, b, {}, lower, lower);
@@ -61,8 +72,49 @@ class LongIdAnswer {
 }  // namespace
 
 TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials,
+                           UploadEvents& events, UploadKind uploadKind,
                            std::shared_ptr<Task> taskToUpload)
-    : task(std::move(taskToUpload)), platform_(platform), credentials_(credentials) {}
+    : task(std::move(taskToUpload)),
+      kind(uploadKind),
+      platform_(platform),
+      credentials_(credentials),
+      events_(events) {}
+
+bool TaskExecutor::enter(Stage next) {
+  // Destroyed after the lock is released: the transfer may hold on to this executor.
+  std::shared_ptr<Cancellable> ended;
+  MutexLock lock(lock_);
+  // Stages are passed in their order; an attempt that has been reported passes none.
+  if (next <= stage_) return false;
+  if (next > Stage::transfer) ended.swap(transfer_);
+  stage_ = next;
+  return true;
+}
+
+void TaskExecutor::keep(std::shared_ptr<Cancellable> transfer) {
+  {
+    MutexLock lock(lock_);
+    if (stage_ == Stage::transfer) transfer_.swap(transfer);
+  }
+  // Still here: the attempt has ended meanwhile.
+  if (transfer && cancelled_) transfer->cancel();
+}
+
+void TaskExecutor::cancel() {
+  std::shared_ptr<Cancellable> transfer;
+  {
+    MutexLock lock(lock_);
+    if (stage_ >= Stage::itemId) return;
+    cancelled_ = true;
+    // execute() is still to come, and reports then.
+    if (stage_ == Stage::waiting) return;
+    stage_ = Stage::reported;
+    transfer.swap(transfer_);
+  }
+  if (transfer) transfer->cancel();
+  platform_.dispatch.mainQueue().async(
+      [self = shared_from_this()] { self->deliver(std::nullopt, cancelledStatus(), 0); });
+}
 
 void TaskExecutor::logRefusedLink() const {
   const auto* const stored = dynamic_cast<const FileTask*>(task.get());
@@ -74,6 +126,9 @@ void TaskExecutor::logRefusedLink() const {
 }
 
 void TaskExecutor::execute() {
+  if (cancelled_) return report(std::nullopt, cancelledStatus(), 0);
+  const auto* const stored = dynamic_cast<const FileTask*>(task.get());
+  events_.started(kind, *task, stored ? stored->uploadCount() + 1 : 1);
   std::optional<Data> data = task->data();
   if (!data) {
     logRefusedLink();
@@ -83,6 +138,7 @@ void TaskExecutor::execute() {
         0);
     return;
   }
+  if (!enter(Stage::credentials)) return;
   credentials_.getConfig(
       task->scope(), /*skipCheckExpiration=*/false,
       [self = shared_from_this(), data = std::move(*data)](
@@ -105,6 +161,7 @@ void TaskExecutor::takeRoute(const Data& data, const std::optional<UploadTokenMo
 
 void TaskExecutor::uploadToObjectStore(const Data& data,
                                        const std::optional<UploadTokenModel>& model) {
+  if (!enter(Stage::transfer)) return;
   const std::shared_ptr<AWSS3TransferUtility> utility = credentials_.transferUtility(task->scope());
   if (utility == nullptr || !model) {
     report(std::nullopt,
@@ -113,28 +170,35 @@ void TaskExecutor::uploadToObjectStore(const Data& data,
   }
   const std::string objectKey = model->authorizedPath + task->filename();
   const double startTime = platform_.clock.now();
+  const UploadEvents::ProgressBlock sent = events_.sent(kind, task);
   const AWSTask started = utility->uploadData(
-      data, model->bucket, objectKey, /*contentType=*/"", /*expression=*/{},
-      [self = shared_from_this(), startTime,
+      data, model->bucket, objectKey, /*contentType=*/"", {sent},
+      [self = shared_from_this(), startTime, sent, size = data.size(),
        url = model->downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
+        if (!self->enter(error ? Stage::reported : Stage::itemId)) return;
+        if (sent && !error) sent(partOf(size, 1));
         self->uploadTime = self->platform_.clock.now() - startTime;
         self->platform_.dispatch.mainQueue().async([self, url, error] {
           if (error) {
             // The URL goes along: where the object would have been.
-            self->report(url, failureOf(*error), 0);
+            self->deliver(url, failureOf(*error), 0);
           } else {
             self->resolveItemId(url);
           }
         });
       });
   if (started.error) {
+    if (!enter(Stage::reported)) return;
     platform_.dispatch.mainQueue().async([self = shared_from_this(), error = *started.error] {
-      self->report(std::nullopt, failureOf(error), 0);
+      self->deliver(std::nullopt, failureOf(error), 0);
     });
+    return;
   }
+  keep(started.transfer);
 }
 
 void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model) {
+  if (!enter(Stage::transfer)) return;
   if (uploadWorker == nullptr || !model) {
     report(std::nullopt,
            AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] config error"), 0);
@@ -167,9 +231,15 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
   };
 
   const double startTime = platform_.clock.now();
-  uploadWorker->upload(
-      request, /*progress=*/nullptr,
-      [self = shared_from_this(), startTime, url = model->downloadUrlPrefix + "/" + serverPath](
+  const UploadEvents::ProgressBlock sent = events_.sent(kind, task);
+  ProgressCallback progress;
+  if (sent) {
+    progress = [sent, size = data.size()](double fraction) { sent(partOf(size, fraction)); };
+  }
+  keep(uploadWorker->upload(
+      request, progress,
+      [self = shared_from_this(), startTime, progress,
+       url = model->downloadUrlPrefix + "/" + serverPath](
           const QXNetworkingUploadResponse& response) {
         if (response.error) {
           self->report(
@@ -187,9 +257,11 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
               0);
           return;
         }
+        if (!self->enter(Stage::itemId)) return;
+        if (progress) progress(1);
         self->uploadTime = self->platform_.clock.now() - startTime;
         self->resolveItemId(url);
-      });
+      }));
 }
 
 void TaskExecutor::resolveItemId(const std::string& url) {
@@ -218,9 +290,20 @@ void TaskExecutor::resolveItemId(const std::string& url) {
 
 void TaskExecutor::report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
                           std::int64_t itemId) {
-  // A copy: the callback may replace or clear the field while it runs.
+  if (enter(Stage::reported)) deliver(url, status, itemId);
+}
+
+void TaskExecutor::deliver(const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                           std::int64_t itemId) {
+  const auto self = shared_from_this();
+  // Copied and taken: an observer may replace or clear the fields while it runs.
   const Complete callback = complete;
-  if (callback) callback(shared_from_this(), url, status, itemId);
+  const Observers told = std::exchange(observers, {});
+  if (told.freeSlot) told.freeSlot();
+  if (told.record) told.record(self, url, status, itemId);
+  if (callback) callback(self, url, status, itemId);
+  if (told.follow) told.follow();
+  if (told.over) told.over();
 }
 
 std::int64_t TaskExecutor::generataItemId(const Platform& platform) {

@@ -41,8 +41,9 @@ void eraseOne(std::multiset<std::string>& names, const std::string& name) {
 }  // namespace
 
 std::shared_ptr<TaskQueue> TaskQueue::make(QXNetworkingReachabilityTool& reachability,
-                                           Limit limit) {
-  const std::shared_ptr<TaskQueue> queue(new TaskQueue(reachability, std::move(limit)));
+                                           Limit limit, std::function<void()> ended) {
+  const std::shared_ptr<TaskQueue> queue(
+      new TaskQueue(reachability, std::move(limit), std::move(ended)));
   reachability.startListening([weak = std::weak_ptr<TaskQueue>(queue)](bool reachable, bool) {
     const auto alive = weak.lock();
     if (reachable && alive) alive->start();
@@ -50,8 +51,9 @@ std::shared_ptr<TaskQueue> TaskQueue::make(QXNetworkingReachabilityTool& reachab
   return queue;
 }
 
-TaskQueue::TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit)
-    : reachability_(reachability), limit_(std::move(limit)) {}
+TaskQueue::TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit,
+                     std::function<void()> ended)
+    : reachability_(reachability), limit_(std::move(limit)), ended_(std::move(ended)) {}
 
 void TaskQueue::add(std::shared_ptr<TaskExecutor> executor) {
   if (total_.fetch_add(1) == std::numeric_limits<std::int64_t>::max()) {
@@ -70,13 +72,13 @@ void TaskQueue::announce(const std::string& filename) {
 
 bool TaskQueue::announceUnlessUnderWay(const std::string& filename) {
   MutexLock lock(lock_);
-  if (isUnderWay(filename)) return false;
+  if (isUnderWay(filename) || held_.contains(filename)) return false;
   announced_.insert(filename);
   return true;
 }
 
 bool TaskQueue::isUnderWay(const std::string& filename) const {
-  return announced_.contains(filename) || queued_.contains(filename) || ended_.contains(filename);
+  return announced_.contains(filename) || queued_.contains(filename) || endedNames_.contains(filename);
 }
 
 void TaskQueue::start() {
@@ -89,20 +91,30 @@ void TaskQueue::start() {
 }
 
 bool TaskQueue::startNext() {
-  if (!reachability_.isReachable()) return false;
+  if (paused_ || !reachability_.isReachable()) return false;
   std::uint64_t era = 0;
-  const std::shared_ptr<TaskExecutor> executor =
-      takeFront(std::max<std::int64_t>(limit_(), 1), era);
+  const std::shared_ptr<TaskExecutor> executor = takeFront(limit(), era);
   if (!executor) return false;
-  wrapCompletion(*executor, era);
+  watch(executor, era);
   executor->execute();
   return true;
 }
 
+std::int64_t TaskQueue::limit() const {
+  return std::max<std::int64_t>(limit_(), 1);
+}
+
 std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint64_t& era) {
+  // Destroyed after the lock is released: an executor's destructor may do anything.
+  std::vector<std::shared_ptr<TaskExecutor>> heldBack;
   // Executor and slot are taken in one step: no race takes a slot too many, and nobody sees the
   // pool empty while an executor is on its way to its slot.
   MutexLock lock(lock_);
+  while (!executorPool_.empty() && held_.contains(executorPool_.front()->task->filename())) {
+    eraseOne(queued_, executorPool_.front()->task->filename());
+    heldBack.push_back(std::move(executorPool_.front()));
+    executorPool_.pop_front();
+  }
   if (executorPool_.empty()) return nullptr;
   std::int64_t running = concurrentCount_.load();
   do {
@@ -110,6 +122,7 @@ std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint
   } while (!concurrentCount_.compare_exchange_weak(running, running + 1));
   std::shared_ptr<TaskExecutor> executor = std::move(executorPool_.front());
   executorPool_.pop_front();
+  running_.emplace(executor.get(), executor);
   era = era_;
   return executor;
 }
@@ -121,34 +134,77 @@ void TaskQueue::releaseSlot() {
   }
 }
 
-void TaskQueue::wrapCompletion(TaskExecutor& executor, std::uint64_t era) {
-  executor.complete = [queue = shared_from_this(), era, previous = std::move(executor.complete)](
-                          const std::shared_ptr<TaskExecutor>& reporting,
-                          const std::optional<std::string>& url, const AWSCallbackStatus& status,
-                          std::int64_t itemId) {
-    // Copies: the callback may replace the executor's completion, and this closure with it.
-    const std::shared_ptr<TaskQueue> keptQueue = queue;
-    const TaskExecutor::Complete keptPrevious = previous;
-    const std::uint64_t keptEra = era;
-    keptQueue->releaseSlot();
-    if (keptPrevious) keptPrevious(reporting, url, status, itemId);
-    keptQueue->noteEnd(reporting->task->filename(), keptEra);
-    keptQueue->start();
+void TaskQueue::watch(const std::shared_ptr<TaskExecutor>& executor, std::uint64_t era) {
+  executor->observers.freeSlot = [queue = shared_from_this()] { queue->releaseSlot(); };
+  executor->observers.over = [queue = shared_from_this(), era, ended = executor.get(),
+                              filename = executor->task->filename()] {
+    queue->noteEnd(ended, filename, era);
+    queue->start();
+    if (queue->ended_) queue->ended_();
   };
 }
 
-void TaskQueue::noteEnd(const std::string& filename, std::uint64_t era) {
+void TaskQueue::noteEnd(const TaskExecutor* executor, const std::string& filename,
+                        std::uint64_t era) {
   MutexLock lock(lock_);
+  running_.erase(executor);
   if (era != era_) return;
   eraseOne(queued_, filename);
-  if (watches_ > 0) ended_.insert(filename);
+  if (watches_ > 0) endedNames_.insert(filename);
+}
+
+void TaskQueue::resume() {
+  paused_ = false;
+  start();
+}
+
+void TaskQueue::hold(const std::string& filename) {
+  MutexLock lock(lock_);
+  held_.insert(filename);
+}
+
+void TaskQueue::release(const std::string& filename) {
+  MutexLock lock(lock_);
+  held_.erase(filename);
+}
+
+bool TaskQueue::isHeld(const std::string& filename) const {
+  MutexLock lock(lock_);
+  return held_.contains(filename);
+}
+
+std::vector<std::shared_ptr<TaskExecutor>> TaskQueue::takeWaiting(
+    const std::set<std::string>& filenames) {
+  std::vector<std::shared_ptr<TaskExecutor>> taken;
+  MutexLock lock(lock_);
+  std::erase_if(executorPool_, [&](const std::shared_ptr<TaskExecutor>& executor) {
+    if (!filenames.contains(executor->task->filename())) return false;
+    taken.push_back(executor);
+    return true;
+  });
+  for (const auto& executor : taken) eraseOne(queued_, executor->task->filename());
+  return taken;
+}
+
+std::vector<std::shared_ptr<TaskExecutor>> TaskQueue::running() const {
+  std::vector<std::shared_ptr<TaskExecutor>> executors;
+  MutexLock lock(lock_);
+  for (const auto& [executor, weak] : running_) {
+    if (auto alive = weak.lock()) executors.push_back(std::move(alive));
+  }
+  return executors;
+}
+
+std::vector<std::shared_ptr<TaskExecutor>> TaskQueue::waiting() const {
+  MutexLock lock(lock_);
+  return {executorPool_.begin(), executorPool_.end()};
 }
 
 std::set<std::string> TaskQueue::filenames() const {
   MutexLock lock(lock_);
   std::set<std::string> names(announced_.begin(), announced_.end());
   names.insert(queued_.begin(), queued_.end());
-  names.insert(ended_.begin(), ended_.end());
+  names.insert(endedNames_.begin(), endedNames_.end());
   return names;
 }
 
@@ -159,7 +215,7 @@ TaskQueue::Watch::Watch(TaskQueue& queue) : queue_(queue) {
 
 TaskQueue::Watch::~Watch() {
   MutexLock lock(queue_.lock_);
-  if (--queue_.watches_ == 0) queue_.ended_.clear();
+  if (--queue_.watches_ == 0) queue_.endedNames_.clear();
 }
 
 void TaskQueue::reset() {

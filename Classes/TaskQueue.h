@@ -13,6 +13,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "Classes/TaskExecutor.h"
 #include "platform/Mutex.h"
@@ -29,7 +31,9 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   static const std::shared_ptr<TaskQueue>& shared();
 
   /// A queue that listens to `reachability` as long as it lives.
-  static std::shared_ptr<TaskQueue> make(QXNetworkingReachabilityTool& reachability, Limit limit);
+  /// `ended` is called after each end of an attempt; it may be empty.
+  static std::shared_ptr<TaskQueue> make(QXNetworkingReachabilityTool& reachability, Limit limit,
+                                         std::function<void()> ended = nullptr);
 
   /// A task with this file name is about to be added.
   void announce(const std::string& filename);
@@ -47,6 +51,23 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   void forgetRunning();
   /// Nothing waits and nothing runs.
   bool idle() const;
+
+  /// Starts nothing until resume(). What runs goes on.
+  void pause() { paused_ = true; }
+  /// Starts what may start.
+  void resume();
+  bool paused() const { return paused_; }
+  /// Holds a task back: it does not start, and is not announced, until release().
+  void hold(const std::string& filename);
+  void release(const std::string& filename);
+  bool isHeld(const std::string& filename) const;
+  /// Takes the executors of these tasks out of the queue, as far as they wait.
+  std::vector<std::shared_ptr<TaskExecutor>> takeWaiting(const std::set<std::string>& filenames);
+  std::vector<std::shared_ptr<TaskExecutor>> running() const;
+  /// The oldest first.
+  std::vector<std::shared_ptr<TaskExecutor>> waiting() const;
+  /// How many may run.
+  std::int64_t limit() const;
 
   /// Executors started and not yet reported complete.
   std::int64_t concurrentCount() const { return concurrentCount_.load(); }
@@ -71,20 +92,24 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   };
 
  private:
-  TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit);
+  TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit,
+            std::function<void()> ended);
   /// Starts the oldest executor when the network and the limit allow it.
   bool startNext();
   /// The oldest executor, with a slot taken for it; null when none waits or no slot is free. `era`
-  /// becomes the one in which it starts.
+  /// becomes the one in which it starts. Forgets those that are held back.
   std::shared_ptr<TaskExecutor> takeFront(std::int64_t limit, std::uint64_t& era);
   void releaseSlot();
-  void wrapCompletion(TaskExecutor& executor, std::uint64_t era);
+  /// Makes the queue hear of the end of the attempt.
+  void watch(const std::shared_ptr<TaskExecutor>& executor, std::uint64_t era);
   /// The task's completion has returned.
-  void noteEnd(const std::string& filename, std::uint64_t era);
+  void noteEnd(const TaskExecutor* executor, const std::string& filename, std::uint64_t era);
   bool isUnderWay(const std::string& filename) const QX_REQUIRES(lock_);
 
   QXNetworkingReachabilityTool& reachability_;
   const Limit limit_;
+  const std::function<void()> ended_;
+  std::atomic<bool> paused_ = false;
   /// Raised and reset under the lock, together with the pool; lowered without it.
   std::atomic<std::int64_t> concurrentCount_ = 0;
   mutable Mutex lock_;
@@ -96,7 +121,11 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   std::uint64_t era_ QX_GUARDED_BY(lock_) = 0;
   int watches_ QX_GUARDED_BY(lock_) = 0;
   /// What has ended since the first of the watches began.
-  std::set<std::string> ended_ QX_GUARDED_BY(lock_);
+  std::set<std::string> endedNames_ QX_GUARDED_BY(lock_);
+  std::set<std::string> held_ QX_GUARDED_BY(lock_);
+  /// Weak: an attempt under way keeps itself alive, and the queue with it.
+  std::unordered_map<const TaskExecutor*, std::weak_ptr<TaskExecutor>> running_
+      QX_GUARDED_BY(lock_);
   std::atomic<std::int64_t> total_ = 0;
 };
 

@@ -24,108 +24,136 @@ std::shared_ptr<TaskScheduler> TaskScheduler::make(SchedulerParts parts, const s
 
 TaskScheduler::TaskScheduler(SchedulerParts parts, const std::string& userId,
                              StoredTasks storedTasks)
-    : parts_(std::move(parts)), resumes_(storedTasks == StoredTasks::resume) {
+    : parts_(std::make_shared<const SchedulerParts>(std::move(parts))), resumes_(storedTasks == StoredTasks::resume) {
   // Without the switch the storage hears nothing of what outlives its scheduler, so a tick of the
   // new one queues it again.
-  if (!resumes_) parts_.queue->forgetRunning();
-  parts_.queue->reset();
-  taskStorage_ = parts_.storages.open(userId, storedTasks);
+  if (!resumes_) parts_->queue->forgetRunning();
+  parts_->queue->reset();
+  taskStorage_ = parts_->storages.open(userId, storedTasks);
+  if (const auto fault = taskStorage_->fault()) parts_->events.storeUnavailable(*fault);
 }
 
 void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
-  executor->complete = reporting();
+  bindReporter(*executor);
   // Before it is in the log, where a tick could find it and queue it as well.
-  parts_.queue->announce(executor->task->filename());
-  parts_.queue->add(syncLocl(executor));
-  parts_.queue->start();
+  parts_->queue->announce(executor->task->filename());
+  const std::optional<Data> data =
+      parts_->events.observed() ? executor->task->data() : std::nullopt;
+  const Stored result = stored(executor);
+  parts_->events.accepted(UploadKind::background, *result.executor->task, data ? data->size() : 0,
+                         !result.whyNot, result.whyNot);
+  queue(result.executor);
 }
 
-std::shared_ptr<TaskExecutor> TaskScheduler::syncLocl(
-    const std::shared_ptr<TaskExecutor>& executor) {
+void TaskScheduler::queue(const std::shared_ptr<TaskExecutor>& executor) {
+  parts_->events.queued(*executor->task);
+  parts_->queue->add(executor);
+  parts_->queue->start();
+}
+
+TaskScheduler::Stored TaskScheduler::stored(const std::shared_ptr<TaskExecutor>& executor) {
   if (executor->task->hasPath()) {
     bindStorageComplete(*executor);
-    return executor;
+    return {executor, std::nullopt};
   }
-  const std::shared_ptr<FileTask> stored = taskStorage_->storageFile(executor->task);
-  if (!stored) return executor;
-  if (!taskStorage_->storageLog(*stored)) {
-    taskStorage_->remove(stored->filename());
-    return executor;
-  }
+  const auto fromMemory = [&](Error why) -> Stored {
+    executor->observers.record = [parts = parts_](const std::shared_ptr<TaskExecutor>& ended,
+                                                  const std::optional<std::string>& url,
+                                                  const AWSCallbackStatus& status,
+                                                  std::int64_t itemId) {
+      tellEnd(*parts, *ended, url, status, itemId, std::nullopt);
+    };
+    return {executor, std::move(why)};
+  };
+  const Result<std::shared_ptr<FileTask>> stored = taskStorage_->store(executor->task);
+  if (!stored) return fromMemory(stored.error());
   const std::optional<AWSLogEntry> entry = taskStorage_->entry(executor->task->filename());
   const std::shared_ptr<FileTask> rebuilt =
       taskStorage_->task(executor->task->filename(), entry ? &*entry : nullptr);
-  if (!rebuilt) return executor;
-  const std::shared_ptr<TaskExecutor> replacement = parts_.makeExecutor(rebuilt);
-  replacement->complete = storageComplete(executor->complete);
-  return replacement;
+  if (!rebuilt) return fromMemory({"Files", 0, "the log entry does not read"});
+  const std::shared_ptr<TaskExecutor> replacement = parts_->makeExecutor(rebuilt);
+  replacement->complete = executor->complete;
+  replacement->observers = executor->observers;
+  bindStorageComplete(*replacement);
+  return {replacement, std::nullopt};
+}
+
+void TaskScheduler::bindReporter(TaskExecutor& executor) {
+  executor.complete = reporter();
+  if (!resumes_) return;
+  executor.observers.follow = [weak = weak_from_this()] {
+    if (const std::shared_ptr<TaskScheduler> alive = weak.lock()) alive->queueFollowing();
+  };
 }
 
 void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
-  executor.complete = storageComplete(std::move(executor.complete));
-}
-
-TaskExecutor::Complete TaskScheduler::reporting() {
-  if (!resumes_) return reporter();
-  return [weak = weak_from_this(), report = reporter()](
-             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
-             const AWSCallbackStatus& status, std::int64_t itemId) {
-    // A copy: the callback may replace the executor's completion, and this closure with it.
-    const std::weak_ptr<TaskScheduler> keptWeak = weak;
-    report(executor, url, status, itemId);
-    if (const std::shared_ptr<TaskScheduler> alive = keptWeak.lock()) alive->queueFollowing();
+  // With the switch the storage itself: what has arrived must go, also when the scheduler is gone.
+  executor.observers.record = [parts = parts_, weak = weak_from_this(),
+                               storage = resumes_ ? taskStorage_ : nullptr](
+                                  const std::shared_ptr<TaskExecutor>& ended,
+                                  const std::optional<std::string>& url,
+                                  const AWSCallbackStatus& status, std::int64_t itemId) {
+    const std::shared_ptr<TaskScheduler> alive = storage ? nullptr : weak.lock();
+    const std::shared_ptr<UserTaskStorage>& kept = alive ? alive->taskStorage_ : storage;
+    const Outcome outcome = kept ? recordOutcome(*kept, *ended, status) : Outcome();
+    tellEnd(*parts, *ended, url, status, itemId, outcome);
   };
 }
 
-TaskExecutor::Complete TaskScheduler::storageComplete(TaskExecutor::Complete previous) {
-  if (resumes_) {
-    // The storage itself: what has arrived must go, also when the scheduler is gone.
-    return [storage = taskStorage_, previous = std::move(previous)](
-               const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
-               const AWSCallbackStatus& status, std::int64_t itemId) {
-      const TaskExecutor::Complete keptPrevious = previous;  // A copy, as above.
-      recordOutcome(*storage, *executor->task, status);
-      if (keptPrevious) keptPrevious(executor, url, status, itemId);
-    };
-  }
-  return [weak = weak_from_this(), previous = std::move(previous)](
-             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
-             const AWSCallbackStatus& status, std::int64_t itemId) {
-    const TaskExecutor::Complete keptPrevious = previous;  // A copy, as above.
-    if (const std::shared_ptr<TaskScheduler> scheduler = weak.lock()) {
-      recordOutcome(*scheduler->taskStorage_, *executor->task, status);
-    }
-    if (keptPrevious) keptPrevious(executor, url, status, itemId);
-  };
-}
-
-void TaskScheduler::recordOutcome(UserTaskStorage& storage, Task& task,
-                                  const AWSCallbackStatus& status) {
+TaskScheduler::Outcome TaskScheduler::recordOutcome(UserTaskStorage& storage,
+                                                    const TaskExecutor& executor,
+                                                    const AWSCallbackStatus& status) {
   // What the storage answers is ignored: a task that could not be deleted is retried later.
+  auto* const stored = dynamic_cast<FileTask*>(executor.task.get());
+  Outcome outcome;
+  if (stored != nullptr) outcome.attempts = stored->uploadCount() + 1;
   if (status.succeeded()) {
-    storage.remove(task.filename());
-    return;
+    storage.remove(executor.task->filename());
+    return outcome;
   }
-  auto* const stored = dynamic_cast<FileTask*>(&task);
-  if (stored == nullptr) return;
+  if (stored == nullptr || executor.wasCancelled()) return outcome;
   // It may be gone for good by now: it must not come back.
-  if (storage.resumes() && !storage.contains(stored->filename())) return;
+  if (storage.resumes() && !storage.contains(stored->filename())) return outcome;
   if (stored->uploadCount() == std::numeric_limits<std::int64_t>::max()) {
     fatal("the number of failed attempts of an upload overflows");
   }
   stored->setUploadCount(stored->uploadCount() + 1);
-  if (stored->uploadCount() >= kMaxUploadCount) {
+  outcome.counted = true;
+  outcome.givenUp = stored->uploadCount() >= kMaxUploadCount;
+  if (outcome.givenUp) {
     storage.remove(stored->filename());
   } else {
     storage.storageLog(*stored);
   }
+  return outcome;
+}
+
+void TaskScheduler::tellEnd(const SchedulerParts& parts, const TaskExecutor& executor,
+                            const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                            std::int64_t itemId, const std::optional<Outcome>& outcome) {
+  const Task& task = *executor.task;
+  if (!parts.events.observed()) return;
+  if (status.succeeded()) {
+    parts.events.uploaded(UploadKind::background, task, url, itemId);
+    return;
+  }
+  UploadEvents::FailedAttempt attempt;
+  attempt.number = outcome ? outcome->attempts : 1;
+  attempt.counted = outcome && outcome->counted;
+  attempt.stored = outcome.has_value();
+  attempt.cancelled = executor.wasCancelled();
+  const bool over = !outcome || outcome->givenUp;
+  if (!over && !parts.queue->isHeld(task.filename())) attempt.nextTry = parts.retryTimer.nextTick();
+  parts.events.attemptFailed(UploadKind::background, task, status, attempt);
+  if (over) parts.events.givenUp(task, status, attempt.number);
 }
 
 void TaskScheduler::retryLocalTask() {
+  if (parts_->queue->paused()) return;
   std::vector<std::shared_ptr<TaskExecutor>> next;
   {
-    const TaskQueue::Watch watch(*parts_.queue);
-    if (!parts_.queue->idle()) return;
+    const TaskQueue::Watch watch(*parts_->queue);
+    if (!parts_->queue->idle()) return;
     taskStorage_->readLogAgain();
     std::deque<std::shared_ptr<TaskExecutor>> list = retryList();
     next = takeNext(list);
@@ -141,7 +169,7 @@ void TaskScheduler::retryLocalTask() {
 std::deque<std::shared_ptr<TaskExecutor>> TaskScheduler::retryList() {
   std::deque<std::shared_ptr<TaskExecutor>> list;
   std::ranges::move(localTaskExecutor(), std::back_inserter(list));
-  const std::set<std::string> underWay = parts_.queue->filenames();
+  const std::set<std::string> underWay = parts_->queue->filenames();
   std::erase_if(list, [&](const std::shared_ptr<TaskExecutor>& executor) {
     return underWay.contains(executor->task->filename()) || isGone(*executor);
   });
@@ -158,7 +186,7 @@ std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::takeNext(
   while (!list.empty() && next.size() < kMaxRetriedTasks) {
     // Another tick may have been faster.
     if (!isGone(*list.front()) &&
-        parts_.queue->announceUnlessUnderWay(list.front()->task->filename())) {
+        parts_->queue->announceUnlessUnderWay(list.front()->task->filename())) {
       next.push_back(std::move(list.front()));
     }
     list.pop_front();
@@ -168,14 +196,31 @@ std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::takeNext(
 
 void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors) {
   for (const std::shared_ptr<TaskExecutor>& executor : executors) {
-    executor->complete = reporting();
-    parts_.queue->add(syncLocl(executor));
-    parts_.queue->start();
+    bindReporter(*executor);
+    queue(syncLocl(executor));
   }
 }
 
+void TaskScheduler::retry(const std::vector<std::string>& filenames) {
+  const std::set<std::string> wanted(filenames.begin(), filenames.end());
+  std::vector<std::shared_ptr<TaskExecutor>> again;
+  bool changed = false;
+  for (const std::shared_ptr<FileTask>& task : taskStorage_->localTasks()) {
+    if (!wanted.contains(task->filename())) continue;
+    parts_->queue->release(task->filename());
+    if (!parts_->queue->announceUnlessUnderWay(task->filename())) continue;
+    task->setUploadCount(0);
+    // Without the switch an entry of an earlier process is in the log file alone, and a write would
+    // drop it.
+    if (taskStorage_->contains(task->filename())) changed |= taskStorage_->update(*task);
+    again.push_back(parts_->makeExecutor(task));
+  }
+  if (changed) taskStorage_->syncLog();
+  queueStored(again);
+}
+
 void TaskScheduler::queueFollowing() {
-  if (!resumes_ || !parts_.queue->idle()) return;
+  if (!resumes_ || !parts_->queue->idle()) return;
   std::vector<std::shared_ptr<TaskExecutor>> next;
   {
     MutexLock lock(followingLock_);
@@ -187,21 +232,21 @@ void TaskScheduler::queueFollowing() {
 std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::localTaskExecutor() {
   std::vector<std::shared_ptr<TaskExecutor>> executors;
   for (const std::shared_ptr<FileTask>& task : taskStorage_->localTasks()) {
-    executors.push_back(parts_.makeExecutor(task));
+    executors.push_back(parts_->makeExecutor(task));
   }
   return executors;
 }
 
 TaskExecutor::Complete TaskScheduler::reporter() const {
-  return [&tracking = parts_.tracking, report = parts_.report](
+  return [parts = parts_](
              const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
              const AWSCallbackStatus& status, std::int64_t /*itemId*/) {
     const Task& task = *executor->task;
-    tracking.tracking(status, task, AWSTracking::ENVType::backgroundUpload, executor->uploadTime,
-                      &task.extra());
+    parts->tracking.tracking(status, task, AWSTracking::ENVType::backgroundUpload,
+                             executor->uploadTime, &task.extra());
     std::optional<Error> error;
     if (!status.succeeded()) error = uploaderError(status.code(), status.message());
-    report(task.scope(), url, task.extra(), error);
+    parts->report(task.scope(), url, task.extra(), error);
   };
 }
 

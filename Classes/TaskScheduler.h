@@ -42,8 +42,10 @@
 #include <vector>
 
 #include "Classes/AWSTracking.h"
+#include "Classes/RetryTimer.h"
 #include "Classes/TaskExecutor.h"
 #include "Classes/TaskQueue.h"
+#include "Classes/UploadEvents.h"
 #include "Classes/UserTaskStorage.h"
 #include "platform/Mutex.h"
 
@@ -58,6 +60,8 @@ using BackgroundUploadCallback =
 /// What all schedulers of a library work with. The references must outlive every attempt.
 struct SchedulerParts {
   const AWSTracking& tracking;
+  UploadEvents& events;
+  const RetryTimer& retryTimer;
   UserTaskStorages& storages;
   std::shared_ptr<TaskQueue> queue;
   ExecutorFactory makeExecutor;
@@ -74,20 +78,26 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// Stores the executor's task, queues it and starts the queue. The executor's completion is
   /// replaced by reporter().
   void add(const std::shared_ptr<TaskExecutor>& executor);
-  /// Makes sure that the executor's task is stored and its completion bound to the storage. Yields
-  /// the executor to queue: a new one over the stored file, or the given one when its task is
-  /// stored already or cannot be.
-  std::shared_ptr<TaskExecutor> syncLocl(const std::shared_ptr<TaskExecutor>& executor);
+  /// Makes sure that the executor's task is stored and its end bound to the storage. Yields the
+  /// executor to queue: a new one over the stored file, or the given one when its task is stored
+  /// already or cannot be.
+  std::shared_ptr<TaskExecutor> syncLocl(const std::shared_ptr<TaskExecutor>& executor) {
+    return stored(executor).executor;
+  }
   /// Queues stored tasks again, 200 at most, when the queue is idle.
   void retryLocalTask();
   /// One new executor per task in the stored log.
   std::vector<std::shared_ptr<TaskExecutor>> localTaskExecutor();
-  /// Wraps the executor's completion: a success deletes the stored task; a failure counts, the
-  /// tenth deletes it.
+  /// Makes the storage hear of the end of the executor's attempt: a success deletes the stored
+  /// task; a failure counts, the tenth deletes it; a cancelled attempt changes nothing.
   void bindStorageComplete(TaskExecutor& executor);
 
+  /// Queues stored tasks now, with all their attempts before them, unless they are under way.
+  void retry(const std::vector<std::string>& filenames);
+  const std::shared_ptr<UserTaskStorage>& storage() const { return taskStorage_; }
+
   /// The queue that runs this scheduler's executors.
-  TaskQueue& taskQueue() { return *parts_.queue; }
+  TaskQueue& taskQueue() { return *parts_->queue; }
 
   /// A completion that tracks the outcome of an attempt and reports it; it does not need the
   /// scheduler any more.
@@ -95,10 +105,27 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
 
  private:
   TaskScheduler(SchedulerParts parts, const std::string& userId, StoredTasks storedTasks);
-  /// reporter(); with the switch, queueFollowing() after it.
-  TaskExecutor::Complete reporting();
-  TaskExecutor::Complete storageComplete(TaskExecutor::Complete previous);
-  static void recordOutcome(UserTaskStorage& storage, Task& task, const AWSCallbackStatus& status);
+  struct Stored {
+    std::shared_ptr<TaskExecutor> executor;
+    /// Why the task runs from memory.
+    std::optional<Error> whyNot;
+  };
+  /// syncLocl, and why the task is not stored if it is not.
+  Stored stored(const std::shared_ptr<TaskExecutor>& executor);
+  /// Sets the executor's completion to reporter(), and with the switch has stored tasks follow.
+  void bindReporter(TaskExecutor& executor);
+  /// What a stored task's attempt has changed in the storage.
+  struct Outcome {
+    std::int64_t attempts = 1;
+    bool counted = false;
+    bool givenUp = false;
+  };
+  static Outcome recordOutcome(UserTaskStorage& storage, const TaskExecutor& executor,
+                               const AWSCallbackStatus& status);
+  /// Tells the events of the end of an attempt; without an `outcome` the task was not stored.
+  static void tellEnd(const SchedulerParts& parts, const TaskExecutor& executor,
+                      const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                      std::int64_t itemId, const std::optional<Outcome>& outcome);
 
   /// New executors for the stored tasks that are not under way.
   std::deque<std::shared_ptr<TaskExecutor>> retryList();
@@ -107,11 +134,12 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// Moves the first 200 out of the list, announced to the queue; drops what is gone or under way.
   std::vector<std::shared_ptr<TaskExecutor>> takeNext(
       std::deque<std::shared_ptr<TaskExecutor>>& list);
+  void queue(const std::shared_ptr<TaskExecutor>& executor);
   void queueStored(const std::vector<std::shared_ptr<TaskExecutor>>& executors);
   /// Queues the next stored tasks when the queue is idle and the host wants them resumed.
   void queueFollowing();
 
-  const SchedulerParts parts_;
+  const std::shared_ptr<const SchedulerParts> parts_;
   const bool resumes_;
   /// Constant after construction.
   std::shared_ptr<UserTaskStorage> taskStorage_;

@@ -41,6 +41,11 @@ std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_vi
   return copied(value->asInt());
 }
 
+std::optional<double> readDouble(const Dictionary& dictionary, std::string_view key) {
+  const Value* value = find(dictionary, key);
+  return value ? copied(value->asDouble()) : std::nullopt;
+}
+
 std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key) {
   const Value* value = find(dictionary, key);
   return value ? copied(value->asText()) : std::nullopt;

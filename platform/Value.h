@@ -118,6 +118,7 @@ class Value {
 std::optional<bool> readBool(const Dictionary& dictionary, std::string_view key);
 /// Reads a signed 64-bit integer, or an unsigned one that fits into it.
 std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_view key);
+std::optional<double> readDouble(const Dictionary& dictionary, std::string_view key);
 std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key);
 std::optional<Data> readData(const Dictionary& dictionary, std::string_view key);
 std::optional<Dictionary> readDictionary(const Dictionary& dictionary, std::string_view key);

@@ -554,7 +554,7 @@ TEST_F(AWSConfigureTest, AnswerFromAnotherThreadsQueueEndsTheWait) {
 TEST_F(AWSConfigureTest, SuccessfulFetchStartsTheUploadsThatWaited) {
   configure().retryFire();
   library.taskQueue->add(std::make_shared<TaskExecutor>(
-      library.platform, library.configure,
+      library.platform, library.configure, library.events, UploadKind::background,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap{})));
   run();
   EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
@@ -566,7 +566,7 @@ TEST_F(AWSConfigureTest, SuccessfulFetchStartsTheUploadsThatWaited) {
 TEST_F(AWSConfigureTest, FailedFetchStartsNoUploads) {
   configure().retryFire();
   library.taskQueue->add(std::make_shared<TaskExecutor>(
-      library.platform, library.configure,
+      library.platform, library.configure, library.events, UploadKind::background,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap{})));
   platform_.messageClients.fail(kApi, {"QXNetworking", 503, "HTTP 503"});
   get("item");

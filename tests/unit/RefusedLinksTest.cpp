@@ -96,7 +96,9 @@ TEST_P(RefusedLinksTest, DataFileThatIsUploaded) {
   const auto task = storage->storageFile(dataTask("a.jpg"));
   ASSERT_TRUE(task && storage->storageLog(*task));
   platform.files.putLink(kDirectory + "/a.jpg");
-  std::make_shared<TaskExecutor>(library.platform, library.configure, task)->execute();
+  std::make_shared<TaskExecutor>(library.platform, library.configure, library.events,
+                                 UploadKind::background, task)
+      ->execute();
   EXPECT_THAT(platform.logger.records(), recordOf(kDirectory + "/a.jpg"));
   EXPECT_THAT(platform.objectStore.uploads(), IsEmpty());
   EXPECT_TRUE(storage->remove("a.jpg")) << "the link goes, not what it leads to";

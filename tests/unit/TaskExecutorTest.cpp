@@ -25,7 +25,8 @@ class TaskExecutorTest : public UploadFixture {
 
   std::shared_ptr<TaskExecutor> make(std::shared_ptr<Task> task) {
     auto executor =
-        std::make_shared<TaskExecutor>(library.platform, library.configure, std::move(task));
+        std::make_shared<TaskExecutor>(library.platform, library.configure, library.events,
+                                       UploadKind::background, std::move(task));
     executor->uploadWorker = platform.uploadClients.make({}, 30);
     executor->complete = [this](const std::shared_ptr<TaskExecutor>& reporter,
                                 const std::optional<std::string>& url,
@@ -553,7 +554,7 @@ TEST(TaskExecutorHost, WithoutAnItemIdServiceGetsAGeneratedIdAndOneReport) {
                                                    {"authorized_path", ""},
                                                    {"download_url_prefix", "https://c"}}}}}});
   auto executor = std::make_shared<TaskExecutor>(
-      library.platform, library.configure,
+      library.platform, library.configure, library.events, UploadKind::background,
       std::make_shared<DataTask>("a.jpg", "avatar", Data("b"), AWSParameterMap{}));
   std::vector<std::int64_t> ids;
   executor->complete = [&ids](const auto&, const auto&, const AWSCallbackStatus& status,
@@ -709,10 +710,10 @@ TEST_F(TaskExecutorTest, FileIsReadOncePerAttempt) {
 TEST_F(TaskExecutorTest, HundredThousandImmediateReportsLeaveNothingBehind) {
   const auto token = std::make_shared<int>(0);
   for (int i = 0; i < 100'000; ++i) {
-    auto executor =
-        std::make_shared<TaskExecutor>(library.platform, library.configure,
-                                       std::make_shared<FileTask>(platform.files, "a.jpg", "avatar",
-                                                                  "gone", 0, AWSParameterMap{}));
+    auto executor = std::make_shared<TaskExecutor>(
+        library.platform, library.configure, library.events, UploadKind::background,
+        std::make_shared<FileTask>(platform.files, "a.jpg", "avatar", "gone", 0,
+                                   AWSParameterMap{}));
     executor->complete = [token](const auto&, const auto&, const auto&, std::int64_t) { ++*token; };
     executor->execute();
   }
@@ -724,7 +725,7 @@ TEST_F(TaskExecutorTest, ThousandUploadsLeaveNothingBehind) {
   const auto token = std::make_shared<int>(0);
   for (int i = 0; i < 1000; ++i) {
     auto executor = std::make_shared<TaskExecutor>(
-        library.platform, library.configure,
+        library.platform, library.configure, library.events, UploadKind::background,
         dataTask(i % 2 == 0 ? AWSParameterMap{} : AWSParameterMap{{"itemId", "1"}}));
     executor->complete = [token](const auto&, const auto&, const auto&, std::int64_t) { ++*token; };
     executor->execute();

@@ -44,7 +44,8 @@ class TaskQueueTest : public testing::Test {
  protected:
   /// Reports only when told to.
   std::shared_ptr<TaskExecutor> running(const std::string& name) {
-    return std::make_shared<TaskExecutor>(library.platform, library.configure,
+    return std::make_shared<TaskExecutor>(library.platform, library.configure, library.events,
+                                          UploadKind::background,
                                           std::make_shared<ProbeTask>(name, [this, name] {
                                             started.push_back(name);
                                             return Data("bytes");
@@ -53,15 +54,14 @@ class TaskQueueTest : public testing::Test {
   /// Reports inside execute().
   std::shared_ptr<TaskExecutor> instant(std::function<void()> onStart) {
     return std::make_shared<TaskExecutor>(
-        library.platform, library.configure,
+        library.platform, library.configure, library.events, UploadKind::background,
         std::make_shared<ProbeTask>("instant", [onStart = std::move(onStart)] {
           onStart();
           return std::optional<Data>();
         }));
   }
   static void succeed(const std::shared_ptr<TaskExecutor>& executor) {
-    const TaskExecutor::Complete complete = executor->complete;
-    complete(executor, "https://store.test/x", AWSCallbackStatus::success(), 7);
+    executor->deliver("https://store.test/x", AWSCallbackStatus::success(), 7);
   }
   std::vector<std::shared_ptr<TaskExecutor>> addRunning(TaskQueue& queue, int count) {
     std::vector<std::shared_ptr<TaskExecutor>> executors;
@@ -234,9 +234,8 @@ TEST_F(TaskQueueTest, PreviousCallbackGetsTheSameArgumentsWithItsSlotAlreadyFree
   };
   queue->add(executor);
   queue->start();
-  const TaskExecutor::Complete complete = executor->complete;
-  complete(executor, "https://store.test/y",
-           AWSCallbackStatus::failure(AWSErrorCode::clientError, "no"), 11);
+  executor->deliver("https://store.test/y",
+                    AWSCallbackStatus::failure(AWSErrorCode::clientError, "no"), 11);
   EXPECT_EQ(calls, 1);
 }
 
@@ -244,8 +243,7 @@ TEST_F(TaskQueueTest, FailureStartsTheNextAsSuccessDoes) {
   const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executors = addRunning(*queue, 2);
   queue->start();
-  const TaskExecutor::Complete complete = executors[0]->complete;
-  complete(executors[0], std::nullopt, AWSCallbackStatus::failure(AWSErrorCode::unknown, "no"), 0);
+  executors[0]->deliver(std::nullopt, AWSCallbackStatus::failure(AWSErrorCode::unknown, "no"), 0);
   EXPECT_EQ(started, (Names{"0", "1"}));
   EXPECT_EQ(queue->waitingCount(), 0U);
 }
@@ -277,7 +275,7 @@ TEST_F(TaskQueueTest, CallbackMayReplaceTheCompletionThatRuns) {
   queue->add(executor);
   queue->add(running("1"));
   queue->start();
-  executor->complete(executor, std::nullopt, AWSCallbackStatus::success(), 0);
+  executor->deliver(std::nullopt, AWSCallbackStatus::success(), 0);
   EXPECT_EQ(seen, std::string(100, 'x'));
   EXPECT_EQ(started, (Names{"0", "1"}));
 }

@@ -62,10 +62,12 @@ class TaskSchedulerTest : public UploadFixture {
   }
   static void report(const std::shared_ptr<TaskExecutor>& executor,
                      const AWSCallbackStatus& status) {
-    const TaskExecutor::Complete complete = executor->complete;
-    complete(executor,
-             status.succeeded() ? std::optional<std::string>("https://cdn.test/x") : std::nullopt,
-             status, status.succeeded() ? 7 : 0);
+    // Kept, so that a test may have one executor report again and again.
+    const TaskExecutor::Observers observers = executor->observers;
+    executor->deliver(
+        status.succeeded() ? std::optional<std::string>("https://cdn.test/x") : std::nullopt,
+        status, status.succeeded() ? 7 : 0);
+    executor->observers = observers;
   }
   static AWSCallbackStatus failure() {
     return AWSCallbackStatus::failure(AWSErrorCode::serverError, "no");

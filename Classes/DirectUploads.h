@@ -1,0 +1,37 @@
+// The direct uploads under way, so that they can be listed and cancelled.
+//
+// Threads: every operation may be called from any thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Classes/IdleWatch.h"
+#include "Classes/TaskExecutor.h"
+#include "platform/Mutex.h"
+
+namespace qx {
+
+class DirectUploads {
+ public:
+  /// `idle` must outlive the uploads.
+  explicit DirectUploads(IdleWatch& idle) : idle_(idle) {}
+
+  /// Lists the attempt until it is over, and starts it.
+  void start(const std::shared_ptr<TaskExecutor>& executor);
+  /// Null when no such upload is under way.
+  std::shared_ptr<TaskExecutor> find(const std::string& filename) const;
+  std::vector<std::shared_ptr<TaskExecutor>> all() const;
+
+ private:
+  void remove(const std::string& filename);
+
+  IdleWatch& idle_;
+  mutable Mutex lock_;
+  /// Weak: an attempt under way keeps itself alive.
+  std::map<std::string, std::weak_ptr<TaskExecutor>> underWay_ QX_GUARDED_BY(lock_);
+};
+
+}  // namespace qx

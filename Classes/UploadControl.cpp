@@ -1,0 +1,181 @@
+#include "Classes/UploadControl.h"
+
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+namespace qx {
+namespace {
+
+std::int64_t failedAttempts(const Task& task) {
+  const auto* stored = dynamic_cast<const FileTask*>(&task);
+  return stored ? stored->uploadCount() : 0;
+}
+
+}  // namespace
+
+TaskFacts UploadControl::facts(TaskStage stage, const Task& task, double now) {
+  TaskFacts facts;
+  facts.stage = stage;
+  facts.held = parts_.queue.isHeld(task.filename());
+  facts.paused = parts_.queue.paused();
+  facts.reachable = parts_.platform.reachability.isReachable();
+  facts.refusal = parts_.configure.refusal(task.scope());
+  facts.running = parts_.queue.concurrentCount();
+  facts.limit = parts_.queue.limit();
+  facts.nextTry = parts_.retryTimer.nextTick();
+  facts.now = now;
+  return facts;
+}
+
+std::shared_ptr<UserTaskStorage> UploadControl::storageToRead() {
+  if (const auto scheduler = parts_.configure.scheduler.load()) return scheduler->storage();
+  const Value userId = parts_.platform.mediator.perform("Account_GetUserId", {});
+  if (userId.asText() == nullptr) return nullptr;
+  return std::make_shared<UserTaskStorage>(parts_.platform, *userId.asText(),
+                                           StoredTasks::readOnly);
+}
+
+Array UploadControl::tasks() {
+  Array list;
+  const double now = parts_.platform.clock.now();
+  Files& files = parts_.platform.files;
+  std::set<std::string> told;
+  const auto add = [&](const Task& task, UploadKind kind, TaskFacts facts) {
+    if (!told.insert(task.filename()).second) return;
+    ListedTask entry{.kind = kind, .attempts = failedAttempts(task)};
+    if (const auto* stored = dynamic_cast<const FileTask*>(&task)) {
+      const Result<FileFacts> file = files.facts(documentPath(files) + "/" + stored->filePath());
+      entry.stored = true;
+      if (file) {
+        entry.size = file->size;
+        entry.accepted = file->modified;
+      }
+      facts.bytesMissing = !file;
+    } else if (const auto data = task.data()) {
+      entry.size = data->size();
+    }
+    entry.facts = std::move(facts);
+    list.emplace_back(listed(task, entry));
+  };
+  for (const auto& executor : parts_.directUploads.all()) {
+    add(*executor->task, UploadKind::direct, facts(TaskStage::running, *executor->task, now));
+  }
+  for (const auto& executor : parts_.queue.running()) {
+    add(*executor->task, UploadKind::background, facts(TaskStage::running, *executor->task, now));
+  }
+  std::int64_t before = 0;
+  for (const auto& executor : parts_.queue.waiting()) {
+    TaskFacts queued = facts(TaskStage::queued, *executor->task, now);
+    queued.before = before++;
+    add(*executor->task, UploadKind::background, std::move(queued));
+  }
+  const std::shared_ptr<UserTaskStorage> storage = storageToRead();
+  if (!storage) return list;
+  const Result<std::vector<std::shared_ptr<FileTask>>> stored = storage->readTasks();
+  if (!stored) {
+    parts_.events.storeUnavailable(stored.error());
+    return list;
+  }
+  for (const auto& task : *stored) {
+    add(*task, UploadKind::background, facts(TaskStage::stored, *task, now));
+  }
+  return list;
+}
+
+void UploadControl::list(std::function<void(Array)> complete) {
+  parts_.events.afterEvents([this, complete = std::move(complete)] {
+    Array list = tasks();
+    // Behind what the reading has told.
+    parts_.events.afterEvents([complete, list = std::move(list)] { complete(list); });
+  });
+}
+
+void UploadControl::pause(bool cancelRunning) {
+  parts_.queue.pause();
+  if (!cancelRunning) return;
+  for (const auto& executor : parts_.queue.running()) {
+    if (executor->task->hasPath()) executor->cancel();
+  }
+}
+
+void UploadControl::resume() {
+  parts_.queue.resume();
+  // What the pause has ended is stored.
+  parts_.events.afterEvents([this] {
+    if (const auto scheduler = parts_.configure.scheduler.load()) scheduler->retryLocalTask();
+  });
+}
+
+void UploadControl::stop(const std::vector<std::string>& names) {
+  const std::set<std::string> wanted(names.begin(), names.end());
+  for (const std::string& name : wanted) {
+    if (const auto direct = parts_.directUploads.find(name)) {
+      direct->cancel();
+    } else {
+      parts_.queue.hold(name);
+    }
+  }
+  for (const auto& executor : parts_.queue.takeWaiting(wanted)) {
+    parts_.events.cancelled(*executor->task);
+    // Nobody else has its bytes.
+    if (!executor->task->hasPath()) parts_.events.dropped(*executor->task);
+  }
+  for (const auto& executor : parts_.queue.running()) {
+    if (wanted.contains(executor->task->filename())) executor->cancel();
+  }
+}
+
+void UploadControl::cancel(const std::vector<std::string>& names) {
+  stop(names);
+  parts_.idle.changed();
+}
+
+void UploadControl::retry(const std::vector<std::string>& names) {
+  parts_.events.afterEvents([this, names] {
+    if (const auto scheduler = parts_.configure.scheduler.load()) scheduler->retry(names);
+  });
+}
+
+void UploadControl::drop(const std::vector<std::string>& names) {
+  stop(names);
+  parts_.events.afterEvents([this, names] {
+    const auto scheduler = parts_.configure.scheduler.load();
+    std::shared_ptr<UserTaskStorage> storage = storageToRead();
+    if (!storage) return;
+    std::map<std::string, std::shared_ptr<FileTask>> stored;
+    for (auto& task : storage->localTasks()) stored.emplace(task->filename(), std::move(task));
+    std::vector<std::string> known;
+    for (const std::string& name : names) {
+      if (stored.contains(name)) known.push_back(name);
+    }
+    // Without an identity nothing is under way, and what other runs have stored must stay.
+    if (!scheduler && !known.empty()) {
+      storage = parts_.storages.open(storage->userId(), StoredTasks::resume);
+      if (const auto fault = storage->fault()) parts_.events.storeUnavailable(*fault);
+    }
+    const std::map<std::string, Error> failures = storage->removeAll(known);
+    for (const std::string& name : known) {
+      const auto failure = failures.find(name);
+      if (failure == failures.end()) {
+        parts_.events.dropped(*stored.at(name));
+      } else {
+        parts_.events.dropFailed(*stored.at(name), failure->second);
+      }
+    }
+    parts_.idle.changed();
+  });
+}
+
+bool UploadControl::nothingWaits() {
+  if (!parts_.queue.filenames().empty()) return false;
+  const auto scheduler = parts_.configure.scheduler.load();
+  if (!scheduler) return true;
+  for (const auto& task : scheduler->storage()->localTasks()) {
+    if (!parts_.queue.isHeld(task->filename())) return false;
+  }
+  return true;
+}
+
+}  // namespace qx

@@ -1,0 +1,64 @@
+// Lists, pauses, cancels, retries and drops uploads for a host.
+//
+// Threads: every operation may be called from any thread and returns at once. What reads or changes
+// files runs on the queue of the events.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Classes/AWSConfigure.h"
+#include "Classes/DirectUploads.h"
+#include "Classes/IdleWatch.h"
+#include "Classes/RetryTimer.h"
+#include "Classes/TaskList.h"
+#include "Classes/TaskQueue.h"
+#include "Classes/UploadEvents.h"
+#include "Classes/UserTaskStorage.h"
+#include "platform/Platform.h"
+
+namespace qx {
+
+/// What the control works with; all of it must outlive the control and its work.
+struct ControlParts {
+  const Platform& platform;
+  UploadEvents& events;
+  UserTaskStorages& storages;
+  AWSConfigure& configure;
+  const RetryTimer& retryTimer;
+  TaskQueue& queue;
+  DirectUploads& directUploads;
+  /// Is told when something was cancelled or dropped.
+  IdleWatch& idle;
+};
+
+class UploadControl {
+ public:
+  explicit UploadControl(ControlParts parts) : parts_(parts) {}
+
+  /// Hands the list to `complete`, on the queue of the events.
+  void list(std::function<void(Array)> complete);
+  void pause(bool cancelRunning);
+  void resume();
+  void cancel(const std::vector<std::string>& names);
+  void retry(const std::vector<std::string>& names);
+  void drop(const std::vector<std::string>& names);
+  /// Nothing waits in the queue and nothing that will be tried again is stored. Reads the stored
+  /// log when the queue is empty.
+  bool nothingWaits();
+
+ private:
+  Array tasks();
+  /// The storage of the current user; before an identity was applied, one that only reads for the
+  /// user whom the host names. Null when the host names none.
+  std::shared_ptr<UserTaskStorage> storageToRead();
+  /// Ends what runs of these, takes what waits, and holds back what is stored.
+  void stop(const std::vector<std::string>& names);
+  TaskFacts facts(TaskStage stage, const Task& task, double now);
+
+  const ControlParts parts_;
+};
+
+}  // namespace qx
