@@ -6,6 +6,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -199,6 +201,66 @@ TYPED_TEST(FilesContract, RemoveTakesAFileAndNothingElse) {
   const auto directory = this->files().remove(this->at("d"));
   ASSERT_TRUE(directory);
   EXPECT_EQ(directory->code, EISDIR);
+}
+
+TYPED_TEST(FilesContract, FactsAreOfARegularFile) {
+  ASSERT_FALSE(this->put("a", {"four"}));
+  const auto facts = this->files().facts(this->at("a"));
+  ASSERT_TRUE(facts);
+  EXPECT_EQ(facts->size, 4U);
+  const auto missing = this->files().facts(this->at("missing"));
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().code, ENOENT);
+  const auto directory = this->files().facts(this->underTest_.root);
+  ASSERT_FALSE(directory);
+  EXPECT_EQ(directory.error().code, EISDIR);
+}
+
+TYPED_TEST(FilesContract, LockOfADirectoryExcludesAnotherUntilItIsGivenBack) {
+  ASSERT_FALSE(this->files().createDirectory(this->at("d")));
+  auto first = this->files().lock(this->at("d"));
+  ASSERT_TRUE(first);
+  const auto second = this->files().lock(this->at("d"));
+  ASSERT_FALSE(second);
+  EXPECT_EQ(second.error().code, EWOULDBLOCK);
+  ASSERT_FALSE(this->put("d/a", {"x"})) << "the lock keeps nobody from writing";
+  (*first).reset();
+  EXPECT_TRUE(this->files().lock(this->at("d")));
+  const auto names = this->files().list(this->at("d"));
+  ASSERT_TRUE(names);
+  EXPECT_THAT(*names, ElementsAre("a")) << "a lock leaves no file";
+}
+
+TYPED_TEST(FilesContract, OnlyADirectoryThatIsThereCanBeLocked) {
+  const auto missing = this->files().lock(this->at("missing"));
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().code, ENOENT);
+  ASSERT_FALSE(this->put("a", {"x"}));
+  const auto file = this->files().lock(this->at("a"));
+  ASSERT_FALSE(file);
+  EXPECT_EQ(file.error().code, ENOTDIR);
+}
+
+TEST(PosixFilesTest, FactsTellWhenAFileWasWritten) {
+  OnDisk disk;
+  const double before = static_cast<double>(std::time(nullptr));
+  const std::string_view text = "x";
+  ASSERT_FALSE(
+      disk.files.write(disk.root + "/a", {&text, 1}, WriteMode::plain, Durability::cached));
+  const auto facts = disk.files.facts(disk.root + "/a");
+  ASSERT_TRUE(facts);
+  // A file system may round to whole seconds.
+  EXPECT_GE(facts->modified, before - 1);
+  EXPECT_LE(facts->modified, before + 60);
+}
+
+TEST(PosixFilesTest, LockedDirectoryIsLockedForAnotherProcess) {
+  OnDisk disk;
+  ASSERT_FALSE(disk.files.createDirectory(disk.root + "/d"));
+  const auto lock = disk.files.lock(disk.root + "/d");
+  ASSERT_TRUE(lock);
+  // An independent program asks for the same lock.
+  EXPECT_NE(std::system(("flock --nonblock " + disk.root + "/d true").c_str()), 0);
 }
 
 }  // namespace

@@ -112,6 +112,13 @@ TYPED_TEST(LinksContract, NothingIsReadOrListedThroughALink) {
   this->expectRefused(this->errorOf(this->files().list(this->at("link/x"))), "link");
 }
 
+TYPED_TEST(LinksContract, NothingIsLockedOrExaminedThroughALink) {
+  this->expectRefused(this->errorOf(this->files().facts(this->at("d/a"))), "d/a");
+  this->expectRefused(this->errorOf(this->files().facts(this->at("link/file"))), "link");
+  this->expectRefused(this->errorOf(this->files().lock(this->at("link"))), "link");
+  this->expectRefused(this->errorOf(this->files().lock(this->at("link/x"))), "link");
+}
+
 TYPED_TEST(LinksContract, NoDirectoryIsMadeOverOrThroughALink) {
   this->expectRefused(this->files().createDirectory(this->at("link")), "link");
   this->expectRefused(this->files().createDirectory(this->at("link/x/y")), "link");

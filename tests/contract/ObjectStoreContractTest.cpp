@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <future>
 #include <iterator>
@@ -41,6 +42,8 @@ struct FakeStore {
     return "any";
   }
   std::string endpoint() const { return "http://store.example"; }
+  /// The next upload does not end by itself.
+  void stalls() { store.hold(); }
 
   FakeStore() {
     store.answerOn(dispatch.globalQueue());
@@ -62,6 +65,12 @@ struct RealStore {
                : answerWith(404,
                             "<Error><Code>NoSuchKey</Code><Message>no such object</Message>"
                             "<RequestId>R1</RequestId></Error>")});
+  }
+  void stalls() {
+    Turn turn;
+    turn.answer.clear();
+    turn.then = Turn::Then::stall;
+    server.emplace(std::vector<Turn>{turn});
   }
   std::string unsendableType() { return "text/plain\r\nX-Evil: 1"; }
   std::string endpoint() const { return server ? server->url() : "http://127.0.0.1:9"; }
@@ -191,6 +200,47 @@ TYPED_TEST(ObjectStoreContract, RegistryFindsByKeyAndTheLaterReplacesTheEarlier)
 TYPED_TEST(ObjectStoreContract, UploadEndsOnceWithoutAnError) {
   this->underTest_.holds("");
   EXPECT_EQ(this->upload().error, std::nullopt);
+}
+
+TYPED_TEST(ObjectStoreContract, CancelledUploadEndsOnceWithAnError) {
+  this->underTest_.stalls();
+  auto record = std::make_shared<typename TestFixture::Record>();
+  const AWSTask task = this->utility()->uploadData(Data(std::string("bytes")), "bucket", "k", "",
+                                                   {}, [record](const std::optional<Error>& error) {
+                                                     record->end({std::nullopt, error});
+                                                   });
+  ASSERT_EQ(task.error, std::nullopt);
+  ASSERT_NE(task.transfer, nullptr);
+  auto ended = record->ended.get_future();
+  // The fake ends a held transfer on the cancelling thread.
+  std::thread([transfer = task.transfer] {
+    transfer->cancel();
+    transfer->cancel();
+  }).join();
+  ASSERT_EQ(ended.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  const auto result = ended.get();
+  ASSERT_TRUE(result.error);
+  EXPECT_EQ(result.error->domain, "Transport");
+  EXPECT_EQ(result.error->code, kCancelled);
+}
+
+TYPED_TEST(ObjectStoreContract, BytesOfAnUploadAreToldUpToTheWhole) {
+  this->underTest_.holds("object");
+  auto record = std::make_shared<typename TestFixture::Record>();
+  const AWSTask task = this->utility()->uploadData(
+      Data(std::string("bytes")), "bucket", "k", "", {[record](const TransferProgress& report) {
+        EXPECT_EQ(record->completions, 0) << "no report follows the completion";
+        EXPECT_EQ(report.totalUnitCount, 5);
+        record->progress.push_back(report.completedUnitCount);
+      }},
+      [record](const std::optional<Error>& error) {
+        record->end({std::nullopt, error});
+      });
+  ASSERT_EQ(task.error, std::nullopt);
+  EXPECT_EQ(record->ended.get_future().get().error, std::nullopt);
+  EXPECT_TRUE(std::ranges::is_sorted(record->progress));
+  ASSERT_FALSE(record->progress.empty());
+  EXPECT_EQ(record->progress.back(), 5);
 }
 
 TYPED_TEST(ObjectStoreContract, UploadThatCannotStartHasItsErrorInTheTaskAndNoCompletion) {
