@@ -18,6 +18,11 @@ std::string fullDescription(const Error& error) {
   return error.domain + " " + std::to_string(error.code) + ": " + error.description;
 }
 
+/// The key under which the session's fetch has registered the transfer utility of a scope.
+std::string utilityKey(const std::string& scope, const Session& session) {
+  return scope + session.configUUID.value_or("");
+}
+
 const AWSBasicParameter* find(const AWSParameterMap& extra, const std::string& key) {
   const auto entry = extra.find(key);
   return entry == extra.end() ? nullptr : &entry->second;
@@ -200,10 +205,15 @@ AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingRes
   const auto* config = dynamic_cast<const StorageGetUploadConfigResponse*>(response.value.get());
   if (config == nullptr) return {false, "response error"};
 
+  const std::shared_ptr<const Session> earlier = session.load();
   changeSession([&map = config->uploadTokenMap, uuid = platform_.uuid.random()](Session& changed) {
     changed.configUUID = uuid;
     changed.configMap = map;
   });
+  // Nobody looks the utilities of the earlier fetch up any more. Their transfers keep them.
+  for (const auto& [scope, model] : earlier->configMap) {
+    platform_.objectStore.removeS3TransferUtility(utilityKey(scope, *earlier));
+  }
   for (const auto& [scope, model] : config->uploadTokenMap) generateAWSConfiguration(scope, model);
   configured = true;
   if (const auto current = scheduler.load()) current->taskQueue().start();
@@ -222,12 +232,11 @@ void AWSConfigure::generateAWSConfiguration(const std::string& key, const Upload
   configuration->timeoutIntervalForRequest = kTransferTimeoutSeconds;
   configuration->timeoutIntervalForResource = kTransferTimeoutSeconds;
   configuration->maxRetryCount = kTransferRetryCount;
-  store.registerS3TransferUtility(*configuration, key + session.load()->configUUID.value_or(""));
+  store.registerS3TransferUtility(*configuration, utilityKey(key, *session.load()));
 }
 
 std::shared_ptr<AWSS3TransferUtility> AWSConfigure::transferUtility(const std::string& scope) {
-  return platform_.objectStore.S3TransferUtilityForKey(scope +
-                                                       session.load()->configUUID.value_or(""));
+  return platform_.objectStore.S3TransferUtilityForKey(utilityKey(scope, *session.load()));
 }
 
 void AWSConfigure::retryFire() {

@@ -123,11 +123,14 @@ class ObjectStore {
   virtual std::optional<AWSServiceConfiguration> makeServiceConfiguration(
       AWSRegionType region, const std::string& regionName, AWSEndpoint endpoint,
       AWSBasicSessionCredentialsProvider credentials) = 0;
-  /// Registers a transfer utility under `key`, in place of an earlier one, until the process ends.
+  /// Registers a transfer utility under `key`, in place of an earlier one, until it is removed.
   virtual void registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                          const std::string& key) = 0;
   /// The utility registered under `key`, or null.
   virtual std::shared_ptr<AWSS3TransferUtility> S3TransferUtilityForKey(const std::string& key) = 0;
+  /// Forgets the utility registered under `key`, if there is one. Its credentials stay in memory
+  /// until nobody holds it and its transfers have ended.
+  virtual void removeS3TransferUtility(const std::string& key) = 0;
 };
 
 }  // namespace qx

@@ -47,4 +47,13 @@ std::shared_ptr<AWSS3TransferUtility> S3ObjectStore::S3TransferUtilityForKey(
   return found == utilities_.end() ? nullptr : found->second;
 }
 
+void S3ObjectStore::removeS3TransferUtility(const std::string& key) {
+  std::shared_ptr<AWSS3TransferUtility> utility;  // Destroyed after the lock is released.
+  MutexLock lock(mutex_);
+  const auto found = utilities_.find(key);
+  if (found == utilities_.end()) return;
+  std::swap(found->second, utility);
+  utilities_.erase(found);
+}
+
 }  // namespace qx

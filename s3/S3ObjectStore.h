@@ -29,6 +29,7 @@ class S3ObjectStore : public ObjectStore {
   void registerS3TransferUtility(const AWSServiceConfiguration& configuration,
                                  const std::string& key) override;
   std::shared_ptr<AWSS3TransferUtility> S3TransferUtilityForKey(const std::string& key) override;
+  void removeS3TransferUtility(const std::string& key) override;
 
  private:
   const std::string globalEndpoint_;

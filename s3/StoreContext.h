@@ -1,16 +1,20 @@
-// What all transfers of one object store share: the seams it stands on, the signer, the clocks.
+// What transfers share: those of one object store its seams and clocks, those of one service
+// configuration the credentials and the signer.
 //
 // Threads: StoreClocks and the signer may be used from any thread; the rest never changes.
 #pragma once
 
 #include <map>
 #include <string>
+#include <utility>
 
+#include "http/Redaction.h"
 #include "platform/Clock.h"
 #include "platform/Digests.h"
 #include "platform/Dispatch.h"
 #include "platform/Http.h"
 #include "platform/Mutex.h"
+#include "platform/ObjectStore.h"
 #include "platform/PartFile.h"
 #include "s3/SigV4.h"
 #include "s3/StoreAddress.h"
@@ -44,13 +48,26 @@ struct StoreSeams {
 /// What all transfers of a store share.
 struct StoreContext {
   StoreContext(const StoreSeams& storeSeams, bool onlyStandstillCounts)
-      : seams(storeSeams), countsStandstillOnly(onlyStandstillCounts), signer(seams.digests) {}
+      : seams(storeSeams), countsStandstillOnly(onlyStandstillCounts) {}
 
   const StoreSeams seams;
   /// See S3ObjectStore.
   const bool countsStandstillOnly;
-  SigV4Signer signer;
   StoreClocks clocks;
+};
+
+/// One service configuration with all that is made of its credentials. The utility and its
+/// transfers share it, so that the credentials leave the memory with the last of them.
+struct StoreAccount {
+  StoreAccount(AWSServiceConfiguration serviceConfiguration, Digests& digests)
+      : configuration(std::move(serviceConfiguration)),
+        secrets({configuration.credentials.accessKey, configuration.credentials.secretKey,
+                 configuration.credentials.sessionToken}),
+        signer(digests) {}
+
+  const AWSServiceConfiguration configuration;
+  const SecretsInForce::Holder secrets;
+  SigV4Signer signer;
 };
 
 }  // namespace qx

@@ -17,14 +17,14 @@ constexpr std::size_t kReadAtOnce = 256 << 10;
 
 }  // namespace
 
-Transfer::Transfer(std::shared_ptr<StoreContext> context,
-                   std::shared_ptr<const AWSServiceConfiguration> configuration,
+Transfer::Transfer(std::shared_ptr<StoreContext> context, std::shared_ptr<StoreAccount> account,
                    TransferTarget target)
     : context_(std::move(context)),
-      configuration_(std::move(configuration)),
+      account_(std::move(account)),
       target_(std::move(target)),
       delivery_(std::make_shared<Delivery>(context_->seams.completions)),
-      state_(beginningOf(target_, configuration_->regionName, configuration_->maxRetryCount)) {}
+      state_(beginningOf(target_, account_->configuration.regionName,
+                         account_->configuration.maxRetryCount)) {}
 
 void Transfer::setUpload(Data data, std::string contentType,
                          std::function<void(const TransferProgress&)> progress, Ending ending) {
@@ -62,7 +62,7 @@ void Transfer::enter(Stage next) {
 }
 
 std::optional<Error> Transfer::start() {
-  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const AWSBasicSessionCredentialsProvider& credentials = account_->configuration.credentials;
   const HTTPHeaders texts = {{"x-amz-security-token", credentials.sessionToken},
                              {"content-type", contentType_},
                              {"authorization", credentials.accessKey}};
@@ -92,7 +92,7 @@ double Transfer::storeTime() const {
 }
 
 HTTPHeaders Transfer::signedHeaders() {
-  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const AWSBasicSessionCredentialsProvider& credentials = account_->configuration.credentials;
   const std::string time = sigV4Time(static_cast<std::int64_t>(std::floor(storeTime())));
   const std::string hash(payloadHash());
   HTTPHeaders headers;
@@ -112,7 +112,7 @@ HTTPHeaders Transfer::signedHeaders() {
   toSign.region = state_.region;
   headers.emplace_back(
       "authorization",
-      context_->signer.authorization(toSign, time, credentials.accessKey, credentials.secretKey));
+      account_->signer.authorization(toSign, time, credentials.accessKey, credentials.secretKey));
   signature_ = headers.back().second.substr(headers.back().second.rfind('=') + 1);
   return headers;
 }
@@ -124,7 +124,7 @@ void Transfer::send(double delaySeconds) {
   request.url = state_.address.url();
   request.headers = signedHeaders();
   if (!data_.empty()) request.body.push_back(data_);
-  request.idleTimeoutSeconds = configuration_->timeoutIntervalForRequest;
+  request.idleTimeoutSeconds = account_->configuration.timeoutIntervalForRequest;
   request.totalTimeoutSeconds = state_.secondsLeft;
   request.totalTimeoutIsForStandstill = target_.countsStandstillOnly;
   request.delaySeconds = delaySeconds;
@@ -160,7 +160,7 @@ void Transfer::cancel() {
 }
 
 void Transfer::answered(const HttpAnswer& answer) {
-  const AWSBasicSessionCredentialsProvider& credentials = configuration_->credentials;
+  const AWSBasicSessionCredentialsProvider& credentials = account_->configuration.credentials;
   const TransferTime time = {context_->seams.clock.now(),
                              context_->clocks.offset(target_.endpoint)};
   TransferDecision decision =

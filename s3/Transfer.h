@@ -28,8 +28,8 @@ class Transfer : public Cancellable, public std::enable_shared_from_this<Transfe
  public:
   using Ending = std::function<void(std::optional<Error>)>;
 
-  Transfer(std::shared_ptr<StoreContext> context,
-           std::shared_ptr<const AWSServiceConfiguration> configuration, TransferTarget target);
+  Transfer(std::shared_ptr<StoreContext> context, std::shared_ptr<StoreAccount> account,
+           TransferTarget target);
 
   void setUpload(Data data, std::string contentType,
                  std::function<void(const TransferProgress&)> progress, Ending ending);
@@ -62,7 +62,7 @@ class Transfer : public Cancellable, public std::enable_shared_from_this<Transfe
 
   // Constant once started.
   const std::shared_ptr<StoreContext> context_;
-  const std::shared_ptr<const AWSServiceConfiguration> configuration_;
+  const std::shared_ptr<StoreAccount> account_;
   const TransferTarget target_;
   const std::shared_ptr<Delivery> delivery_;
   Data data_;

@@ -20,18 +20,17 @@ TransferUtility::TransferUtility(std::shared_ptr<StoreContext> context, StoreEnd
                                  AWSServiceConfiguration configuration)
     : context_(std::move(context)),
       endpoint_(std::move(endpoint)),
-      configuration_(std::make_shared<const AWSServiceConfiguration>(std::move(configuration))),
-      secrets_({configuration_->credentials.accessKey, configuration_->credentials.secretKey,
-                configuration_->credentials.sessionToken}) {}
+      account_(std::make_shared<StoreAccount>(std::move(configuration), context_->seams.digests)) {}
 
 AWSTask TransferUtility::uploadData(Data data, const std::string& bucket, const std::string& key,
                                     const std::string& contentType,
                                     AWSS3TransferUtilityUploadExpression expression,
                                     UploadCompletion completionHandler) {
-  const auto transfer = std::make_shared<Transfer>(
-      context_, configuration_,
-      TransferTarget{endpoint_, bucket, percentEncodePath(key), false,
-                     configuration_->timeoutIntervalForResource, context_->countsStandstillOnly});
+  const auto transfer =
+      std::make_shared<Transfer>(context_, account_,
+                                 TransferTarget{endpoint_, bucket, percentEncodePath(key), false,
+                                                account_->configuration.timeoutIntervalForResource,
+                                                context_->countsStandstillOnly});
   transfer->setUpload(std::move(data), contentType, std::move(expression.progressBlock),
                       [done = std::move(completionHandler)](const std::optional<Error>& error) {
                         if (done) done(error);
@@ -48,10 +47,11 @@ AWSTask TransferUtility::downloadToURL(const Url& location, const std::string& b
   }
   auto file = context_->seams.files.create(location.decodedPath());
   if (!file) return {file.error()};
-  const auto transfer = std::make_shared<Transfer>(
-      context_, configuration_,
-      TransferTarget{endpoint_, bucket, percentEncodePath(key), true,
-                     configuration_->timeoutIntervalForResource, context_->countsStandstillOnly});
+  const auto transfer =
+      std::make_shared<Transfer>(context_, account_,
+                                 TransferTarget{endpoint_, bucket, percentEncodePath(key), true,
+                                                account_->configuration.timeoutIntervalForResource,
+                                                context_->countsStandstillOnly});
   transfer->setDownload(
       std::move(*file), std::move(expression.progressBlock),
       [location, done = std::move(completionHandler)](const std::optional<Error>& error) {

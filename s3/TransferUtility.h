@@ -12,7 +12,6 @@
 #include <memory>
 #include <string>
 
-#include "http/Redaction.h"
 #include "platform/ObjectStore.h"
 #include "s3/StoreAddress.h"
 #include "s3/StoreContext.h"
@@ -35,9 +34,7 @@ class TransferUtility : public AWSS3TransferUtility {
  private:
   const std::shared_ptr<StoreContext> context_;
   const StoreEndpoint endpoint_;
-  const std::shared_ptr<const AWSServiceConfiguration> configuration_;
-  /// The configuration's credentials, in force as long as transfers may begin.
-  const SecretsInForce::Holder secrets_;
+  const std::shared_ptr<StoreAccount> account_;
 };
 
 }  // namespace qx

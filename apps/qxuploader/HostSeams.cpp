@@ -202,4 +202,8 @@ std::shared_ptr<AWSS3TransferUtility> ObservedStore::S3TransferUtilityForKey(
   return std::make_shared<ObservedUtility>(std::move(inner), observer_);
 }
 
+void ObservedStore::removeS3TransferUtility(const std::string& key) {
+  platform_.removeS3TransferUtility(key);
+}
+
 }  // namespace qx::app

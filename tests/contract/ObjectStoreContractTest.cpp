@@ -197,6 +197,16 @@ TYPED_TEST(ObjectStoreContract, RegistryFindsByKeyAndTheLaterReplacesTheEarlier)
   EXPECT_EQ(this->store().S3TransferUtilityForKey("other"), other);
 }
 
+TYPED_TEST(ObjectStoreContract, RemovedUtilityIsFoundNoMoreAndTheOthersAre) {
+  const auto removed = this->utility();
+  const auto other = this->utility("other");
+  this->store().removeS3TransferUtility("key");
+  EXPECT_EQ(this->store().S3TransferUtilityForKey("key"), nullptr);
+  EXPECT_EQ(this->store().S3TransferUtilityForKey("other"), other);
+  this->store().removeS3TransferUtility("key");
+  EXPECT_EQ(this->store().S3TransferUtilityForKey("other"), other);
+}
+
 TYPED_TEST(ObjectStoreContract, UploadEndsOnceWithoutAnError) {
   this->underTest_.holds("");
   EXPECT_EQ(this->upload().error, std::nullopt);

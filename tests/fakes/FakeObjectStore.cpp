@@ -190,6 +190,11 @@ std::shared_ptr<AWSS3TransferUtility> FakeObjectStore::S3TransferUtilityForKey(
   return found == utilities_.end() ? nullptr : found->second;
 }
 
+void FakeObjectStore::removeS3TransferUtility(const std::string& key) {
+  MutexLock lock(mutex_);
+  utilities_.erase(key);
+}
+
 AWSTask FakeObjectStore::start(std::function<void(std::optional<Error>)> finish) {
   DispatchQueue* queue = nullptr;
   {

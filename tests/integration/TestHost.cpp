@@ -74,6 +74,9 @@ class TestHost::Tampering : public MessageClients, public ObjectStore, public Di
   std::shared_ptr<AWSS3TransferUtility> S3TransferUtilityForKey(const std::string& key) override {
     return real_.objectStore.S3TransferUtilityForKey(key);
   }
+  void removeS3TransferUtility(const std::string& key) override {
+    real_.objectStore.removeS3TransferUtility(key);
+  }
 
   std::shared_ptr<DispatchQueue> makeSerialQueue(std::string label) override {
     return real_.dispatch.makeSerialQueue(std::move(label));

@@ -606,15 +606,18 @@ TEST_F(AWSConfigureTest, RegionsDifferByScopeAndTheEndpointDoesNot) {
             registrations[1].configuration.endpoint.urlString);
 }
 
-TEST_F(AWSConfigureTest, NextFetchRegistersUnderFreshKeys) {
-  backendGives({{"avatar", record(kNow)}});
+TEST_F(AWSConfigureTest, NextFetchRegistersUnderFreshKeysAndForgetsTheEarlierOnes) {
+  backendGives({{"avatar", record(kNow)}, {"item", record(kNow)}});
   get("avatar");
+  backendGives({{"avatar", record(kNow)}});
   const std::string first = configure().session.load()->configUUID.value();
   get("avatar");
   const std::string second = configure().session.load()->configUUID.value();
   EXPECT_NE(first, second);
-  EXPECT_THAT(registeredKeys(), ElementsAre("avatar" + first, "avatar" + second));
-  EXPECT_NE(platform_.objectStore.S3TransferUtilityForKey("avatar" + first), nullptr);
+  EXPECT_THAT(registeredKeys(), ElementsAre("avatar" + first, "item" + first, "avatar" + second));
+  EXPECT_EQ(platform_.objectStore.S3TransferUtilityForKey("avatar" + first), nullptr);
+  EXPECT_EQ(platform_.objectStore.S3TransferUtilityForKey("item" + first), nullptr);
+  EXPECT_NE(platform_.objectStore.S3TransferUtilityForKey("avatar" + second), nullptr);
 }
 
 TEST_F(AWSConfigureTest, WithoutAUuidTheScopeAloneIsTheKey) {
