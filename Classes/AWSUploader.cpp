@@ -56,7 +56,10 @@ void AWSUploader::backgroundUpload(const Data& data, const std::string& suffix,
                                    const AWSParameterMap& extra, const std::string& scope) {
   auto task = std::make_shared<DataTask>(generateFileName(suffix), scope, data, extra);
   const std::shared_ptr<TaskScheduler> scheduler = configure_.scheduler.load();
-  if (scheduler == nullptr) return;
+  if (scheduler == nullptr) {
+    events_.dropped(*task);
+    return;
+  }
   scheduler->add(makeExecutor(std::move(task)));
 }
 

@@ -24,7 +24,8 @@ std::shared_ptr<TaskScheduler> TaskScheduler::make(SchedulerParts parts, const s
 
 TaskScheduler::TaskScheduler(SchedulerParts parts, const std::string& userId,
                              StoredTasks storedTasks)
-    : parts_(std::make_shared<const SchedulerParts>(std::move(parts))), resumes_(storedTasks == StoredTasks::resume) {
+    : parts_(std::make_shared<const SchedulerParts>(std::move(parts))),
+      resumes_(storedTasks == StoredTasks::resume) {
   // Without the switch the storage hears nothing of what outlives its scheduler, so a tick of the
   // new one queues it again.
   if (!resumes_) parts_->queue->forgetRunning();
@@ -41,7 +42,7 @@ void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
       parts_->events.observed() ? executor->task->data() : std::nullopt;
   const Stored result = stored(executor);
   parts_->events.accepted(UploadKind::background, *result.executor->task, data ? data->size() : 0,
-                         !result.whyNot, result.whyNot);
+                          !result.whyNot, result.whyNot);
   queue(result.executor);
 }
 
@@ -88,16 +89,15 @@ void TaskScheduler::bindReporter(TaskExecutor& executor) {
 
 void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
   // With the switch the storage itself: what has arrived must go, also when the scheduler is gone.
-  executor.observers.record = [parts = parts_, weak = weak_from_this(),
-                               storage = resumes_ ? taskStorage_ : nullptr](
-                                  const std::shared_ptr<TaskExecutor>& ended,
-                                  const std::optional<std::string>& url,
-                                  const AWSCallbackStatus& status, std::int64_t itemId) {
-    const std::shared_ptr<TaskScheduler> alive = storage ? nullptr : weak.lock();
-    const std::shared_ptr<UserTaskStorage>& kept = alive ? alive->taskStorage_ : storage;
-    const Outcome outcome = kept ? recordOutcome(*kept, *ended, status) : Outcome();
-    tellEnd(*parts, *ended, url, status, itemId, outcome);
-  };
+  executor.observers.record =
+      [parts = parts_, weak = weak_from_this(), storage = resumes_ ? taskStorage_ : nullptr](
+          const std::shared_ptr<TaskExecutor>& ended, const std::optional<std::string>& url,
+          const AWSCallbackStatus& status, std::int64_t itemId) {
+        const std::shared_ptr<TaskScheduler> alive = storage ? nullptr : weak.lock();
+        const std::shared_ptr<UserTaskStorage>& kept = alive ? alive->taskStorage_ : storage;
+        const Outcome outcome = kept ? recordOutcome(*kept, *ended, status) : Outcome();
+        tellEnd(*parts, *ended, url, status, itemId, outcome);
+      };
 }
 
 TaskScheduler::Outcome TaskScheduler::recordOutcome(UserTaskStorage& storage,
@@ -201,7 +201,7 @@ void TaskScheduler::queueStored(const std::vector<std::shared_ptr<TaskExecutor>>
   }
 }
 
-void TaskScheduler::retry(const std::vector<std::string>& filenames) {
+void TaskScheduler::retry(const std::vector<std::string>& filenames, Attempts attempts) {
   const std::set<std::string> wanted(filenames.begin(), filenames.end());
   std::vector<std::shared_ptr<TaskExecutor>> again;
   bool changed = false;
@@ -209,10 +209,12 @@ void TaskScheduler::retry(const std::vector<std::string>& filenames) {
     if (!wanted.contains(task->filename())) continue;
     parts_->queue->release(task->filename());
     if (!parts_->queue->announceUnlessUnderWay(task->filename())) continue;
-    task->setUploadCount(0);
+    if (attempts == Attempts::giveBack) task->setUploadCount(0);
     // Without the switch an entry of an earlier process is in the log file alone, and a write would
     // drop it.
-    if (taskStorage_->contains(task->filename())) changed |= taskStorage_->update(*task);
+    if (attempts == Attempts::giveBack && taskStorage_->contains(task->filename())) {
+      changed |= taskStorage_->update(*task);
+    }
     again.push_back(parts_->makeExecutor(task));
   }
   if (changed) taskStorage_->syncLog();
@@ -238,9 +240,9 @@ std::vector<std::shared_ptr<TaskExecutor>> TaskScheduler::localTaskExecutor() {
 }
 
 TaskExecutor::Complete TaskScheduler::reporter() const {
-  return [parts = parts_](
-             const std::shared_ptr<TaskExecutor>& executor, const std::optional<std::string>& url,
-             const AWSCallbackStatus& status, std::int64_t /*itemId*/) {
+  return [parts = parts_](const std::shared_ptr<TaskExecutor>& executor,
+                          const std::optional<std::string>& url, const AWSCallbackStatus& status,
+                          std::int64_t /*itemId*/) {
     const Task& task = *executor->task;
     parts->tracking.tracking(status, task, AWSTracking::ENVType::backgroundUpload,
                              executor->uploadTime, &task.extra());

@@ -92,8 +92,9 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// task; a failure counts, the tenth deletes it; a cancelled attempt changes nothing.
   void bindStorageComplete(TaskExecutor& executor);
 
-  /// Queues stored tasks now, with all their attempts before them, unless they are under way.
-  void retry(const std::vector<std::string>& filenames);
+  enum class Attempts { keep, giveBack };
+  /// Queues stored tasks now, unless they are under way. `giveBack` forgets their failed attempts.
+  void retry(const std::vector<std::string>& filenames, Attempts attempts);
   const std::shared_ptr<UserTaskStorage>& storage() const { return taskStorage_; }
 
   /// The queue that runs this scheduler's executors.

@@ -95,16 +95,31 @@ void UploadControl::list(std::function<void(Array)> complete) {
 void UploadControl::pause(bool cancelRunning) {
   parts_.queue.pause();
   if (!cancelRunning) return;
+  std::vector<std::string> names;
   for (const auto& executor : parts_.queue.running()) {
-    if (executor->task->hasPath()) executor->cancel();
+    if (!executor->task->hasPath()) continue;
+    names.push_back(executor->task->filename());
+    executor->cancel();
   }
+  endedByPause_.update([&names](std::vector<std::string> earlier) {
+    earlier.insert(earlier.end(), names.begin(), names.end());
+    return earlier;
+  });
 }
 
 void UploadControl::resume() {
   parts_.queue.resume();
-  // What the pause has ended is stored.
   parts_.events.afterEvents([this] {
-    if (const auto scheduler = parts_.configure.scheduler.load()) scheduler->retryLocalTask();
+    std::vector<std::string> names;
+    endedByPause_.update([&names](const std::vector<std::string>& ended) {
+      names = ended;
+      return std::vector<std::string>();
+    });
+    const auto scheduler = parts_.configure.scheduler.load();
+    if (!scheduler) return;
+    scheduler->retry(names, TaskScheduler::Attempts::keep);
+    // The ticks of the pause have passed without an effect.
+    scheduler->retryLocalTask();
   });
 }
 
@@ -134,7 +149,9 @@ void UploadControl::cancel(const std::vector<std::string>& names) {
 
 void UploadControl::retry(const std::vector<std::string>& names) {
   parts_.events.afterEvents([this, names] {
-    if (const auto scheduler = parts_.configure.scheduler.load()) scheduler->retry(names);
+    if (const auto scheduler = parts_.configure.scheduler.load()) {
+      scheduler->retry(names, TaskScheduler::Attempts::giveBack);
+    }
   });
 }
 

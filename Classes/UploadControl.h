@@ -17,6 +17,7 @@
 #include "Classes/TaskQueue.h"
 #include "Classes/UploadEvents.h"
 #include "Classes/UserTaskStorage.h"
+#include "platform/Mutex.h"
 #include "platform/Platform.h"
 
 namespace qx {
@@ -59,6 +60,8 @@ class UploadControl {
   TaskFacts facts(TaskStage stage, const Task& task, double now);
 
   const ControlParts parts_;
+  /// The uploads that a pause has ended.
+  Guarded<std::vector<std::string>> endedByPause_;
 };
 
 }  // namespace qx

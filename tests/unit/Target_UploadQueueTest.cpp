@@ -323,6 +323,30 @@ TEST_F(TargetUploadQueueTest, PauseThatCancelsEndsRunningUploadsUncountedAndResu
   }
 }
 
+TEST_F(TargetUploadQueueTest, ResumeSendsWhatThePauseHasEndedAlthoughOthersWait) {
+  setUp();
+  library.configure.maxBackgroundConcurrentCount = 1;
+  platform.objectStore.hold();
+  background("ended");
+  background("waiting");
+  run();
+  queue("Action_Pause:", {{"cancelRunning", true}});
+  run();
+  queue("Action_Resume:");
+  run();
+  platform.objectStore.release();
+  run();
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_EQ(platform.objectStore.uploads().size(), 3U) << "the ended one twice";
+}
+
+TEST_F(TargetUploadQueueTest, UploadBeforeAnyIdentityIsToldAsDropped) {
+  observe();
+  background("a");
+  run();
+  EXPECT_THAT(told("a"), ElementsAre("dropped"));
+}
+
 TEST_F(TargetUploadQueueTest, PauseThatCancelsKeepsAnUploadThatOnlyMemoryHolds) {
   setUp();
   platform.files.failAll(MemoryFiles::Operation::write);
