@@ -35,14 +35,14 @@ std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
 class AWSCallbackStatus {
  public:
   static AWSCallbackStatus success() { return {}; }
-  /// `backendStatus`: the HTTP status with which the backend refused credentials, if it did.
+  /// `backendStatus` is the HTTP status with which the backend has refused credentials, or 0.
   static AWSCallbackStatus failure(AWSErrorCode code, std::string message, int backendStatus = 0);
 
   bool succeeded() const { return !failure_; }
   // Call these only for a failure.
   AWSErrorCode code() const { return failure_->code; }
   const std::string& message() const { return failure_->message; }
-  /// 0 when the backend's answer was not the reason.
+  /// The HTTP status of the backend, or 0 when its answer was not the reason.
   int backendStatus() const { return failure_->backendStatus; }
 
   friend bool operator==(const AWSCallbackStatus&, const AWSCallbackStatus&) = default;
@@ -52,7 +52,7 @@ class AWSCallbackStatus {
     AWSErrorCode code;
     std::string message;
     int backendStatus = 0;
-    /// The HTTP status only explains the message.
+    /// The HTTP status is not compared, because it only explains the message.
     friend bool operator==(const Failure& a, const Failure& b) {
       return a.code == b.code && a.message == b.message;
     }

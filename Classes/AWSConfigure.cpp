@@ -38,7 +38,7 @@ std::optional<std::string> textValue(const AWSParameterMap& extra, const std::st
   return value ? std::optional(value->toString()) : std::nullopt;
 }
 
-/// Only the text itself chooses the det message; a number or "True" does not.
+/// Only the text "true" chooses the det message, not a number or "True".
 bool wantsDetMessage(const AWSParameterMap& extra) {
   const AWSBasicParameter* value = find(extra, "OriginalImageUseDetUploadKey");
   const std::string* text = value ? value->asText() : nullptr;
@@ -102,7 +102,8 @@ void AWSConfigure::full(const ConfigParameters& p) {
     } else {
       log(platform_, kLogError, "host error", kLogSource, "full(configParameters:)", __LINE__);
     }
-    // After the scheduler: whoever finds this identity in force finds its scheduler in force.
+    // The session is changed after the scheduler, so that code that finds this identity in force
+    // finds its scheduler in force, too.
     changeSession([&](Session& changed) {
       changed.configParameters = p;
       if (client) changed.networkingManager = client;
@@ -140,7 +141,7 @@ void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckE
       return;
     }
     const UploadTokenModel& model = entry->second;
-    // No margin: a credential is good until the very instant of its expiry.
+    // There is no margin: credentials are used until the instant of their expiry.
     if (skipCheckExpiration || platform_.clock.now() < model.expiration.secondsSince1970) {
       if (callback) callback(model, AWSCallbackStatus::success());
       return;
@@ -154,15 +155,15 @@ void AWSConfigure::answerConfigRequest(const std::string& scope, bool skipCheckE
          answered ? static_cast<int>(fetched.error->code) : 0);
     return;
   }
-  // Behind the requests that came meanwhile. Whatever expiry the backend sent, what it sent is the
-  // best there is: checking it again could fetch for ever.
+  // This request is queued behind the requests that came meanwhile. Its credentials are used
+  // whatever their expiry, because checking it again could fetch for ever.
   getConfig(scope, true, callback);
 }
 
 AWSConfigure::FetchResult AWSConfigure::fetchServerConfig() {
   const std::shared_ptr<Semaphore> answered = platform_.dispatch.makeSemaphore(0);
-  // Success unless an answer says otherwise: without a message client nothing is sent, and the
-  // request that wanted the fetch is to look again.
+  // The fetch succeeds unless an answer says otherwise. Without a message client nothing is sent,
+  // and the request looks at the session again.
   const auto result = std::make_shared<FetchResult>();
   fetchQeue_->async([this, answered, result] {
     configured = false;
@@ -210,7 +211,7 @@ AWSConfigure::FetchResult AWSConfigure::applyFetchedConfig(const QXNetworkingRes
     changed.configUUID = uuid;
     changed.configMap = map;
   });
-  // Nobody looks the utilities of the earlier fetch up any more. Their transfers keep them.
+  // No code looks up the utilities of the earlier fetch any more. Running transfers keep their own.
   for (const auto& [scope, model] : earlier->configMap) {
     platform_.objectStore.removeS3TransferUtility(utilityKey(scope, *earlier));
   }

@@ -45,7 +45,7 @@ struct AWSDownloader::Request {
       : events(downloadEvents), idle(idleWatch) {
     idle.begin();
   }
-  /// The last one who needs the request has let it go: the download is over.
+  /// The last user of the request has dropped it, so the download is over.
   ~Request() { idle.end(); }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
@@ -63,7 +63,7 @@ struct AWSDownloader::Request {
   std::string scope;
   ProgressCallback progress;
   Completion complete;
-  /// The file to write; nothing: the one in the cache directory.
+  /// The file to write. Nothing means the file in the cache directory.
   std::optional<std::string> destination;
 };
 

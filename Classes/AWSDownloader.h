@@ -1,4 +1,4 @@
-// Downloads objects into the cache directory, or where the host wants them.
+// Downloads objects into the cache directory, or to the path that the host gives.
 //
 // Threads: no state. download() returns at once; its comment says on which threads the callbacks
 // run.

@@ -66,7 +66,8 @@ void AWSUploader::backgroundUpload(const Data& data, const std::string& suffix,
 std::string AWSUploader::generateFileName(std::string_view suffix) {
   std::string name = timeText(platform_.clock.now());
   name += std::to_string(platform_.random.next() % kRandomParts);
-  // Taken and increased in one step, so that no two names of this process share a count.
+  // The count is taken and increased in one step, so that no two names of this process have the
+  // same count.
   const std::int64_t count = generateFileCount.fetch_add(1);
   if (count == std::numeric_limits<std::int64_t>::max()) fatal("generateFileCount overflows");
   name += std::to_string(count);

@@ -1,4 +1,4 @@
-// The entry that turns an upload request into running work.
+// Turns upload requests into running uploads.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -22,37 +22,38 @@
 
 namespace qx {
 
-/// The progress of an upload, as the object store counts it.
+/// The progress of an upload as the object store counts it.
 using UploadProgress = std::function<void(const TransferProgress&)>;
 
 class AWSUploader {
  public:
-  /// Everything given must outlive the uploader and its executors.
+  /// All arguments must outlive the uploader and its executors.
   AWSUploader(const Platform& platform, AWSConfigure& configure, const AWSTracking& tracking,
               UploadEvents& events)
       : platform_(platform), configure_(configure), tracking_(tracking), events_(events) {}
 
-  /// Counts the file names made so far; part of each of them.
+  /// The number of file names made so far, which is part of each name.
   std::atomic<std::int64_t> generateFileCount = 0;
 
-  /// An executor whose report is tracked and then passed to `complete` in the public shape. The
-  /// caller starts it. `progress` is not used: an upload reports its bytes as events.
+  /// Makes an executor whose outcome is tracked and then passed to `complete` in its public form.
+  /// The caller starts the executor. `progress` is not used.
   std::shared_ptr<TaskExecutor> createExecutor(std::shared_ptr<Task> task,
                                                const UploadProgress& progress,
                                                UploadCompletion complete);
 
-  /// Names the bytes, stores them and queues their upload. Results come through the background
-  /// callbacks of AWSConfigure. While no identity has been applied there is no scheduler, and the
-  /// upload is dropped without a report.
+  /// Names the bytes, stores them and queues their upload. The background callbacks of AWSConfigure
+  /// get the results. While no identity has been applied there is no scheduler, and the upload is
+  /// dropped without a report.
   void backgroundUpload(const Data& data, const std::string& suffix, const AWSParameterMap& extra,
                         const std::string& scope);
 
-  /// An executor for `task` with a networking manager of 30 seconds' time-out and no completion.
+  /// Makes an executor for `task`, with a networking manager whose time-out is 30 seconds and
+  /// without a completion.
   std::shared_ptr<TaskExecutor> makeExecutor(std::shared_ptr<Task> task,
                                              UploadKind kind = UploadKind::background);
 
-  /// A fresh object name: time, a random number, the counter, with dashes for dots, then "." and
-  /// `suffix`. Increases generateFileCount; its overflow is fatal.
+  /// Makes a new object name: the time, a random number and the counter, with dashes in place of
+  /// dots, then "." and `suffix`. Increases generateFileCount, whose overflow is fatal.
   std::string generateFileName(std::string_view suffix);
 
  private:

@@ -1,4 +1,4 @@
-// The direct uploads under way, so that they can be listed and cancelled.
+// The direct uploads under way, which can be listed and cancelled.
 //
 // Threads: every operation may be called from any thread.
 #pragma once
@@ -19,9 +19,9 @@ class DirectUploads {
   /// `idle` must outlive the uploads.
   explicit DirectUploads(IdleWatch& idle) : idle_(idle) {}
 
-  /// Lists the attempt until it is over, and starts it.
+  /// Starts the attempt and lists it until it is over.
   void start(const std::shared_ptr<TaskExecutor>& executor);
-  /// Null when no such upload is under way.
+  /// The attempt of this name, or null when no such upload is under way.
   std::shared_ptr<TaskExecutor> find(const std::string& filename) const;
   std::vector<std::shared_ptr<TaskExecutor>> all() const;
 
@@ -30,7 +30,7 @@ class DirectUploads {
 
   IdleWatch& idle_;
   mutable Mutex lock_;
-  /// Weak: an attempt under way keeps itself alive.
+  /// Weak handles: an attempt under way keeps itself alive.
   std::map<std::string, std::weak_ptr<TaskExecutor>> underWay_ QX_GUARDED_BY(lock_);
 };
 

@@ -19,30 +19,33 @@
 
 namespace qx {
 
-/// "complete" of "Action_Upload:": (URL, item id, no error) or (no URL, 0, error). Once, on the
-/// thread that TaskExecutor.h names for its report; for a transfer to the object store whose item
-/// id is known, that is the main queue.
+/// The callback "complete" of "Action_Upload:" gets (URL, item id, no error) or (no URL, 0, error).
+/// It is called once, on the thread that TaskExecutor.h names for its report: the main queue for a
+/// transfer to the object store whose item id is known.
 using HostUploadComplete = void(std::optional<std::string> url, std::int64_t itemId,
                                 std::optional<Error> error);
-/// "callback" of "Action_RegisterBackground:": (scope, URL, extra values as text, error). Once per
-/// attempt of every background upload, on the thread on which the attempt ended.
+/// The callback "callback" of "Action_RegisterBackground:" gets (scope, URL, extra values as text,
+/// error). It is called once per attempt of every background upload, on the thread on which the
+/// attempt ended.
 using HostBackgroundCallback = void(std::string scope, std::optional<std::string> url,
                                     std::map<std::string, std::string> extra,
                                     std::optional<Error> error);
-/// "progress" of "Action_Download:": a fraction in 0...1, on the main queue.
+/// The callback "progress" of "Action_Download:" gets a fraction in 0...1, on the main queue.
 using HostDownloadProgress = void(double fraction);
-/// "complete" of "Action_Download:": (local file URL, no error) or (no URL, error). At most once;
-/// AWSDownloader::download says on which thread, and when never.
+/// The callback "complete" of "Action_Download:" gets (local file URL, no error) or (no URL,
+/// error). It is called at most once. AWSDownloader::download() says on which thread, and when it
+/// is not called.
 using HostDownloadComplete = void(std::optional<Url> location, std::optional<Error> error);
 
 // The callbacks of Target_UploadQueue run on the serial queue "com.aws.events", one at a time, in
-// the order in which things happened.
+// the order of the events.
 
-/// "events" of "Action_Observe:": one event. docs/upload-queue.md lists the events and their keys.
+/// The callback "events" of "Action_Observe:" gets one event. docs/upload-queue.md lists the events
+/// and their keys.
 using HostEvents = void(Dictionary event);
-/// "complete" of "Action_List:": a dictionary for each upload. Once.
+/// The callback "complete" of "Action_List:" is called once, with a dictionary for each upload.
 using HostTaskList = void(Array tasks);
-/// "complete" of "Action_WhenIdle:". Once.
+/// The callback "complete" of "Action_WhenIdle:" is called once.
 using HostIdle = void();
 
 }  // namespace qx

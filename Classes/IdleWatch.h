@@ -1,11 +1,11 @@
-// Tells whoever waits for it that the library has nothing under way any more.
+// Tells callers that wait for it that the library has nothing under way any more.
 //
 //     idle.begin();                      // An image report is sent.
 //     idle.end();                        // Its answer has come.
 //     idle.whenIdle([] { finish(); });   // Called once nothing runs or waits.
 //
-// Threads: every operation may be called from any thread.
-// Cost: begin and end count; nothing else is done while nobody waits.
+// Threads: every operation may be called from any thread. Cost: begin() and end() count; nothing
+// else is done while nobody waits.
 #pragma once
 
 #include <atomic>
@@ -20,18 +20,19 @@ namespace qx {
 
 class IdleWatch {
  public:
-  /// `nothingWaits` says that the queue of uploads is empty and that nothing is stored that will be
-  /// tried again; it may read files. `events`, on whose queue it is asked, must outlive the watch.
+  /// `nothingWaits` says whether the queue of uploads is empty and nothing is stored that will be
+  /// tried again. It may read files and runs on the queue of `events`, which must outlive the
+  /// watch.
   IdleWatch(UploadEvents& events, std::function<bool()> nothingWaits);
 
-  /// Something begins that the queue of uploads does not know: a direct upload, a download, an
+  /// Counts an operation that the queue of uploads does not know: a direct upload, a download, an
   /// image report.
   void begin() { ++underWay_; }
   void end();
-  /// Something else has changed that may leave nothing to do: an upload of the queue has ended, was
-  /// cancelled or dropped.
+  /// Called after any other change that may leave nothing to do: an upload of the queue has ended,
+  /// was cancelled or was dropped.
   void changed();
-  /// Calls `complete` once, on the queue of the events, when nothing runs or waits.
+  /// Calls `complete` once, on the queue of the events, as soon as nothing runs or waits.
   void whenIdle(std::function<void()> complete);
 
  private:

@@ -10,7 +10,8 @@ Library::Library(const Platform& seams)
       events(platform.dispatch, platform.clock),
       idle(events, [this] { return uploadControl.nothingWaits(); }),
       storages(platform),
-      // The slot is read at each tick, so that a tick always serves the identity applied last.
+      // The current scheduler is read at each tick, so that a tick always serves the identity that
+      // was applied last.
       retryTimer(platform.dispatch, platform.clock,
                  [this] {
                    if (const auto current = configure.scheduler.load()) current->retryLocalTask();
@@ -50,7 +51,8 @@ std::shared_ptr<TaskScheduler> Library::makeScheduler(const std::string& userId)
 }
 
 Library& Library::shared() {
-  // Never destroyed: queues, timers and the completions of requests use it until the process ends.
+  // The library is never destroyed, because queues, timers and the completions of requests use it
+  // until the process ends.
   static Library& library = *new Library(Platform::current());
   return library;
 }

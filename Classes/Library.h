@@ -1,4 +1,4 @@
-// One library above one platform: its long-lived parts, made in the order in which they need each
+// One library on one platform: its long-lived parts, made in the order in which they need each
 // other.
 //
 //     qx::Library library(platform.seams());   // In a test: as many as it likes.
@@ -6,9 +6,9 @@
 //
 // A host uses Library::shared(), which Target_Uploader takes by itself.
 //
-// Threads: the parts say for themselves.
-// Ownership: requests and uploads that are under way use the parts, so a library is destroyed when
-// nothing is under way any more; the shared one never is.
+// Threads: each part says which threads may use it.
+// Ownership: running requests and uploads use the parts, so a library is destroyed only when
+// nothing is under way. The shared library is never destroyed.
 #pragma once
 
 #include <memory>
@@ -37,16 +37,16 @@ class Library {
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
-  /// The library above the installed platform; made on first use, fatal when no platform is
-  /// installed.
+  /// The library on the installed platform. It is made on first use; that is fatal when no platform
+  /// is installed.
   static Library& shared();
 
-  /// A scheduler for a user, as AWSConfigure makes one with each identity that it applies.
+  /// Makes a scheduler for a user, as AWSConfigure does with each identity that it applies.
   std::shared_ptr<TaskScheduler> makeScheduler(const std::string& userId);
 
-  // The order of the members is the order of their construction. The functions that the earlier
-  // ones are given reach up to later ones; none is called before the library is whole, but for the
-  // queue's limit, which needs `configure` alone.
+  // The members are constructed in this order. Earlier members get functions that use later ones.
+  // None of these functions is called before the library is complete, except the limit of the
+  // queue, which needs only `configure`.
   const Platform platform;
   const AWSTracking tracking;
   UploadEvents events;

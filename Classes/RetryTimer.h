@@ -25,16 +25,16 @@ class RetryTimer {
   /// Starts the timer: it ticks at once, then every 60 seconds as long as it lives. Later calls do
   /// nothing.
   void fireIfNeed();
-  /// When the next tick is due, in seconds since 1970; nothing before the first one.
+  /// The time of the next tick in seconds since 1970. Nothing before the first tick.
   std::optional<double> nextTick() const;
 
  private:
   Clock& clock_;
   const std::function<void()> tick_;
-  /// Seconds since 1970; 0 before the first tick.
+  /// The time of the latest tick in seconds since 1970; 0 before the first tick.
   std::atomic<double> lastTick_ = 0;
   std::once_flag started_;
-  /// Last: its handler uses all of the above.
+  /// The last member, because its handler uses all members above.
   const std::unique_ptr<Timer> timer_;
 };
 

@@ -39,7 +39,7 @@ void setOrRemove(TextMap& extra, const char* key, std::optional<std::string> tex
   }
 }
 
-/// The host's own mark of the upload, which comes back in its events.
+/// The host's own mark of an upload, which its events contain.
 void setTag(TextMap& extra, const Dictionary& dictionary) {
   if (auto tag = readText(dictionary, "tag")) extra[std::string(kTagExtra)] = *std::move(tag);
 }
@@ -48,7 +48,8 @@ AWSParameterMap widened(const TextMap& extra) {
   return AWSParameterMap(extra.begin(), extra.end());
 }
 
-/// A length in pixels, truncated toward zero; fatal when it is no 64-bit integer.
+/// The text of a length in pixels, truncated toward zero. Fatal when the length is no 64-bit
+/// integer.
 std::string pixelText(double length) {
   return std::to_string(AWSBasicParameter(length).toInt());
 }
@@ -126,10 +127,11 @@ void Target_Uploader::Action_SetUp(const Dictionary& parameters) {
   if (!needServerResize) return logMissing("miss needServerResize", "Action_SetUp(_:)", __LINE__);
   AWSConfigure& configure = library_.configure;
   configure.needServerResize = *needServerResize;
-  // Before the identity is applied: its scheduler opens the storage.
+  // The switch is set before the identity is applied, because the scheduler of the identity opens
+  // the storage.
   configure.resumeStoredTasks = readBool(parameters, "resumeStoredTasks").value_or(false);
   configure.retryFire();
-  // One more registration with every call, on purpose: the host sets up once.
+  // Each call registers once more, on purpose: a host sets up once.
   library_.platform.notifications.addObserver(std::string(kUserChangedNotification),
                                               [&configure] { configure.userDidChange(); });
   configure.backgroundUploadItemCallback.store(

@@ -1,7 +1,7 @@
-// Upload tasks: what to upload, under which name and scope, with which extra values.
+// Upload tasks: the bytes to upload, their name, their scope and their extra values.
 //
-// Threads: a task is shared by executor, queue and scheduler, which use it one after the other; it
-// has no lock of its own.
+// Threads: the executor, the queue and the scheduler share a task and use it one after the other.
+// It has no lock of its own.
 #pragma once
 
 #include <cstdint>
@@ -18,11 +18,11 @@ namespace qx {
 class Task {
  public:
   virtual ~Task() = default;
-  /// The key of the credentials and of the transfer utility to upload with.
+  /// The scope, by which the credentials and the transfer utility are found.
   virtual const std::string& scope() const = 0;
   /// False for a DataTask, true for a FileTask.
   virtual bool hasPath() const = 0;
-  /// The object's name below the scope's authorised path.
+  /// The object's name below the authorised path of the scope.
   virtual const std::string& filename() const = 0;
   virtual const AWSParameterMap& extra() const = 0;
   virtual AWSParameterMap& extra() = 0;
@@ -30,7 +30,7 @@ class Task {
   virtual std::optional<Data> data() const = 0;
 };
 
-/// Holds its bytes in memory.
+/// A task that holds its bytes in memory.
 class DataTask : public Task {
  public:
   DataTask(std::string filename, std::string scope, Data fileData, AWSParameterMap extra);
@@ -49,11 +49,11 @@ class DataTask : public Task {
   AWSParameterMap extra_;
 };
 
-/// Refers to a file below the documents directory, read afresh at each data().
+/// A task that refers to a file below the documents directory. Each call of data() reads the file.
 class FileTask : public Task {
  public:
-  /// `filePath` is relative to the documents directory; `uploadCount` counts failed attempts.
-  /// `files` must outlive the task.
+  /// `filePath` is relative to the documents directory. `uploadCount` is the number of failed
+  /// attempts. `files` must outlive the task.
   FileTask(Files& files, std::string filename, std::string scope, std::string filePath,
            std::int64_t uploadCount, AWSParameterMap extra);
   const std::string& scope() const override { return scope_; }
@@ -64,7 +64,7 @@ class FileTask : public Task {
   /// Nothing when the file cannot be read.
   std::optional<Data> data() const override;
 
-  /// The file's bytes, or why they cannot be read.
+  /// The bytes of the file, or the error because of which they cannot be read.
   Result<Data> read() const;
   const std::string& filePath() const { return filePath_; }
   std::int64_t uploadCount() const { return uploadCount_; }

@@ -13,7 +13,7 @@
 namespace qx {
 namespace {
 
-/// The library's code of a platform error.
+/// The library's code for a platform error.
 AWSErrorCode codeOf(const Error& error) {
   return errorCodeFromRawValue(error.code).value_or(AWSErrorCode::unknown);
 }
@@ -22,7 +22,7 @@ AWSCallbackStatus failureOf(const Error& error) {
   return AWSCallbackStatus::failure(codeOf(error), error.description);
 }
 
-/// Progress of the payload of an upload.
+/// The progress of the payload of an upload.
 TransferProgress partOf(std::size_t size, double fraction) {
   const auto total = static_cast<std::int64_t>(size);
   return {fraction >= 1 ? total : static_cast<std::int64_t>(static_cast<double>(size) * fraction),
@@ -38,7 +38,7 @@ bool equalIgnoringCase(std::string_view a, std::string_view b) {
   return std::ranges::equal(a, b, {}, lower, lower);
 }
 
-/// The HTTP client's default headers with this library's user agent in place of its own.
+/// The default headers of the HTTP client, with this library's user agent in place of the client's.
 HTTPHeaders uploadHeaders(UploadClients& clients) {
   HTTPHeaders headers = clients.defaultHeaders();
   std::erase_if(headers,
@@ -47,8 +47,8 @@ HTTPHeaders uploadHeaders(UploadClients& clients) {
   return headers;
 }
 
-/// Calls back exactly once: with what the host answers first, or with nothing when the host drops
-/// the question (one without such a service does), for the attempt has to end.
+/// Calls back exactly once: with the first answer of the host, or with nothing when the host drops
+/// the question, as a host without such a service does. The attempt has to end in both cases.
 class LongIdAnswer {
  public:
   explicit LongIdAnswer(std::function<LongIdCompletion> completion)
@@ -59,7 +59,8 @@ class LongIdAnswer {
 
   void settle(std::optional<std::int64_t> id) {
     if (settled_.test_and_set()) return;
-    // Emptied first: a host that keeps its question must not keep the executor and the payload.
+    // The member is emptied first, so that a host that keeps its question does not keep the
+    // executor and the payload.
     const std::function<LongIdCompletion> completion = std::exchange(completion_, nullptr);
     completion(id);
   }
@@ -81,10 +82,10 @@ TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials,
       events_(events) {}
 
 bool TaskExecutor::enter(Stage next) {
-  // Destroyed after the lock is released: the transfer may hold on to this executor.
+  // Destroyed after the lock has been released, because the transfer may keep this executor alive.
   std::shared_ptr<Cancellable> ended;
   MutexLock lock(lock_);
-  // Stages are passed in their order; an attempt that has been reported passes none.
+  // The stages follow one another in order. An attempt that has reported goes on to no other stage.
   if (next <= stage_) return false;
   if (next > Stage::transfer) ended.swap(transfer_);
   stage_ = next;
@@ -96,7 +97,7 @@ void TaskExecutor::keep(std::shared_ptr<Cancellable> transfer) {
     MutexLock lock(lock_);
     if (stage_ == Stage::transfer) transfer_.swap(transfer);
   }
-  // Still here: the attempt has ended meanwhile.
+  // The attempt has ended meanwhile, so its transfer is cancelled here.
   if (transfer && cancelled_) transfer->cancel();
 }
 
@@ -106,7 +107,7 @@ void TaskExecutor::cancel() {
     MutexLock lock(lock_);
     if (stage_ >= Stage::itemId) return;
     cancelled_ = true;
-    // execute() is still to come, and reports then.
+    // execute() has not been called yet, and will report.
     if (stage_ == Stage::waiting) return;
     stage_ = Stage::reported;
     transfer.swap(transfer_);
@@ -180,7 +181,7 @@ void TaskExecutor::uploadToObjectStore(const Data& data,
         self->uploadTime = self->platform_.clock.now() - startTime;
         self->platform_.dispatch.mainQueue().async([self, url, error] {
           if (error) {
-            // The URL goes along: where the object would have been.
+            // The report has the URL that the object would have had.
             self->deliver(url, failureOf(*error), 0);
           } else {
             self->resolveItemId(url);
@@ -207,7 +208,7 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
   const std::string name = model->authorizedPath + task->filename();
   const std::size_t dot = name.rfind('.');
   if (dot == std::string::npos) fatal("an upload by the server route needs a name with a suffix");
-  // The server stores what it made of the image: always a WebP.
+  // The server always stores a WebP that it has made of the image.
   const std::string serverPath = name.substr(0, dot) + ".webp";
 
   const Value address = platform_.mediator.perform("QXConfig_GetAwsUploaderServerAddress", {});
@@ -248,7 +249,7 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
               0);
           return;
         }
-        // 200 and nothing else is a success, other 2xx included in the failures on purpose.
+        // Only 200 is a success. Other statuses 2xx count as failures on purpose.
         if (response.httpURLResponse && response.httpURLResponse->statusCode != 200) {
           self->report(
               std::nullopt,
@@ -296,7 +297,8 @@ void TaskExecutor::report(const std::optional<std::string>& url, const AWSCallba
 void TaskExecutor::deliver(const std::optional<std::string>& url, const AWSCallbackStatus& status,
                            std::int64_t itemId) {
   const auto self = shared_from_this();
-  // Copied and taken: an observer may replace or clear the fields while it runs.
+  // The fields are copied or taken first, because an observer may replace or clear them while it
+  // runs.
   const Complete callback = complete;
   const Observers told = std::exchange(observers, {});
   if (told.freeSlot) told.freeSlot();

@@ -1,4 +1,4 @@
-// What "Action_List:" tells of an upload, and why an upload is not moving.
+// The entries of "Action_List:", and the reason why an upload is not moving.
 //
 //     Standstill why = standstillOf({.stage = TaskStage::stored, .reachable = false});
 //     // {"network", "waits for the network"}
@@ -18,42 +18,42 @@ namespace qx {
 
 enum class TaskStage {
   running,
-  /// In the queue.
+  /// The upload is in the queue.
   queued,
-  /// On disk, for a later attempt.
+  /// The upload is on the disk and waits for a later attempt.
   stored,
 };
 
-/// All that decides whether an upload moves.
+/// The facts that decide whether an upload moves.
 struct TaskFacts {
   TaskStage stage = TaskStage::stored;
-  /// The host has cancelled it.
+  /// True when the host has cancelled the upload.
   bool held = false;
   bool paused = false;
   bool reachable = true;
   bool bytesMissing = false;
-  /// Why the scope has no credentials, as the backend said.
+  /// The reason of the backend because of which the scope has no credentials.
   std::optional<std::string> refusal = {};
-  /// Of a queued one: how many wait before it, run, and may run.
+  /// For a queued upload: the number of uploads that wait before it, that run, and that may run.
   std::int64_t before = 0;
   std::int64_t running = 0;
   std::int64_t limit = 1;
-  /// Of a stored one, in seconds since 1970, and now.
+  /// For a stored upload: the time of the next attempt and the present time, in seconds since 1970.
   std::optional<double> nextTry = {};
   double now = 0;
 };
 
-/// The one reason why an upload is not moving; two empty texts when it moves.
+/// The only reason why an upload is not moving. Both texts are empty when it moves.
 struct Standstill {
-  /// "cancelled", "bytes", "paused", "network", "credentials", "slot" or "retry".
+  /// One of "cancelled", "bytes", "paused", "network", "credentials", "slot" and "retry".
   std::string why;
-  /// The same as a sentence without its full stop.
+  /// The same reason as a sentence without its full stop.
   std::string reason;
 
   friend bool operator==(const Standstill&, const Standstill&) = default;
 };
 
-/// Of several reasons the one that has to go first: a host can see what to do next.
+/// If there are several reasons, the one that must end first, so that a host sees what to do next.
 Standstill standstillOf(const TaskFacts& facts);
 
 /// The dictionary of an upload in the list.

@@ -8,7 +8,7 @@ namespace qx {
 namespace {
 
 // Marks that start() of a queue runs on this thread. An executor may report inside execute(), and
-// its report calls start() again: that call returns at once, for the loop around it goes on anyway.
+// its report calls start() again. That call returns at once, because the loop around it goes on.
 // Other threads run loops of their own.
 class StartFrame {
  public:
@@ -84,7 +84,7 @@ bool TaskQueue::isUnderWay(const std::string& filename) const {
 void TaskQueue::start() {
   if (StartFrame::activeFor(this)) return;
   const StartFrame frame(this);
-  // A report may drop the last handle of this queue but its own.
+  // A report may destroy the last other handle of this queue.
   const auto self = shared_from_this();
   while (startNext()) {
   }
@@ -105,10 +105,10 @@ std::int64_t TaskQueue::limit() const {
 }
 
 std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint64_t& era) {
-  // Destroyed after the lock is released: an executor's destructor may do anything.
+  // Destroyed after the lock is released, because an executor's destructor may do anything.
   std::vector<std::shared_ptr<TaskExecutor>> heldBack;
-  // Executor and slot are taken in one step: no race takes a slot too many, and nobody sees the
-  // pool empty while an executor is on its way to its slot.
+  // The executor and its slot are taken in one step, so that no race takes a slot too many, and
+  // nobody sees the pool empty while an executor is on its way to its slot.
   MutexLock lock(lock_);
   while (!executorPool_.empty() && held_.contains(executorPool_.front()->task->filename())) {
     eraseOne(queued_, executorPool_.front()->task->filename());
@@ -129,7 +129,7 @@ std::shared_ptr<TaskExecutor> TaskQueue::takeFront(std::int64_t limit, std::uint
 
 void TaskQueue::releaseSlot() {
   std::int64_t running = concurrentCount_.load();
-  // Stays at 0 on purpose: the count may have been reset while the executor was running.
+  // The count stays at 0 on purpose, because it may have been reset while the executor was running.
   while (running > 0 && !concurrentCount_.compare_exchange_weak(running, running - 1)) {
   }
 }
@@ -219,7 +219,7 @@ TaskQueue::Watch::~Watch() {
 }
 
 void TaskQueue::reset() {
-  // Destroyed after the lock is released: an executor's destructor may do anything.
+  // Destroyed after the lock is released, because an executor's destructor may do anything.
   std::deque<std::shared_ptr<TaskExecutor>> dropped;
   MutexLock lock(lock_);
   dropped.swap(executorPool_);

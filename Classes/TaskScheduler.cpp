@@ -10,9 +10,9 @@
 namespace qx {
 namespace {
 
-/// Failed attempts after which a stored task is given up.
+/// The number of failed attempts after which a stored task is given up.
 constexpr std::int64_t kMaxUploadCount = 10;
-/// Stored tasks queued at once.
+/// The number of stored tasks that are queued at once.
 constexpr std::size_t kMaxRetriedTasks = 200;
 
 }  // namespace
@@ -26,8 +26,8 @@ TaskScheduler::TaskScheduler(SchedulerParts parts, const std::string& userId,
                              StoredTasks storedTasks)
     : parts_(std::make_shared<const SchedulerParts>(std::move(parts))),
       resumes_(storedTasks == StoredTasks::resume) {
-  // Without the switch the storage hears nothing of what outlives its scheduler, so a tick of the
-  // new one queues it again.
+  // Without the switch the storage hears nothing of an attempt that outlives its scheduler, so a
+  // tick of the new scheduler queues the task again.
   if (!resumes_) parts_->queue->forgetRunning();
   parts_->queue->reset();
   taskStorage_ = parts_->storages.open(userId, storedTasks);
@@ -36,7 +36,7 @@ TaskScheduler::TaskScheduler(SchedulerParts parts, const std::string& userId,
 
 void TaskScheduler::add(const std::shared_ptr<TaskExecutor>& executor) {
   bindReporter(*executor);
-  // Before it is in the log, where a tick could find it and queue it as well.
+  // The task is announced before it is in the log, where a tick could find it and queue it as well.
   parts_->queue->announce(executor->task->filename());
   const std::optional<Data> data =
       parts_->events.observed() ? executor->task->data() : std::nullopt;
@@ -88,7 +88,8 @@ void TaskScheduler::bindReporter(TaskExecutor& executor) {
 }
 
 void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
-  // With the switch the storage itself: what has arrived must go, also when the scheduler is gone.
+  // With the switch the storage itself is kept, so that a task that has arrived is deleted even
+  // when the scheduler no longer exists.
   executor.observers.record =
       [parts = parts_, weak = weak_from_this(), storage = resumes_ ? taskStorage_ : nullptr](
           const std::shared_ptr<TaskExecutor>& ended, const std::optional<std::string>& url,
@@ -103,7 +104,7 @@ void TaskScheduler::bindStorageComplete(TaskExecutor& executor) {
 TaskScheduler::Outcome TaskScheduler::recordOutcome(UserTaskStorage& storage,
                                                     const TaskExecutor& executor,
                                                     const AWSCallbackStatus& status) {
-  // What the storage answers is ignored: a task that could not be deleted is retried later.
+  // The result is ignored, because a task that could not be deleted is tried again later.
   auto* const stored = dynamic_cast<FileTask*>(executor.task.get());
   Outcome outcome;
   if (stored != nullptr) outcome.attempts = stored->uploadCount() + 1;
@@ -112,7 +113,7 @@ TaskScheduler::Outcome TaskScheduler::recordOutcome(UserTaskStorage& storage,
     return outcome;
   }
   if (stored == nullptr || executor.wasCancelled()) return outcome;
-  // It may be gone for good by now: it must not come back.
+  // The task may have been deleted for good, and must not come back.
   if (storage.resumes() && !storage.contains(stored->filename())) return outcome;
   if (stored->uploadCount() == std::numeric_limits<std::int64_t>::max()) {
     fatal("the number of failed attempts of an upload overflows");
@@ -158,7 +159,7 @@ void TaskScheduler::retryLocalTask() {
     std::deque<std::shared_ptr<TaskExecutor>> list = retryList();
     next = takeNext(list);
     if (resumes_) {
-      // What failed before this tick is in the list again, so the earlier list is void.
+      // Tasks that failed before this tick are in the list again, so the earlier list is void.
       MutexLock lock(followingLock_);
       following_.swap(list);
     }
@@ -210,7 +211,7 @@ void TaskScheduler::retry(const std::vector<std::string>& filenames, Attempts at
     parts_->queue->release(task->filename());
     if (!parts_->queue->announceUnlessUnderWay(task->filename())) continue;
     if (attempts == Attempts::giveBack) task->setUploadCount(0);
-    // Without the switch an entry of an earlier process is in the log file alone, and a write would
+    // Without the switch, an entry of an earlier process is only in the log file, and a write would
     // drop it.
     if (attempts == Attempts::giveBack && taskStorage_->contains(task->filename())) {
       changed |= taskStorage_->update(*task);

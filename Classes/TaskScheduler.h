@@ -1,4 +1,4 @@
-// The background uploads of one user: stored before they run, retried, reported.
+// The background uploads of one user. They are stored before they run, tried again and reported.
 //
 // The life of a background task:
 //
@@ -17,21 +17,21 @@
 //                                   succeeded, or failed for the 10th time
 //
 // Every end of "running" is tracked and reported to the two background callbacks, after the storage
-// has been brought up to date. A failed task goes back to the queue with retryLocalTask() alone.
-// When the scheduler is gone (another identity was applied), running tasks are still reported, but
-// the storage stays as it is.
+// has been updated. Only retryLocalTask() puts a failed task back into the queue. When the
+// scheduler no longer exists because another identity was applied, running tasks are still
+// reported, but the storage stays as it is.
 //
-// With StoredTasks::resume the storage begins with the tasks of earlier runs, and each
-// time the queue runs empty the next 200 of the list that the last retryLocalTask() has read follow
-// at once. Failed ones are not in that list any more: they wait for the next tick. The storage is
-// brought up to date also when the scheduler is gone.
+// With StoredTasks::resume the storage begins with the tasks of earlier runs. Whenever the queue is
+// empty, the next 200 tasks of the list that the last retryLocalTask() has read follow at once.
+// Failed tasks are not in that list: they wait for the next tick. The storage is also updated when
+// the scheduler no longer exists.
 //
-// A tick leaves out the tasks that are under way: on their way into the queue, waiting, or running.
-// Without the switch those that outlived their scheduler are queued a second time.
+// A tick leaves out the tasks that are under way: on their way into the queue, waiting or running.
+// Without the switch, tasks that have outlived their scheduler are queued a second time.
 //
-// Threads: every operation may be called from any thread; its one lock guards the list of tasks to
-// follow.
-// Ownership: AWSConfigure holds the current one; storage wrappers hold it weakly.
+// Threads: every operation may be called from any thread. The only lock guards the list of tasks
+// that follow.
+// Ownership: AWSConfigure holds the current scheduler. The observers of the storage hold it weakly.
 #pragma once
 
 #include <deque>
@@ -51,13 +51,13 @@
 
 namespace qx {
 
-/// The outcome of one attempt of a background upload: (scope, URL, extra values, error), on the
-/// thread on which the attempt ended.
+/// The outcome of one attempt of a background upload: (scope, URL, extra values, error). Called on
+/// the thread on which the attempt ended.
 using BackgroundUploadCallback =
     std::function<void(const std::string& scope, const std::optional<std::string>& url,
                        const AWSParameterMap& extra, const std::optional<Error>& error)>;
 
-/// What all schedulers of a library work with. The references must outlive every attempt.
+/// The parts that all schedulers of a library use. The references must outlive every attempt.
 struct SchedulerParts {
   const AWSTracking& tracking;
   UploadEvents& events;
@@ -65,7 +65,7 @@ struct SchedulerParts {
   UserTaskStorages& storages;
   std::shared_ptr<TaskQueue> queue;
   ExecutorFactory makeExecutor;
-  /// Hears of the end of every attempt.
+  /// Called at the end of every attempt.
   BackgroundUploadCallback report;
 };
 
@@ -75,21 +75,22 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   static std::shared_ptr<TaskScheduler> make(SchedulerParts parts, const std::string& userId,
                                              StoredTasks storedTasks);
 
-  /// Stores the executor's task, queues it and starts the queue. The executor's completion is
-  /// replaced by reporter().
+  /// Stores the executor's task, queues it and starts the queue. reporter() replaces the executor's
+  /// completion.
   void add(const std::shared_ptr<TaskExecutor>& executor);
   /// Makes sure that the executor's task is stored and its end bound to the storage. Yields the
-  /// executor to queue: a new one over the stored file, or the given one when its task is stored
-  /// already or cannot be.
+  /// executor to queue: a new one for the stored file, or the given one when its task is stored
+  /// already or cannot be stored.
   std::shared_ptr<TaskExecutor> syncLocl(const std::shared_ptr<TaskExecutor>& executor) {
     return stored(executor).executor;
   }
   /// Queues stored tasks again, 200 at most, when the queue is idle.
   void retryLocalTask();
-  /// One new executor per task in the stored log.
+  /// Makes one executor for each task in the stored log.
   std::vector<std::shared_ptr<TaskExecutor>> localTaskExecutor();
-  /// Makes the storage hear of the end of the executor's attempt: a success deletes the stored
-  /// task; a failure counts, the tenth deletes it; a cancelled attempt changes nothing.
+  /// Makes the storage observe the end of the executor's attempt: a success deletes the stored
+  /// task, a failure is counted, the tenth failure deletes the task, and a cancelled attempt
+  /// changes nothing.
   void bindStorageComplete(TaskExecutor& executor);
 
   enum class Attempts { keep, giveBack };
@@ -100,22 +101,22 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// The queue that runs this scheduler's executors.
   TaskQueue& taskQueue() { return *parts_->queue; }
 
-  /// A completion that tracks the outcome of an attempt and reports it; it does not need the
-  /// scheduler any more.
+  /// Makes a completion that tracks and reports the outcome of an attempt. It does not need the
+  /// scheduler.
   TaskExecutor::Complete reporter() const;
 
  private:
   TaskScheduler(SchedulerParts parts, const std::string& userId, StoredTasks storedTasks);
   struct Stored {
     std::shared_ptr<TaskExecutor> executor;
-    /// Why the task runs from memory.
+    /// The reason why the task runs from memory.
     std::optional<Error> whyNot;
   };
-  /// syncLocl, and why the task is not stored if it is not.
+  /// syncLocl(), and the reason when the task is not stored.
   Stored stored(const std::shared_ptr<TaskExecutor>& executor);
-  /// Sets the executor's completion to reporter(), and with the switch has stored tasks follow.
+  /// Sets the executor's completion to reporter(), and with the switch lets stored tasks follow.
   void bindReporter(TaskExecutor& executor);
-  /// What a stored task's attempt has changed in the storage.
+  /// The changes that the attempt of a stored task has made in the storage.
   struct Outcome {
     std::int64_t attempts = 1;
     bool counted = false;
@@ -123,16 +124,17 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   };
   static Outcome recordOutcome(UserTaskStorage& storage, const TaskExecutor& executor,
                                const AWSCallbackStatus& status);
-  /// Tells the events of the end of an attempt; without an `outcome` the task was not stored.
+  /// Tells the events of the end of an attempt. Without an `outcome` the task was not stored.
   static void tellEnd(const SchedulerParts& parts, const TaskExecutor& executor,
                       const std::optional<std::string>& url, const AWSCallbackStatus& status,
                       std::int64_t itemId, const std::optional<Outcome>& outcome);
 
-  /// New executors for the stored tasks that are not under way.
+  /// Makes executors for the stored tasks that are not under way.
   std::deque<std::shared_ptr<TaskExecutor>> retryList();
-  /// With the switch: the storage does not know the executor's task any more.
+  /// With the switch: true when the storage no longer knows the executor's task.
   bool isGone(const TaskExecutor& executor) const;
-  /// Moves the first 200 out of the list, announced to the queue; drops what is gone or under way.
+  /// Takes the first 200 executors from the list and announces them to the queue. Drops executors
+  /// of tasks that are gone or under way.
   std::vector<std::shared_ptr<TaskExecutor>> takeNext(
       std::deque<std::shared_ptr<TaskExecutor>>& list);
   void queue(const std::shared_ptr<TaskExecutor>& executor);
@@ -145,7 +147,7 @@ class TaskScheduler : public std::enable_shared_from_this<TaskScheduler> {
   /// Constant after construction.
   std::shared_ptr<UserTaskStorage> taskStorage_;
   Mutex followingLock_;
-  /// Stored tasks of the last tick that have not been queued yet.
+  /// The stored tasks of the last tick that have not been queued yet.
   std::deque<std::shared_ptr<TaskExecutor>> following_ QX_GUARDED_BY(followingLock_);
 };
 

@@ -87,7 +87,7 @@ Array UploadControl::tasks() {
 void UploadControl::list(std::function<void(Array)> complete) {
   parts_.events.afterEvents([this, complete = std::move(complete)] {
     Array list = tasks();
-    // Behind what the reading has told.
+    // Runs after the events that the reading has told.
     parts_.events.afterEvents([complete, list = std::move(list)] { complete(list); });
   });
 }
@@ -134,7 +134,7 @@ void UploadControl::stop(const std::vector<std::string>& names) {
   }
   for (const auto& executor : parts_.queue.takeWaiting(wanted)) {
     parts_.events.cancelled(*executor->task);
-    // Nobody else has its bytes.
+    // The bytes of this upload are nowhere else.
     if (!executor->task->hasPath()) parts_.events.dropped(*executor->task);
   }
   for (const auto& executor : parts_.queue.running()) {
@@ -167,7 +167,7 @@ void UploadControl::drop(const std::vector<std::string>& names) {
     for (const std::string& name : names) {
       if (stored.contains(name)) known.push_back(name);
     }
-    // Without an identity nothing is under way, and what other runs have stored must stay.
+    // Without an identity nothing is under way, and the uploads of other runs must stay stored.
     if (!scheduler && !known.empty()) {
       storage = parts_.storages.open(storage->userId(), StoredTasks::resume);
       if (const auto fault = storage->fault()) parts_.events.storeUnavailable(*fault);

@@ -1,7 +1,7 @@
 // Lists, pauses, cancels, retries and drops uploads for a host.
 //
-// Threads: every operation may be called from any thread and returns at once. What reads or changes
-// files runs on the queue of the events.
+// Threads: every operation may be called from any thread and returns at once. Work that reads or
+// changes files runs on the queue of the events.
 #pragma once
 
 #include <functional>
@@ -22,7 +22,7 @@
 
 namespace qx {
 
-/// What the control works with; all of it must outlive the control and its work.
+/// The parts that the control uses. All of them must outlive the control and its work.
 struct ControlParts {
   const Platform& platform;
   UploadEvents& events;
@@ -31,7 +31,7 @@ struct ControlParts {
   const RetryTimer& retryTimer;
   TaskQueue& queue;
   DirectUploads& directUploads;
-  /// Is told when something was cancelled or dropped.
+  /// Called when an upload was cancelled or dropped.
   IdleWatch& idle;
 };
 
@@ -39,23 +39,24 @@ class UploadControl {
  public:
   explicit UploadControl(ControlParts parts) : parts_(parts) {}
 
-  /// Hands the list to `complete`, on the queue of the events.
+  /// Passes the list to `complete`, on the queue of the events.
   void list(std::function<void(Array)> complete);
   void pause(bool cancelRunning);
   void resume();
   void cancel(const std::vector<std::string>& names);
   void retry(const std::vector<std::string>& names);
   void drop(const std::vector<std::string>& names);
-  /// Nothing waits in the queue and nothing that will be tried again is stored. Reads the stored
-  /// log when the queue is empty.
+  /// True when nothing waits in the queue and nothing is stored that will be tried again. Reads the
+  /// stored log when the queue is empty.
   bool nothingWaits();
 
  private:
   Array tasks();
-  /// The storage of the current user; before an identity was applied, one that only reads for the
-  /// user whom the host names. Null when the host names none.
+  /// The storage of the current user. Before an identity was applied, a storage that only reads,
+  /// for the user whom the host names. Null when the host names no user.
   std::shared_ptr<UserTaskStorage> storageToRead();
-  /// Ends what runs of these, takes what waits, and holds back what is stored.
+  /// Ends the running uploads among these, removes the waiting ones from the queue, and holds the
+  /// stored ones back.
   void stop(const std::vector<std::string>& names);
   TaskFacts facts(TaskStage stage, const Task& task, double now);
 

@@ -7,10 +7,10 @@
 namespace qx {
 namespace {
 
-/// Progress is told at most this often, the last bytes always.
+/// The interval at which progress is told. The last bytes are always told.
 constexpr double kSecondsBetweenProgress = 0.1;
 
-/// The keys by which every event about an upload says which one it is about.
+/// Adds the keys that name the upload of an event.
 Dictionary subject(UploadKind kind, const Task& task) {
   Dictionary event = {
       {"name", task.filename()}, {"scope", task.scope()}, {"kind", std::string(kindText(kind))}};
@@ -25,7 +25,7 @@ void addFailure(Dictionary& event, const AWSCallbackStatus& status) {
   if (status.backendStatus() != 0) event["backendStatus"] = std::int64_t{status.backendStatus()};
 }
 
-/// Remembers what was told last of one transfer.
+/// Remembers the bytes of one transfer that were told last.
 struct ToldProgress {
   double time = 0;
   std::int64_t bytes = -1;
@@ -91,7 +91,7 @@ UploadEvents::ProgressBlock UploadEvents::progressBlock(std::string_view name, D
     const double now = clock_.now();
     const bool last =
         progress.totalUnitCount > 0 && progress.completedUnitCount >= progress.totalUnitCount;
-    // A clock that was set back must not silence the transfer.
+    // A clock that was set back must not keep the transfer from telling its progress.
     const bool early = now >= told->time && now - told->time < kSecondsBetweenProgress;
     if (progress.completedUnitCount == told->bytes || (early && !last)) return;
     *told = {now, progress.completedUnitCount};

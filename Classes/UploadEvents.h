@@ -1,4 +1,4 @@
-// What happens to uploads and downloads, as events for the hosts that observe it.
+// The events of uploads and downloads, for the hosts that observe them.
 //
 //     UploadEvents events(platform);
 //     events.observe([](const Dictionary& event) { print(event); });
@@ -7,8 +7,8 @@
 // docs/upload-queue.md lists the events and their keys.
 //
 // Threads: every operation may be called from any thread. Observers are called on the serial queue
-// "com.aws.events", in the order in which the events were told.
-// Cost: while nobody observes, telling an event reads one atomic flag.
+// "com.aws.events", in the order in which the events were told. While nobody observes, telling an
+// event only reads one atomic flag.
 #pragma once
 
 #include <atomic>
@@ -29,10 +29,10 @@
 
 namespace qx {
 
-/// How an upload came in: by "Action_Upload:", or through the queue.
+/// The way an upload came in: by "Action_Upload:", or through the queue.
 enum class UploadKind { direct, background };
 
-/// "direct" or "background".
+/// The text "direct" or "background".
 std::string_view kindText(UploadKind kind);
 
 /// The extra value that holds the host's tag of an upload.
@@ -43,30 +43,32 @@ class UploadEvents {
   using Observer = std::function<void(const Dictionary&)>;
   using ProgressBlock = std::function<void(const TransferProgress&)>;
 
-  /// Both must outlive the instance.
+  /// Both arguments must outlive the instance.
   UploadEvents(Dispatch& dispatch, Clock& clock);
 
-  /// Adds an observer for good.
+  /// Adds an observer, which stays until the process ends.
   void observe(Observer observer);
   bool observed() const { return observed_.load(std::memory_order_relaxed); }
-  /// Runs `work` on the queue of the events, behind those that have been told.
+  /// Runs `work` on the queue of the events, after all events that have been told.
   void afterEvents(Work work) { enqueue(std::move(work)); }
 
   void accepted(UploadKind kind, const Task& task, std::size_t size, bool stored,
                 const std::optional<Error>& whyNotStored);
   void queued(const Task& task);
-  /// `attempt` begins at 1.
+  /// The first attempt is 1.
   void started(UploadKind kind, const Task& task, std::int64_t attempt);
-  /// A block that tells how many bytes of a transfer have been sent; empty while nobody observes.
+  /// Makes a block that tells how many bytes of a transfer have been sent. Empty while nobody
+  /// observes.
   ProgressBlock sent(UploadKind kind, const std::shared_ptr<Task>& task);
 
   struct FailedAttempt {
     std::int64_t number = 1;
-    /// The failure brings the upload closer to being given up.
+    /// True when the failure is counted, so that it brings the upload closer to being given up.
     bool counted = false;
     bool stored = false;
     bool cancelled = false;
-    /// Seconds since 1970; nothing when the upload is not tried again by itself.
+    /// The time of the next attempt in seconds since 1970. Nothing when the upload is not tried
+    /// again by itself.
     std::optional<double> nextTry = {};
   };
   void attemptFailed(UploadKind kind, const Task& task, const AWSCallbackStatus& status,
@@ -78,26 +80,26 @@ class UploadEvents {
   void dropped(const Task& task);
   void dropFailed(const Task& task, const Error& error);
 
-  /// The report of an item's image to the backend has ended.
+  /// Told when the report of an item's image to the backend has ended.
   void imageReported(const AWSParameterMap& extra, std::int64_t itemId, const std::string& url,
                      const std::optional<Error>& error);
 
-  /// A block as sent() makes it, for the bytes of a download.
+  /// Makes a block like sent() for the bytes of a download.
   ProgressBlock received(const std::string& url);
   void downloaded(const std::string& url, const std::string& path);
-  /// `completed`: the host's "complete" is called.
+  /// `completed`: true when the host's "complete" is called.
   void downloadFailed(const std::string& url, std::int64_t code, const std::string& text,
                       bool completed, int backendStatus = 0);
 
   void credentialsFetched(const std::vector<std::string>& scopes);
   void credentialsRefused(const std::optional<Error>& error, const std::string& text);
-  /// What is stored cannot be opened.
+  /// Told when the stored uploads cannot be opened.
   void storeUnavailable(const Error& error);
 
  private:
   void tell(std::string_view name, Dictionary event);
   void enqueue(Work work);
-  /// Runs what is pending, on the queue.
+  /// Runs the pending work, on the queue.
   void runPending();
   ProgressBlock progressBlock(std::string_view name, Dictionary subject);
 
@@ -105,10 +107,10 @@ class UploadEvents {
   const std::shared_ptr<DispatchQueue> queue_;
   std::atomic<bool> observed_ = false;
   Mutex lock_;
-  /// Replaced as a whole.
+  /// The observers. The list is replaced as a whole.
   std::shared_ptr<const std::vector<Observer>> observers_ QX_GUARDED_BY(lock_);
   std::vector<Work> pending_ QX_GUARDED_BY(lock_);
-  /// runPending is on its way.
+  /// True when runPending() is on its way.
   bool scheduled_ QX_GUARDED_BY(lock_) = false;
 };
 

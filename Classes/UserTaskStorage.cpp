@@ -19,7 +19,7 @@ constexpr std::string_view kRootDirectory = "aws-0011/";
 constexpr std::string_view kLogName = "logs.plist";
 constexpr std::string_view kAsideSuffix = ".damaged-";
 constexpr std::string_view kUnloggedFolder = "unlogged-";
-/// No number of attempts reaches it.
+/// No number of attempts reaches this count.
 constexpr std::int64_t kImpossibleCount = std::numeric_limits<std::int32_t>::max();
 constexpr std::string_view kDictStart = "<dict>\n";
 constexpr std::string_view kDictEnd = "</dict>\n";
@@ -44,7 +44,7 @@ Value valueOf(const AWSLogEntry& entry) {
   return sections;
 }
 
-/// The log that a decoded property list holds; empty when any part of it has another shape.
+/// The log in a decoded property list. Empty when any part of the list has another shape.
 AWSLogMap logOf(const Value& root) {
   const Dictionary* entries = root.asDictionary();
   if (entries == nullptr) return {};
@@ -72,7 +72,7 @@ bool decodesToDictionary(PropertyLists& lists, const Data& bytes) {
   return root && root->asDictionary() != nullptr;
 }
 
-/// The entries that the text of a record stands for: one, or none when it does not read.
+/// The entries in the text of a record: one, or none when the text cannot be read.
 AWSLogMap entriesOf(PropertyLists& lists, std::string_view text) {
   std::string document;
   for (const std::string_view piece :
@@ -89,8 +89,8 @@ AWSLogEntry entryOf(PropertyLists& lists, const std::string& filename, std::stri
 }
 
 /// The values of an entry that are numbers other than signed integers. A property list does not
-/// tell a float from a double, nor is a real of an integral value or a small unsigned integer read
-/// back as what it was. Null when there are none.
+/// tell a float from a double, and a real with an integral value or a small unsigned integer is
+/// read as a signed integer. Null when there are none.
 std::unique_ptr<const AWSLogEntry> otherNumbers(const AWSLogEntry& entry) {
   AWSLogEntry found;
   for (const auto& [section, values] : entry) {
@@ -101,12 +101,13 @@ std::unique_ptr<const AWSLogEntry> otherNumbers(const AWSLogEntry& entry) {
   return found.empty() ? nullptr : std::make_unique<const AWSLogEntry>(std::move(found));
 }
 
-/// The name of the copy of a damaged log.
+/// True for the name of a copy of a damaged log.
 bool isDamagedLogName(const std::string& name) {
   return name.starts_with(std::string(kLogName) + std::string(kAsideSuffix));
 }
 
-/// Whether toInt() can convert it: a foreign log may hold numbers that are fatal there.
+/// True when toInt() can convert the value. A foreign log may hold numbers for which toInt() is
+/// fatal.
 bool convertsToInt(const AWSBasicParameter& parameter) {
   constexpr double kLimit = 9223372036854775808.0;  // 2^63
   const auto fits = [](double v) { return v >= -kLimit && v < kLimit; };
@@ -150,7 +151,8 @@ std::shared_ptr<UserTaskStorage> UserTaskStorages::open(const std::string& userI
   }
   std::shared_ptr<UserTaskStorage> storage;
   {
-    // Held while the log is read, so that no second storage of the user is made meanwhile.
+    // The lock is held while the log is read, so that no second storage of the user is made
+    // meanwhile.
     MutexLock lock(mutex_);
     std::weak_ptr<UserTaskStorage>& known = resumed_[userId];
     storage = known.lock();
@@ -182,7 +184,7 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   if (!takeLock()) return Resumed::no;
   Files& files = platform_.files;
   const Result<Data> bytes = files.read(logPath());
-  // Any other error may hide a log that is there.
+  // Any other error may hide an existing log.
   if (!bytes && bytes.error().code != ENOENT) {
     noteRefusedLink(bytes.error());
     fault_.store(bytes.error());
@@ -204,8 +206,8 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   }
   const std::size_t kept = entries.size();
 
-  // An entry without its file is of a task that was just being deleted. Without the list of names
-  // nobody knows.
+  // An entry without its file belongs to a task that was being deleted. Without the list of names
+  // this is unknown.
   const Result<std::vector<std::string>> names = files.list(userDirPath());
   bool changed = !intact;
   if (names) {
@@ -221,14 +223,14 @@ UserTaskStorage::Resumed UserTaskStorage::resumeLog(bool opening) {
   const std::vector<std::string> unlogged =
       names ? unloggedFiles(*names) : std::vector<std::string>();
   if (intact) {
-    // Whoever looks into a damaged log may want the files it names.
+    // Somebody who examines a damaged log may want the files that it names.
     if (opening && names && std::ranges::none_of(*names, isDamagedLogName)) {
       removeUnfinishedWrites(*names);
       moveAside(unlogged);
     }
     return changed ? Resumed::changed : Resumed::asItStands;
   }
-  // An empty log tells of no entry; the data files do.
+  // An empty log names no entry, but the data files show that there were some.
   lost = std::max(lost, unlogged.size());
   const bool aside = setAside(*bytes);
   if (aside || opening) {
@@ -247,7 +249,7 @@ bool UserTaskStorage::takeLock() {
     return true;
   }
   const Error& error = taken.error();
-  // A file system without locks: the operations on the log say what is possible.
+  // The file system has no locks. The operations on the log will show what is possible.
   if (error.code != EWOULDBLOCK && error.code != ELOOP) return true;
   noteRefusedLink(error);
   fault_.store(error.code == ELOOP
@@ -285,7 +287,8 @@ AWSLogMap UserTaskStorage::wholeEntries(const ScannedLog& scanned, const AWSLogM
   };
   for (const std::string_view text : scanned.entries)
     keep(entriesOf(platform_.propertyLists, text));
-  // What reads although its text is not as we write it: a binary log, or values of other types.
+  // These entries can be read although their text differs from ours: in a binary log, or with
+  // values of other types.
   keep(decoded);
   return kept;
 }
@@ -295,8 +298,8 @@ bool UserTaskStorage::setAside(const Data& damagedLog) {
   int number = 1;
   const std::string aside = logPath() + std::string(kAsideSuffix);
   while (files.kind(aside + std::to_string(number)) != PathKind::absent) ++number;
-  // A copy, not a rename: the log is never absent, and after a crash here the next opening finds
-  // it damaged as before.
+  // The log is copied, not renamed, so that it always exists. After a crash here the next storage
+  // finds the damaged log again.
   const std::string_view content = damagedLog.text();
   return !files.write(aside + std::to_string(number), {&content, 1}, WriteMode::atomic,
                       durability_);
@@ -498,7 +501,7 @@ void UserTaskStorage::add(const Records& records) {
   const std::shared_ptr<const Records> earlier = logsMap_.load();
   auto merged = std::make_shared<Records>();
   merged->reserve(earlier->size() + records.size());
-  // Of two records of one file, a union keeps that of the first list.
+  // Of two records of one file, the union keeps that of the first list.
   std::ranges::set_union(*earlier, records, std::back_inserter(*merged), {}, &Record::filename,
                          &Record::filename);
   logsMap_.store(std::move(merged));
@@ -521,7 +524,7 @@ bool UserTaskStorage::writeShared() {
     const std::uint64_t begunBefore = writesBegun_;
     while (writing_) {
       writeEnded_.wait(snycLock_);
-      // A write that began after this call began holds all that the caller has changed.
+      // A write that began after this call began contains all changes of the caller.
       if (lastGoodWrite_ > begunBefore) return true;
     }
     writing_ = true;
@@ -645,8 +648,8 @@ std::map<std::string, Error> UserTaskStorage::removeAll(const std::vector<std::s
   std::map<std::string, Error> failures;
   bool changed = false;
   for (const std::string& filename : filenames) {
-    // The data file first: an entry without one is of no harm, and a full disk gets room for the
-    // log.
+    // The data file is removed first: an entry without a data file does no harm, and a full disk
+    // gets room for the log.
     const std::optional<std::string> path = filePath(filename);
     if (auto error = eraseFile(path.value_or(relativePath(filename)))) {
       failures.emplace(filename, *std::move(error));

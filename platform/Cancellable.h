@@ -1,19 +1,19 @@
-// Something under way that can be ended early.
+// A running operation that can be ended early.
 //
 //     const std::shared_ptr<qx::Cancellable> exchange = http.send(request, answered);
 //     exchange->cancel();
 //
-// Threads: cancel may be called from any thread.
+// Threads: cancel() may be called from any thread.
 #pragma once
 
 namespace qx {
 
-/// It goes on when its handle is let go.
+/// The handle of a running operation. The operation goes on when the handle is destroyed.
 class Cancellable {
  public:
   virtual ~Cancellable() = default;
-  /// Ends it: whoever waits for its end hears of an error, unless it has ended already. A second
-  /// call does nothing.
+  /// Ends the operation, unless it has ended already. Its completion gets an error. A second call
+  /// does nothing.
   virtual void cancel() = 0;
 };
 

@@ -51,10 +51,10 @@ enum class Durability {
   synced,
 };
 
-/// Of a regular file.
+/// The size and time of a regular file.
 struct FileFacts {
   std::uint64_t size = 0;
-  /// When its content was last changed, in seconds since 1970.
+  /// The time when its content was changed last, in seconds since 1970.
   double modified = 0;
 };
 
@@ -71,10 +71,10 @@ class Files {
   virtual std::vector<std::string> documentDirectories() = 0;
   /// What stands at `path`. A path that cannot be examined counts as absent.
   virtual PathKind kind(const std::string& path) = 0;
-  /// Size and time of the regular file at `path`.
+  /// The size and time of the regular file at `path`.
   virtual Result<FileFacts> facts(const std::string& path) = 0;
-  /// Locks the directory at `path` against other processes and against other locks of this one.
-  /// Fails with EWOULDBLOCK when somebody else has locked it.
+  /// Locks the directory at `path` against other processes and against other locks of this process.
+  /// Fails with EWOULDBLOCK when the directory is locked already.
   virtual Result<std::unique_ptr<FileLock>> lock(const std::string& path) = 0;
   /// Creates a directory and the missing ones above it, for this user alone (mode 0700). Succeeds
   /// when the directory exists.

@@ -31,7 +31,7 @@
 
 namespace qx {
 
-/// The domain of an error that stands for an HTTP answer; its code is the HTTP status.
+/// The domain of errors that stand for an HTTP answer. Their code is the HTTP status.
 inline constexpr std::string_view kNetworkingErrorDomain = "QXNetworking";
 
 /// A fraction in 0...1.
@@ -160,8 +160,8 @@ class QXNetworkingManager {
   using Completion = std::function<void(const QXNetworkingUploadResponse&)>;
   virtual ~QXNetworkingManager() = default;
   /// Sends the form as one POST, without a copy of the bytes of its parts. The request is complete
-  /// when the head of the answer has come; the answer's body is not used. The handle, unless it is
-  /// null, ends the request early: its completion then hears of a transport error.
+  /// when the head of the answer has come; the answer's body is not used. The returned handle,
+  /// which may be null, ends the request early; its completion then gets a Transport error.
   virtual std::shared_ptr<Cancellable> upload(const QXNetworkingUploadRequest& request,
                                               ProgressCallback progress, Completion completion) = 0;
 };

@@ -66,8 +66,8 @@ struct AWSServiceConfiguration {
 /// completion is never called.
 struct AWSTask {
   std::optional<Error> error = {};
-  /// Ends the transfer early: its completion hears of an error, unless the transfer has ended. Null
-  /// when the store cannot end a transfer, or with an error.
+  /// Ends the transfer early. Its completion then gets an error, unless the transfer has ended.
+  /// Null with an error, and when the store cannot end a transfer.
   std::shared_ptr<Cancellable> transfer = {};
 };
 
@@ -77,7 +77,7 @@ struct TransferProgress {
   std::int64_t totalUnitCount = 0;
 };
 
-/// Empty: nobody wants to know, and nothing is counted.
+/// May be empty; then nothing is counted.
 struct AWSS3TransferUtilityUploadExpression {
   std::function<void(const TransferProgress&)> progressBlock = {};
 };
@@ -128,8 +128,8 @@ class ObjectStore {
                                          const std::string& key) = 0;
   /// The utility registered under `key`, or null.
   virtual std::shared_ptr<AWSS3TransferUtility> S3TransferUtilityForKey(const std::string& key) = 0;
-  /// Forgets the utility registered under `key`, if there is one. Its credentials stay in memory
-  /// until nobody holds it and its transfers have ended.
+  /// Removes the utility registered under `key`, if there is one. Its credentials stay in memory
+  /// until no handle to it is left and its transfers have ended.
   virtual void removeS3TransferUtility(const std::string& key) = 0;
 };
 

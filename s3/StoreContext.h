@@ -1,7 +1,7 @@
-// What transfers share: those of one object store its seams and clocks, those of one service
-// configuration the credentials and the signer.
+// The parts that transfers share: those of one object store share its seams and clocks, those of
+// one service configuration the credentials and the signer.
 //
-// Threads: StoreClocks and the signer may be used from any thread; the rest never changes.
+// Threads: StoreClocks and the signer may be used from any thread. The other parts never change.
 #pragma once
 
 #include <map>
@@ -21,13 +21,14 @@
 
 namespace qx {
 
-/// How far the clocks of stores are ahead of ours, as each store last told. A store is its
-/// endpoint's host and port; the names that it has for buckets and regions are the same store.
+/// The seconds by which the clocks of stores are ahead of ours, as each store has shown last. A
+/// store is the host and port of its endpoint; its names for buckets and regions belong to the same
+/// store.
 ///
 /// Threads: every operation may be called from any thread.
 class StoreClocks {
  public:
-  /// Seconds; 0 for a store that has told nothing.
+  /// The seconds for a store, or 0 for a store that has shown nothing.
   double offset(const StoreEndpoint& store);
   void learn(const StoreEndpoint& store, double offset);
 
@@ -36,7 +37,8 @@ class StoreClocks {
   std::map<std::string, double> offsets_ QX_GUARDED_BY(mutex_);
 };
 
-/// What an object store stands on. All of it must outlive its transfers; the queue also the HTTP.
+/// The seams that an object store uses. All of them must outlive its transfers, and the queue must
+/// outlive the HTTP.
 struct StoreSeams {
   Http& http;
   Digests& digests;
@@ -45,19 +47,19 @@ struct StoreSeams {
   Clock& clock;
 };
 
-/// What all transfers of a store share.
+/// The parts that all transfers of a store share.
 struct StoreContext {
   StoreContext(const StoreSeams& storeSeams, bool onlyStandstillCounts)
       : seams(storeSeams), countsStandstillOnly(onlyStandstillCounts) {}
 
   const StoreSeams seams;
-  /// See S3ObjectStore.
+  /// As in S3ObjectStore.
   const bool countsStandstillOnly;
   StoreClocks clocks;
 };
 
-/// One service configuration with all that is made of its credentials. The utility and its
-/// transfers share it, so that the credentials leave the memory with the last of them.
+/// A service configuration and everything that is made of its credentials. The utility and its
+/// transfers share it, so that the credentials leave the memory together with the last of these.
 struct StoreAccount {
   StoreAccount(AWSServiceConfiguration serviceConfiguration, Digests& digests)
       : configuration(std::move(serviceConfiguration)),

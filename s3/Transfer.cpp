@@ -9,9 +9,9 @@
 namespace qx {
 namespace {
 
-/// Hashing this much costs less than handing it to another thread.
+/// Hashing this many bytes costs less than passing them to another thread.
 constexpr std::size_t kHashInPlace = 16 << 10;
-/// The store's error records are small.
+/// The error records of stores are small.
 constexpr std::size_t kBodyLimit = 1 << 20;
 constexpr std::size_t kReadAtOnce = 256 << 10;
 
@@ -79,14 +79,14 @@ std::optional<Error> Transfer::start() {
   return std::nullopt;
 }
 
-/// TLS protects the payload by itself, and hashing it would cost more than sending it.
+/// TLS protects the payload by itself, and hashing the payload would cost more than sending it.
 std::string_view Transfer::payloadHash() {
   if (!payloadIsSigned()) return kUnsignedPayload;
   if (hash_.empty()) hash_ = hex(context_->seams.digests.sha256(data_.text()));
   return hash_;
 }
 
-/// Seconds since 1970 by the store's clock.
+/// The seconds since 1970 by the store's clock.
 double Transfer::storeTime() const {
   return context_->seams.clock.now() + context_->clocks.offset(target_.endpoint);
 }
@@ -131,7 +131,7 @@ void Transfer::send(double delaySeconds) {
   request.bodyLimit = kBodyLimit;
   if (file_) {
     if (!file_->restart()) return end(file_->error());
-    // One attempt follows another, so that the file is written without a lock.
+    // The attempts follow one another, so the file is written without a lock.
     request.sink = [self = shared_from_this()](std::string_view bytes) {
       return self->file_->write(bytes);
     };
@@ -146,11 +146,11 @@ void Transfer::send(double delaySeconds) {
   const auto exchange = context_->seams.http.send(
       std::move(request),
       [self = shared_from_this()](const HttpAnswer& answer) { self->answered(answer); });
-  // The answer may have come meanwhile, and with it the next request.
+  // The answer, and with it the next request, may have come meanwhile.
   exchange_.update([number, &exchange](const NumberedExchange& current) {
     return current.number > number ? current : NumberedExchange{number, exchange};
   });
-  // A cancel before this line found the request before this one, or none.
+  // A cancel() that came before this line has found the previous request, or none.
   if (isCancelled_) exchange->cancel();
 }
 
@@ -175,14 +175,14 @@ void Transfer::answered(const HttpAnswer& answer) {
       md5_ = std::move(decision.md5);
       return end(std::nullopt);
     case TransferDecision::Step::failed:
-      // What the file says is the cause of what the exchange says.
+      // A failure of the file is the cause of the failure of the request.
       return end(file_ && file_->error() ? file_->error() : std::move(decision.error));
   }
 }
 
 void Transfer::end(std::optional<Error> error) {
   enter(Stage::ending);
-  // A successful upload needs no other thread: one wake-up less for each object.
+  // A successful upload is reported on this thread, which wakes one thread less for each object.
   if (!file_ && !error && !progress_) return report(std::nullopt);
   delivery_->finish([self = shared_from_this(), error = std::move(error)] { self->report(error); });
 }
@@ -196,7 +196,8 @@ void Transfer::report(std::optional<Error> error) {
   if (ending_) ending_(std::move(error));
 }
 
-/// On the completion queue: reading the whole file again must hold up nobody else's transfer.
+/// Runs on the completion queue, because reading the whole file again must not delay other
+/// transfers.
 std::optional<Error> Transfer::publish() {
   if (md5_) {
     const Result<std::optional<std::string>> written = md5OfFile();
@@ -208,7 +209,7 @@ std::optional<Error> Transfer::publish() {
   return file_->publish();
 }
 
-/// In lower-case hex; nothing when the system allows no MD5.
+/// The MD5 in lower-case hexadecimal, or nothing when the system allows no MD5.
 Result<std::optional<std::string>> Transfer::md5OfFile() {
   const std::unique_ptr<Md5> md5 = context_->seams.digests.md5();
   if (!md5) return std::optional<std::string>();

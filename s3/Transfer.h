@@ -4,9 +4,10 @@
 //                             ▲    │
 //                             └────┘ the rules say: again
 //
-// Threads: one thread at a time is busy with a transfer: the caller's until start returns, the
-// completion queue's while it hashes and while it ends, that of the HTTP handlers otherwise.
-// Ownership: it keeps itself alive through the handlers of what is under way.
+// Threads: one thread at a time uses a transfer: the caller's until start() returns, the completion
+// queue's while the payload is hashed and while the transfer ends, and that of the HTTP handlers
+// otherwise.
+// Ownership: a transfer keeps itself alive through the handlers of its requests.
 #pragma once
 
 #include <atomic>
@@ -35,9 +36,9 @@ class Transfer : public Cancellable, public std::enable_shared_from_this<Transfe
                  std::function<void(const TransferProgress&)> progress, Ending ending);
   void setDownload(std::unique_ptr<PartFile> file,
                    std::function<void(const TransferProgress&)> progress, Ending ending);
-  /// Why it cannot even start, or nothing, and then it is under way.
+  /// Starts the transfer. Yields the reason when it cannot start, else nothing.
   std::optional<Error> start();
-  /// Ends it with the error kCancelled, from any thread.
+  /// Ends the transfer with the error kCancelled. May be called from any thread.
   void cancel() override;
 
  private:
@@ -72,21 +73,21 @@ class Transfer : public Cancellable, public std::enable_shared_from_this<Transfe
   Stage stage_ = Stage::made;
   TransferState state_;
   Ending ending_;
-  /// The destination of a download.
+  /// The file of a download.
   std::unique_ptr<PartFile> file_;
-  /// MD5 that the answer's ETag promises.
+  /// The MD5 that the answer's ETag promises.
   std::optional<std::string> md5_;
-  /// SHA-256 of the payload in hex, once it is needed.
+  /// The SHA-256 of the payload in hexadecimal, once it has been computed.
   std::string hash_;
-  /// Of the request under way; the store may repeat it when it refuses.
+  /// The signature of the running request. The store may repeat it when it refuses the request.
   std::string signature_;
 
-  /// How many requests were sent.
+  /// The number of requests that were sent.
   int requests_ = 0;
 
-  // Of cancel, which any thread may call.
+  // These members belong to cancel(), which any thread may call.
   std::atomic<bool> isCancelled_ = false;
-  /// The request under way.
+  /// The running request.
   Guarded<NumberedExchange> exchange_;
 };
 

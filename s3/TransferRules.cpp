@@ -26,9 +26,9 @@ bool isPassing(int status) {
   return status == 429 || status == 500 || status == 502 || status == 503 || status == 504;
 }
 
-/// The object's MD5 as the store gives it, in lower-case hex, or nothing. An ETag is the MD5 of the
-/// bytes unless the object came in parts (then it has a "-"), was encrypted with a key that is not
-/// the store's own, or lies in a directory bucket ("--x-s3"), says the S3 API reference on ETags.
+/// The MD5 of the object in lower-case hexadecimal, from the ETag, or nothing. By the S3 API
+/// reference an ETag is the MD5 of the bytes unless the object came in parts (then it has a "-"),
+/// was encrypted with a key that is not the store's own, or lies in a directory bucket ("--x-s3").
 std::optional<std::string> md5Of(const HttpAnswer& answer, std::string_view bucket) {
   std::string_view tag = answer.header("etag").value_or(std::string_view());
   if (tag.size() >= 2 && tag.front() == '"' && tag.back() == '"') {
@@ -80,7 +80,7 @@ double secondsLeftAfter(const TransferTarget& target, double secondsLeft,
   return secondsLeft - answer.elapsedSeconds;
 }
 
-/// A further attempt after a pause, unless the attempts or the time are used up.
+/// A further attempt after a pause. Nothing when the attempts or the time are used up.
 std::optional<TransferDecision> furtherAttempt(TransferState state, double delaySeconds) {
   if (state.attemptsLeft <= 0 || delaySeconds >= state.secondsLeft) return std::nullopt;
   --state.attemptsLeft;
@@ -88,7 +88,7 @@ std::optional<TransferDecision> furtherAttempt(TransferState state, double delay
   return again(std::move(state), delaySeconds);
 }
 
-/// Twice the pause before, up to a limit.
+/// Twice the previous pause, up to a limit.
 double nextBackoff(TransferState& state) {
   const double before = state.backoffSeconds;
   state.backoffSeconds =
@@ -96,7 +96,7 @@ double nextBackoff(TransferState& state) {
   return state.backoffSeconds;
 }
 
-/// What the store asks for, in seconds or as a date of its clock, or else the back-off.
+/// The pause that the store asks for, in seconds or as a date of its clock, or else the back-off.
 double retryDelay(TransferState& state, const TransferTime& time, const HttpAnswer& answer) {
   const auto text = answer.header("retry-after");
   if (!text) return nextBackoff(state);
@@ -115,7 +115,7 @@ std::optional<TransferDecision> redirected(const TransferTarget& target, Transfe
   if (state.redirects >= kMaxRedirects || state.secondsLeft <= 0) return std::nullopt;
   std::string to(answer.header("location").value_or(std::string_view()));
   if (to.empty()) {
-    // The store's own way of saying that a bucket lives elsewhere.
+    // S3 names the host of a bucket that lives elsewhere in this element.
     const std::string host = xmlElementText(answer.body, "Endpoint");
     if (host.empty()) return std::nullopt;
     to = state.address.scheme + "://" + host;
@@ -168,7 +168,7 @@ TransferDecision decide(const TransferTarget& target, const TransferState& state
     }
     return failed(*answer.error);
   }
-  // 206 holds a part of an object, and the store promises nothing with any other 2xx.
+  // A 206 holds a part of an object, and the store promises nothing with any other 2xx.
   if (answer.status == 200) return succeeded(target, answer);
   if (isRedirect(answer.status)) {
     if (auto decision = redirected(target, next, answer)) return *decision;

@@ -1,5 +1,5 @@
-// What a transfer does after each answer of the store: whether it has succeeded, is to be sent
-// again, or has failed. One pure function over values; see decide().
+// The decision of a transfer after each answer of the store: it has succeeded, is sent again, or
+// has failed. This is one pure function over values; see decide().
 //
 //   answer                                      next
 //   200, an upload or a whole object            succeeded
@@ -23,36 +23,36 @@
 
 namespace qx {
 
-/// What does not change while a transfer lasts.
+/// The facts that do not change during a transfer.
 struct TransferTarget {
   StoreEndpoint endpoint;
   std::string bucket;
-  /// Percent-encoded.
+  /// The percent-encoded key.
   std::string encodedKey;
   bool isDownload = false;
-  /// Seconds for the transfer, all attempts and pauses included.
+  /// The seconds for the transfer, including all attempts and pauses.
   double timeoutSeconds = 0;
-  /// True: only the time in which nothing moves counts; see LinuxSettings.
+  /// True: only time in which nothing moves counts; see LinuxSettings.
   bool countsStandstillOnly = false;
 };
 
-/// Where a transfer stands between two requests.
+/// The state of a transfer between two requests.
 struct TransferState {
   StoreAddress address;
   std::string region;
   int attemptsLeft = 0;
   double secondsLeft = 0;
-  /// The pause before the latest further attempt; 0 before the first.
+  /// The pause before the latest further attempt. 0 before the first.
   double backoffSeconds = 0;
   int redirects = 0;
   bool clockCorrected = false;
 };
 
-/// What the clocks show when an answer comes.
+/// The times of both clocks when an answer comes.
 struct TransferTime {
-  /// Seconds since 1970 by our own clock.
+  /// The seconds since 1970 by our own clock.
   double now = 0;
-  /// How far the store's clock is ahead, as far as is known.
+  /// The seconds by which the store's clock is ahead, as far as is known.
   double storeOffset = 0;
 };
 
@@ -60,26 +60,27 @@ struct TransferDecision {
   enum class Step { succeeded, again, failed };
 
   Step step = Step::failed;
-  /// With `again`: where the transfer stands now, and the pause before its next request.
+  /// With `again`: the new state of the transfer, and the pause before its next request.
   TransferState state;
   double delaySeconds = 0;
-  /// Set when the store told how far its clock is ahead of ours.
+  /// Set when the store's answer shows how far its clock is ahead of ours.
   std::optional<double> learnedOffset;
-  /// With `succeeded`: the MD5 in lower-case hex that a downloaded object must have, if known.
+  /// With `succeeded`: the MD5 in lower-case hexadecimal that a downloaded object must have, if it
+  /// is known.
   std::optional<std::string> md5;
-  /// With `failed`.
+  /// With `failed`: the error.
   std::optional<Error> error;
 };
 
-/// No clock is plausibly further off than this. A wrong time zone makes 26 hours, a machine that
-/// goes on from a snapshot some days; a store that speaks of more is wrong itself, and a request
-/// signed for its time could be replayed then.
+/// The largest difference of clocks that is believed. A wrong time zone makes 26 hours, a machine
+/// that continues from a snapshot some days. A store that shows more is wrong itself, and a request
+/// signed for its time could be replayed at that time.
 inline constexpr double kLargestClockOffsetSeconds = 7 * 24 * 3600.0;
 
 /// The first state of a transfer.
 TransferState beginningOf(const TransferTarget& target, std::string region, int attempts);
 
-/// `secrets` are left out of what the store says.
+/// Decides. `secrets` are removed from the store's texts.
 TransferDecision decide(const TransferTarget& target, const TransferState& state,
                         const TransferTime& time, const HttpAnswer& answer,
                         const std::vector<std::string_view>& secrets);

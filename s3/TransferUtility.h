@@ -1,11 +1,11 @@
 // The transfer utility: uploads and downloads of objects.
 //
-// One transfer is one or more signed requests. TransferRules.h decides after each answer; this
-// sends, stores what comes, and reports.
+// A transfer is one or more signed requests. TransferRules.h decides after each answer; the
+// transfer sends, stores the bytes and reports.
 //
 // Threads: as in ObjectStore.h. Completions and progress run on the context's queue, except the
-// completion of an upload that succeeded, which runs on the thread of the HTTP handlers. Payloads
-// of more than 16 KiB that have to be hashed are hashed on the queue, smaller ones on the caller's
+// completion of a successful upload, which runs on the thread of the HTTP handlers. Payloads of
+// more than 16 KiB that have to be hashed are hashed on the queue, smaller ones on the caller's
 // thread.
 #pragma once
 
