@@ -63,7 +63,7 @@ Descriptor opened(int directory, const std::string& name, int flags, mode_t mode
       retried([&] { return ::openat(directory, name.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
-/// The system gives the lock back when the descriptor is closed.
+/// The lock of a directory. The system releases it when the descriptor is closed.
 class DescriptorLock : public FileLock {
  public:
   explicit DescriptorLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}

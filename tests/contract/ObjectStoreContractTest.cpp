@@ -42,7 +42,7 @@ struct FakeStore {
     return "any";
   }
   std::string endpoint() const { return "http://store.example"; }
-  /// The next upload does not end by itself.
+  /// Makes the next upload wait until it is cancelled.
   void stalls() { store.hold(); }
 
   FakeStore() {

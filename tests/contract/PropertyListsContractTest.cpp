@@ -36,7 +36,8 @@ Value sampleLog() {
       {"b.png", Dictionary{{"base", Dictionary{}}, {"extra", Dictionary{}}}}};
 }
 
-/// UTF-8 as RFC 3629 lays it down; also of a surrogate, which is no valid UTF-8.
+/// Encodes a character by RFC 3629. A surrogate is encoded in the same way, although the result is
+/// no valid UTF-8.
 std::string utf8(char32_t c) {
   const auto byte = [](char32_t value) { return static_cast<char>(value); };
   const auto next = [&](int shift) { return byte(0x80 | ((c >> shift) & 0x3F)); };
@@ -116,7 +117,7 @@ TYPED_TEST(PropertyListsContract, WritesExactlyTheCharactersOfXmlAndReadsEachBac
   for (char32_t first = 0; first <= 0x10FFFF; first += kAtOnce) {
     std::string all;
     for (char32_t c = first; c < first + kAtOnce; ++c) {
-      // Beyond the first two planes every 61st character stands for the others.
+      // Beyond the first two planes, every 61st character stands for the others.
       if (c >= 0x20000 && c % 61 != 0) continue;
       const std::string character = utf8(c);
       EXPECT_EQ(this->lists_.element(character).has_value(), isXml(c)) << std::hex << int(c);

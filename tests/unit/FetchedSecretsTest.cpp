@@ -1,5 +1,5 @@
-// How long the credentials of a fetch stay in memory, as the texts tell from which the secrets in
-// force are left out.
+// The time for which the credentials of a fetch stay in memory. Texts from which the secrets in
+// force are removed show it.
 #include <gtest/gtest.h>
 
 #include <memory>

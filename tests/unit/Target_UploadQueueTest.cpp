@@ -86,7 +86,7 @@ class TargetUploadQueueTest : public UploadFixture {
     queue(action, {{"names", names}});
     run();
   }
-  /// "accepted a", "queued a": the events that name an upload with this tag.
+  /// The events that name an upload with this tag, such as "accepted a" and "queued a".
   std::vector<std::string> told(const std::string& tag) {
     std::vector<std::string> names;
     for (const Dictionary& event : events) {
@@ -135,7 +135,8 @@ TEST_F(TargetUploadQueueTest, BackgroundUploadIsToldFromItsAcceptanceToItsArriva
 TEST_F(TargetUploadQueueTest, BytesAreToldTenTimesASecondAtMostAndTheLastOnesAlways) {
   setUp();
   observe();
-  // At one moment of the clock: the first report passes, the others wait for their time.
+  // All reports come at one moment of the clock: the first one is told, the others wait for their
+  // time.
   platform.objectStore.reportProgress({{1, 9}, {2, 9}, {3, 9}, {9, 9}});
   background("a", "123456789");
   run();
@@ -386,7 +387,7 @@ TEST_F(TargetUploadQueueTest, CancelEndsAnUploadThatWaitsForCredentials) {
   setUp();
   platform.messageClients.hold(kGetUploadConfig);
   direct("d");
-  // The fetch blocks its queue until the answer comes, so the cancel runs on the way.
+  // The fetch blocks its queue until the answer comes, so the cancel runs during the fetch.
   platform.dispatch.onIdle = [this] {
     platform.dispatch.onIdle = nullptr;
     for (const auto& executor : library.directUploads.all()) executor->cancel();
@@ -520,7 +521,7 @@ TEST_F(TargetUploadQueueTest, WithoutSetUpTheListReadsTheUserOfTheHostAndDropKee
   background("a");
   background("b");
   run();
-  // Another process of the same user, once the first one has ended.
+  // This library stands for another process of the same user, after the first one has ended.
   library.configure.scheduler.store(nullptr);
   library.taskQueue->reset();
   Library& later = keptLibrary(platform.seams());

@@ -27,7 +27,7 @@ TEST_P(StandstillTable, NamesTheReasonThatHasToGoFirst) {
   EXPECT_EQ(found.reason, GetParam().expected.reason);
 }
 
-/// Everything stands in the way at once; each row takes the first reason away.
+/// At first every possible reason holds. Each row removes the first of them.
 TaskFacts everything() {
   return {.stage = TaskStage::queued,
           .held = true,

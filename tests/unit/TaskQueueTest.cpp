@@ -20,8 +20,8 @@
 namespace qx {
 namespace {
 
-/// A task that tells when its executor starts. Without bytes the executor reports a failure from
-/// inside execute(); with bytes it waits for credentials that never come, and the test reports.
+/// A task that tells when its executor starts. Without bytes the executor reports a failure inside
+/// execute(). With bytes it waits for credentials that never come, and the test reports.
 class ProbeTask : public Task {
  public:
   ProbeTask(std::string filename, std::function<std::optional<Data>()> onStart)
@@ -42,7 +42,7 @@ class ProbeTask : public Task {
 
 class TaskQueueTest : public testing::Test {
  protected:
-  /// Reports only when told to.
+  /// Reports only when the test says so.
   std::shared_ptr<TaskExecutor> running(const std::string& name) {
     return std::make_shared<TaskExecutor>(library.platform, library.configure, library.events,
                                           UploadKind::background,
@@ -265,7 +265,7 @@ TEST_F(TaskQueueTest, CallbackMayReplaceTheCompletionThatRuns) {
   const auto queue = TaskQueue::make(platform.reachability, [] { return 1; });
   const auto executor = running("0");
   std::string seen;
-  // Long enough to lie on the heap, so that a use after the replacement shows.
+  // The text is long enough to lie on the heap, so that a use after its replacement shows.
   executor->complete = [&seen, text = std::string(100, 'x')](
                            const std::shared_ptr<TaskExecutor>& reporting, const auto&, const auto&,
                            std::int64_t) {

@@ -46,7 +46,7 @@ TEST(Url, AcceptsUtf8OutsideAscii) {
   EXPECT_TRUE(Url::parse("https://h/f\xC3\xBC/\xF0\x9F\x93\xB7.jpg"));
 }
 
-// The parts of RFC 3986's own examples, as its sections 1.1.2 and 3 name them.
+// The parts of the examples in RFC 3986, as its sections 1.1.2 and 3 name them.
 TEST(Url, NamesItsSchemeAuthorityAndHost) {
   struct Row {
     const char* text;
