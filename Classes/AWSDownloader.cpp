@@ -52,8 +52,7 @@ struct AWSDownloader::Request {
 
   void fail(const Error& error, int backendStatus = 0) const {
     if (complete) complete(std::nullopt, error);
-    events.downloadFailed(url, error.code, error.description, static_cast<bool>(complete),
-                          backendStatus);
+    events.downloadFailed(url, error, static_cast<bool>(complete), backendStatus);
   }
 
   UploadEvents& events;
@@ -88,8 +87,9 @@ void AWSDownloader::fetch(const std::shared_ptr<const Request>& request,
   if (utility == nullptr) {
     constexpr std::string_view kNoUtility = "[Error] config s3 failed";
     tracking_.trackingDownloadFailure(request->filename, std::nullopt, std::string(kNoUtility));
-    events_.downloadFailed(request->url, static_cast<std::int64_t>(AWSErrorCode::noConfigured),
-                           std::string(kNoUtility), /*completed=*/false);
+    events_.downloadFailed(request->url,
+                           uploaderError(AWSErrorCode::noConfigured, std::string(kNoUtility)),
+                           /*completed=*/false);
     return;
   }
   // The key depends on the file name alone, not on the folders of the URL.
@@ -133,8 +133,8 @@ void AWSDownloader::download(const std::string& url, const std::string& scope,
   if (!parsed || !isPlainPathComponent(parsed->lastPathComponent())) {
     constexpr std::string_view kNoUrl = "[Error] not found url";
     tracking_.trackingDownloadFailure(std::nullopt, std::nullopt, std::string(kNoUrl));
-    events_.downloadFailed(url, static_cast<std::int64_t>(AWSErrorCode::missParamters),
-                           std::string(kNoUrl), /*completed=*/false);
+    events_.downloadFailed(url, uploaderError(AWSErrorCode::missParamters, std::string(kNoUrl)),
+                           /*completed=*/false);
     return;
   }
   const auto request = std::make_shared<Request>(events_, idle_);

@@ -19,9 +19,14 @@ Dictionary subject(UploadKind kind, const Task& task) {
   return event;
 }
 
+void addError(Dictionary& event, const Error& error) {
+  event["domain"] = error.domain;
+  event["code"] = error.code;
+  event["text"] = error.description;
+}
+
 void addFailure(Dictionary& event, const AWSCallbackStatus& status) {
-  event["code"] = static_cast<std::int64_t>(status.code());
-  event["text"] = status.message();
+  addError(event, uploaderError(status.code(), status.message()));
   if (status.backendStatus() != 0) event["backendStatus"] = std::int64_t{status.backendStatus()};
 }
 
@@ -108,10 +113,7 @@ void UploadEvents::accepted(UploadKind kind, const Task& task, std::size_t size,
   Dictionary event = subject(kind, task);
   event["size"] = static_cast<std::int64_t>(size);
   event["stored"] = stored;
-  if (whyNotStored) {
-    event["code"] = whyNotStored->code;
-    event["text"] = whyNotStored->description;
-  }
+  if (whyNotStored) addError(event, *whyNotStored);
   tell("accepted", std::move(event));
 }
 
@@ -173,8 +175,7 @@ void UploadEvents::dropped(const Task& task) {
 void UploadEvents::dropFailed(const Task& task, const Error& error) {
   if (!observed()) return;
   Dictionary event = subject(UploadKind::background, task);
-  event["code"] = error.code;
-  event["text"] = error.description;
+  addError(event, error);
   tell("dropFailed", std::move(event));
 }
 
@@ -184,10 +185,7 @@ void UploadEvents::imageReported(const AWSParameterMap& extra, std::int64_t item
   Dictionary event = {{"itemId", itemId}, {"url", url}};
   const auto tag = extra.find(std::string(kTagExtra));
   if (tag != extra.end()) event["tag"] = tag->second.toString();
-  if (error) {
-    event["code"] = error->code;
-    event["text"] = error->description;
-  }
+  if (error) addError(event, *error);
   tell(error ? "imageReportFailed" : "imageReported", std::move(event));
 }
 
@@ -200,10 +198,11 @@ void UploadEvents::downloaded(const std::string& url, const std::string& path) {
   if (observed()) tell("downloaded", {{"url", url}, {"path", path}});
 }
 
-void UploadEvents::downloadFailed(const std::string& url, std::int64_t code,
-                                  const std::string& text, bool completed, int backendStatus) {
+void UploadEvents::downloadFailed(const std::string& url, const Error& error, bool completed,
+                                  int backendStatus) {
   if (!observed()) return;
-  Dictionary event = {{"url", url}, {"code", code}, {"text", text}, {"completed", completed}};
+  Dictionary event = {{"url", url}, {"completed", completed}};
+  addError(event, error);
   if (backendStatus != 0) event["backendStatus"] = std::int64_t{backendStatus};
   tell("downloadFailed", std::move(event));
 }
@@ -214,13 +213,18 @@ void UploadEvents::credentialsFetched(const std::vector<std::string>& scopes) {
 
 void UploadEvents::credentialsRefused(const std::optional<Error>& error, const std::string& text) {
   if (!observed()) return;
-  Dictionary event = {{"code", error ? error->code : 0}, {"text", text}};
+  Dictionary event;
+  addError(event, {error ? error->domain : std::string(kUploaderErrorDomain),
+                   error ? error->code : 0, text});
   if (error && error->domain == kNetworkingErrorDomain) event["backendStatus"] = error->code;
   tell("credentialsRefused", std::move(event));
 }
 
 void UploadEvents::storeUnavailable(const Error& error) {
-  if (observed()) tell("storeUnavailable", {{"code", error.code}, {"text", error.description}});
+  if (!observed()) return;
+  Dictionary event;
+  addError(event, error);
+  tell("storeUnavailable", std::move(event));
 }
 
 }  // namespace qx

@@ -88,8 +88,8 @@ class UploadEvents {
   ProgressBlock received(const std::string& url);
   void downloaded(const std::string& url, const std::string& path);
   /// `completed`: true when the host's "complete" is called.
-  void downloadFailed(const std::string& url, std::int64_t code, const std::string& text,
-                      bool completed, int backendStatus = 0);
+  void downloadFailed(const std::string& url, const Error& error, bool completed,
+                      int backendStatus = 0);
 
   void credentialsFetched(const std::vector<std::string>& scopes);
   void credentialsRefused(const std::optional<Error>& error, const std::string& text);

@@ -163,6 +163,7 @@ TEST_F(TargetUploadQueueTest, FailedAttemptSaysWhetherItCountsAndWhenTheNextOneI
   run();
   const Dictionary failed = lastEvent("attemptFailed");
   EXPECT_EQ(readInt(failed, "attempt"), 1);
+  EXPECT_EQ(readText(failed, "domain"), "AWSUploaderError");
   EXPECT_EQ(readInt(failed, "code"), 3);
   EXPECT_EQ(readText(failed, "text"), "down");
   EXPECT_EQ(readBool(failed, "counted"), true);
@@ -194,6 +195,7 @@ TEST_F(TargetUploadQueueTest, UploadThatCannotBeStoredSaysWhyAndIsGivenUpAfterIt
   run();
   const Dictionary accepted = lastEvent("accepted");
   EXPECT_EQ(readBool(accepted, "stored"), false);
+  EXPECT_EQ(readText(accepted, "domain"), "Files");
   EXPECT_EQ(readInt(accepted, "code"), EIO);
   EXPECT_THAT(*readText(accepted, "text"), testing::HasSubstr(kDirectory));
   EXPECT_THAT(told("a"), ElementsAre("accepted", "queued", "started", "attemptFailed", "givenUp"));
