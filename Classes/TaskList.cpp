@@ -36,7 +36,8 @@ std::string retryText(const TaskFacts& facts) {
 
 Standstill standstillOf(const TaskFacts& facts) {
   if (facts.stage == TaskStage::running) return {};
-  if (facts.bytesMissing) return {"bytes", "its stored bytes are missing"};
+  if (facts.stray) return {"stray", "its entry names a file outside the user's directory"};
+  if (facts.bytesMissing) return {"bytes", "its data file is missing"};
   if (facts.held) return {"cancelled", "is cancelled"};
   if (facts.paused) return {"paused", "is paused"};
   if (!facts.reachable) return {"network", "waits for the network"};

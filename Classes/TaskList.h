@@ -32,6 +32,8 @@ struct TaskFacts {
   bool paused = false;
   bool reachable = true;
   bool bytesMissing = false;
+  /// True when its log entry names a file outside the directory of the user.
+  bool stray = false;
   /// The reason of the backend because of which the scope has no credentials.
   std::optional<std::string> refusal = {};
   /// For a queued upload: the number of uploads that wait before it, that run, and that may run.
@@ -45,7 +47,7 @@ struct TaskFacts {
 
 /// The only reason why an upload is not moving. Both texts are empty when it moves.
 struct Standstill {
-  /// One of "cancelled", "bytes", "paused", "network", "credentials", "slot" and "retry".
+  /// One of "stray", "bytes", "cancelled", "paused", "network", "credentials", "slot" and "retry".
   std::string why;
   /// The same reason as a sentence without its full stop.
   std::string reason;

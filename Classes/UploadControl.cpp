@@ -1,5 +1,6 @@
 #include "Classes/UploadControl.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <set>
@@ -45,7 +46,10 @@ Array UploadControl::tasks() {
   const auto add = [&](const Task& task, UploadKind kind, TaskFacts facts) {
     if (!told.insert(task.filename()).second) return;
     ListedTask entry{.kind = kind, .attempts = failedAttempts(task)};
-    if (const auto* stored = dynamic_cast<const FileTask*>(&task)) {
+    if (facts.stray) {
+      // A file outside the user's directory is not examined.
+      entry.stored = true;
+    } else if (const auto* stored = dynamic_cast<const FileTask*>(&task)) {
       const Result<FileFacts> file = files.facts(documentPath(files) + "/" + stored->filePath());
       entry.stored = true;
       if (file) {
@@ -73,13 +77,18 @@ Array UploadControl::tasks() {
   }
   const std::shared_ptr<UserTaskStorage> storage = storageToRead();
   if (!storage) return list;
-  const Result<std::vector<std::shared_ptr<FileTask>>> stored = storage->readTasks();
-  if (!stored) {
-    parts_.events.storeUnavailable(stored.error());
+  const Result<UserTaskStorage::LoggedTasks> logged = storage->readTasks();
+  if (!logged) {
+    parts_.events.storeUnavailable(logged.error());
     return list;
   }
-  for (const auto& task : *stored) {
+  for (const auto& task : logged->tasks) {
     add(*task, UploadKind::background, facts(TaskStage::stored, *task, now));
+  }
+  for (const auto& task : logged->strays) {
+    TaskFacts stray = facts(TaskStage::stored, *task, now);
+    stray.stray = true;
+    add(*task, UploadKind::background, std::move(stray));
   }
   return list;
 }
@@ -161,16 +170,25 @@ void UploadControl::drop(const std::vector<std::string>& names) {
     const auto scheduler = parts_.configure.scheduler.load();
     std::shared_ptr<UserTaskStorage> storage = storageToRead();
     if (!storage) return;
+    const Result<UserTaskStorage::LoggedTasks> logged = storage->readTasks();
+    if (!logged) return;
     std::map<std::string, std::shared_ptr<FileTask>> stored;
-    for (auto& task : storage->localTasks()) stored.emplace(task->filename(), std::move(task));
+    for (const auto& task : logged->tasks) stored.emplace(task->filename(), task);
+    std::vector<std::shared_ptr<FileTask>> strays = logged->strays;
+    // The storage of an identity that is in force has removed such entries when it was opened.
+    std::erase_if(strays, [&](const auto& task) {
+      return scheduler || std::ranges::find(names, task->filename()) == names.end();
+    });
     std::vector<std::string> known;
     for (const std::string& name : names) {
       if (stored.contains(name)) known.push_back(name);
     }
+    std::optional<Error> fault;
     // Without an identity nothing is under way, and the uploads of other runs must stay stored.
-    if (!scheduler && !known.empty()) {
+    if (!scheduler && !(known.empty() && strays.empty())) {
       storage = parts_.storages.open(storage->userId(), StoredTasks::resume);
-      if (const auto fault = storage->fault()) parts_.events.storeUnavailable(*fault);
+      fault = storage->fault();
+      if (fault) parts_.events.storeUnavailable(*fault);
     }
     const std::map<std::string, Error> failures = storage->removeAll(known);
     for (const std::string& name : known) {
@@ -179,6 +197,14 @@ void UploadControl::drop(const std::vector<std::string>& names) {
         parts_.events.dropped(*stored.at(name));
       } else {
         parts_.events.dropFailed(*stored.at(name), failure->second);
+      }
+    }
+    for (const auto& task : strays) {
+      // The opening of the storage has removed the entry.
+      if (fault) {
+        parts_.events.dropFailed(*task, *fault);
+      } else {
+        parts_.events.dropped(*task);
       }
     }
     parts_.idle.changed();

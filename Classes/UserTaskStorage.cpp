@@ -580,22 +580,21 @@ Result<AWSLogMap> UserTaskStorage::readLog() const {
 }
 
 std::vector<std::shared_ptr<FileTask>> UserTaskStorage::localTasks() const {
-  auto tasks = readTasks();
-  return tasks ? std::move(*tasks) : std::vector<std::shared_ptr<FileTask>>();
+  auto logged = readTasks();
+  return logged ? std::move((*logged).tasks) : std::vector<std::shared_ptr<FileTask>>();
 }
 
-Result<std::vector<std::shared_ptr<FileTask>>> UserTaskStorage::readTasks() const {
+Result<UserTaskStorage::LoggedTasks> UserTaskStorage::readTasks() const {
   const Result<AWSLogMap> entries = readLog();
   if (!entries) return entries.error();
-  std::vector<std::shared_ptr<FileTask>> tasks;
+  LoggedTasks logged;
   for (const auto& [filename, info] : *entries) {
     std::shared_ptr<FileTask> rebuilt = task(filename, &info);
-    if (resumes() && !isUsable(filename, info)) continue;
-    if (rebuilt && isDataFileName(filename) && isDataFilePath(rebuilt->filePath())) {
-      tasks.push_back(std::move(rebuilt));
-    }
+    if (!rebuilt || (resumes() && !isUsable(filename, info))) continue;
+    const bool inside = isDataFileName(filename) && isDataFilePath(rebuilt->filePath());
+    (inside ? logged.tasks : logged.strays).push_back(std::move(rebuilt));
   }
-  return tasks;
+  return logged;
 }
 
 std::shared_ptr<FileTask> UserTaskStorage::task(const std::string& filename,

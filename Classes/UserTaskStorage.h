@@ -86,8 +86,14 @@ class UserTaskStorage {
   /// lies outside the user's directory is not usable. A resuming storage leaves damaged entries out
   /// as well.
   std::vector<std::shared_ptr<FileTask>> localTasks() const;
-  /// The same, or the error because of which the log cannot be read.
-  Result<std::vector<std::shared_ptr<FileTask>>> readTasks() const;
+  struct LoggedTasks {
+    std::vector<std::shared_ptr<FileTask>> tasks;
+    /// The tasks whose entries name a file outside the user's directory. They are never uploaded.
+    std::vector<std::shared_ptr<FileTask>> strays;
+  };
+  /// The tasks of the log file and the strays, or the error because of which the log cannot be
+  /// read.
+  Result<LoggedTasks> readTasks() const;
   const std::string& userId() const { return userId_; }
   /// Rebuilds the task of a log entry. Nothing when the entry lacks a required value.
   std::shared_ptr<FileTask> task(const std::string& filename, const AWSLogEntry* info) const;

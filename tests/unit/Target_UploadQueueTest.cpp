@@ -545,6 +545,26 @@ TEST_F(TargetUploadQueueTest, DamagedLogIsToldWhenItIsListed) {
   EXPECT_THAT(*readText(lastEvent("storeUnavailable"), "text"), testing::HasSubstr("is damaged"));
 }
 
+TEST_F(TargetUploadQueueTest, EntryThatNamesAFileOutsideTheDirectoryIsListedAndDroppedAlone) {
+  observe();
+  platform.files.put("/documents/kept.jpg", "kept");
+  const Value log = Dictionary{{"a.jpg", Dictionary{{"base", Dictionary{{"file_path", "kept.jpg"},
+                                                                        {"module_key", "avatar"}}},
+                                                    {"extra", Dictionary{{"tag", "a"}}}}}};
+  platform.files.put(kDirectory + "/logs.plist",
+                     std::string(platform.propertyLists.documentStart()) +
+                         platform.propertyLists.element(log).value() +
+                         std::string(platform.propertyLists.documentEnd()));
+  const Dictionary entry = byTag().at("a");
+  EXPECT_EQ(readText(entry, "why"), "stray");
+  EXPECT_EQ(readText(entry, "reason"), "its entry names a file outside the user's directory");
+  EXPECT_FALSE(entry.contains("size"));
+  steer("Action_Drop:", {"a"});
+  EXPECT_EQ(readText(lastEvent("dropped"), "name"), "a.jpg");
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_EQ(platform.files.text("/documents/kept.jpg"), "kept");
+}
+
 TEST_F(TargetUploadQueueTest, WhatAnotherProcessHasLockedIsToldAndUploadsRunFromMemory) {
   observe();
   platform.files.createDirectory(kDirectory);

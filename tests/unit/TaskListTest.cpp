@@ -34,6 +34,7 @@ TaskFacts everything() {
           .paused = true,
           .reachable = false,
           .bytesMissing = true,
+          .stray = true,
           .refusal = "wrong token",
           .before = 3,
           .running = 6,
@@ -48,7 +49,9 @@ std::vector<Case> cases() {
   facts.stage = TaskStage::running;
   all.push_back({"RunningMoves", facts, {"", ""}});
   facts.stage = TaskStage::queued;
-  all.push_back({"MissingBytes", facts, {"bytes", "its stored bytes are missing"}});
+  all.push_back({"Stray", facts, {"stray", "its entry names a file outside the user's directory"}});
+  facts.stray = false;
+  all.push_back({"MissingBytes", facts, {"bytes", "its data file is missing"}});
   facts.bytesMissing = false;
   all.push_back({"Cancelled", facts, {"cancelled", "is cancelled"}});
   facts.held = false;
