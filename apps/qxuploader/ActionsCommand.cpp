@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
 #include "Advice.h"
@@ -73,13 +72,24 @@ class ActionsCommand::Expectation {
 
 ActionsCommand::ActionsCommand(const Context& context) : Session(context) {}
 
+ActionsCommand::~ActionsCommand() {
+  stop_.set();
+  if (reader_.joinable()) reader_.join();
+}
+
 void ActionsCommand::begin() {
   rememberMainThread();
-  std::thread([this] { readLines(); }).detach();
+  reader_ = std::thread([this] { readLines(); });
+}
+
+std::shared_ptr<void> ActionsCommand::takeRoom(std::size_t size) {
+  const std::size_t room = std::min(size / kRoomBytes + 1, kRoom);
+  for (std::size_t taken = 0; taken < room; ++taken) room_.acquire();
+  return {nullptr, [this, room](void*) { room_.release(static_cast<std::ptrdiff_t>(room)); }};
 }
 
 void ActionsCommand::readLines() {
-  InputLines lines(STDIN_FILENO);
+  InputLines lines(STDIN_FILENO, stop_);
   std::string line;
   for (std::uint64_t number = 1;; ++number) {
     const InputLines::Next next = lines.next(line);
@@ -89,12 +99,8 @@ void ActionsCommand::readLines() {
       continue;
     }
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-    const std::size_t room = std::min(line.size() / kRoomBytes + 1, kRoom);
-    for (std::size_t taken = 0; taken < room; ++taken) room_.acquire();
-    host().post([this, line, number, room] {
-      take(line, number);
-      room_.release(static_cast<std::ptrdiff_t>(room));
-    });
+    // The room is free again when the line has been taken, or dropped at the end of the run.
+    host().post([this, line, number, room = takeRoom(line.size())] { take(line, number); });
   }
   host().post([this] { inputEnded(); });
 }
@@ -138,7 +144,7 @@ void ActionsCommand::takeAction(const Dictionary& line, std::uint64_t number) {
     wrongLine(number, parameters.error().description);
     return;
   }
-  host().perform(action, *parameters);
+  host().perform(kUploader, action, *parameters);
 }
 
 void ActionsCommand::takeHost(const Dictionary& changes, std::uint64_t number) {

@@ -12,15 +12,18 @@
 #include <memory>
 #include <semaphore>
 #include <string>
+#include <thread>
 
 #include "ActionLine.h"
 #include "Session.h"
+#include "StopEvent.h"
 
 namespace qx::app {
 
 class ActionsCommand : public Session {
  public:
   explicit ActionsCommand(const Context& context);
+  ~ActionsCommand() override;
 
  private:
   /// One "complete" under way; the library lets go of it when it can no longer be called.
@@ -34,6 +37,8 @@ class ActionsCommand : public Session {
   void onUnknownAction(std::string_view action) override;
 
   void readLines();
+  /// Waits until so much of the room is free; what is returned gives it back in the end.
+  std::shared_ptr<void> takeRoom(std::size_t size);
   void take(const std::string& line, std::uint64_t number);
   void takeAction(const Dictionary& line, std::uint64_t number);
   void takeHost(const Dictionary& changes, std::uint64_t number);
@@ -55,6 +60,8 @@ class ActionsCommand : public Session {
   static constexpr std::size_t kRoom = 1000;
   static constexpr std::size_t kRoomBytes = std::size_t{64} << 10;
   std::counting_semaphore<> room_{kRoom};
+  StopEvent stop_;
+  std::thread reader_;
 };
 
 }  // namespace qx::app

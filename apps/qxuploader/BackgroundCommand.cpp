@@ -13,7 +13,10 @@ BackgroundCommand::BackgroundCommand(const Context& context, BackgroundOptions o
 
 void BackgroundCommand::begin() {
   const bool onlyStored = options_.paths.empty() && options_.retried.empty();
-  if (!open({.allOfThisRun = onlyStored, .retried = options_.retried})) return;
+  open({.allOfThisRun = onlyStored, .retried = options_.retried});
+}
+
+void BackgroundCommand::opened() {
   collectFiles();
   handOverNext();
 }
@@ -64,42 +67,23 @@ void BackgroundCommand::walk(const std::string& path, std::vector<std::string>& 
 }
 
 void BackgroundCommand::handOverNext() {
-  if (finished()) return;
+  if (ending()) return;
   if (next_ == files_.size()) {
     handedOver_ = true;
-    changed();
-    return;
+    if (options_.wait) return finishWhenIdle();
+    return changed();
   }
-  const std::string& file = files_[next_++];
-  if (options_.image) {
-    submitImage(file, {.scope = options_.scope,
-                       .itemId = options_.image->itemId,
-                       .det = options_.image->det,
-                       .tags = options_.image->tags});
-  } else {
-    submit(file, options_.scope);
-  }
+  submit(files_[next_++], options_.scope, options_.image ? &*options_.image : nullptr);
   host().post([this] { handOverNext(); });
 }
 
 void BackgroundCommand::changed() {
-  if (ending_ || !mayEnd()) return;
-  ending_ = true;
-  // Behind what is posted already: a report is counted out before its failure is heard of here.
-  host().post([this] {
-    ending_ = false;
-    if (!mayEnd()) return;
-    if (!options_.wait && !allTried()) {
-      out().note("no network; what was handed over stays stored");
-    }
-    finishWithSummary();
-  });
-}
-
-bool BackgroundCommand::mayEnd() {
-  if (!handedOver_ || finished() || reporting()) return false;
-  if (options_.wait) return nothingLeft();
-  return allTried() || !host().reachability().isReachable();
+  if (!handedOver_ || options_.wait || ending() || reporting()) return;
+  if (!allTried()) {
+    if (host().reachability().isReachable()) return;
+    out().note("no network; what was handed over stays stored");
+  }
+  finishWithSummary();
 }
 
 }  // namespace qx::app

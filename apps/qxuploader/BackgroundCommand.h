@@ -22,12 +22,7 @@ struct BackgroundOptions {
   /// Until nothing is stored any more, instead of until every file was tried once.
   bool wait = false;
   /// "background-image": the item the files belong to.
-  struct Image {
-    std::int64_t itemId = 0;
-    bool det = false;
-    std::vector<std::string> tags;
-  };
-  std::optional<Image> image;
+  std::optional<ImageItem> image;
 };
 
 class BackgroundCommand : public BackgroundRun {
@@ -36,10 +31,9 @@ class BackgroundCommand : public BackgroundRun {
 
  private:
   void begin() override;
+  void opened() override;
   void changed() override;
   std::size_t notHandedOver() const override { return files_.size() - next_; }
-  /// Nothing is left to wait for, as far as it is known here.
-  bool mayEnd();
   /// One file per piece of work, so that Ctrl-C and outcomes come in between.
   void handOverNext();
   /// The files of the paths, directories in the order of their names, each file once.
@@ -52,7 +46,6 @@ class BackgroundCommand : public BackgroundRun {
   std::vector<std::string> files_;
   std::size_t next_ = 0;
   bool handedOver_ = false;
-  bool ending_ = false;
 };
 
 }  // namespace qx::app

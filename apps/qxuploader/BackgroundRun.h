@@ -1,8 +1,9 @@
-// Background uploads under way: hands files over, keeps the count, says what happened.
+// Background uploads under way: hands files to the library, counts them, and says what becomes of
+// them.
 //
-// The library tells the outcome of each attempt through one callback that knows the task's extra
-// values only. A file's task is found again by the extra values that this program adds to it, an
-// image by its digest and item.
+// The library's events tell what becomes of a file. An event names the object. Only the event of
+// the acceptance is found by the tag, because the library chooses the name with it.
+//
 // Threads: see Session.
 #pragma once
 
@@ -11,12 +12,14 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "ListedTask.h"
 #include "Session.h"
-#include "StoredTasks.h"
 #include "UnknownScopes.h"
+#include "UploadTag.h"
 
 namespace qx::app {
 
@@ -30,26 +33,21 @@ class BackgroundRun : public Session {
     /// Names of stored tasks that get all their attempts back and are of this run.
     std::vector<std::string> retried;
   };
-  /// Makes the library ready and takes up what earlier runs stored, or drops it with --forget.
-  /// False when that failed, and then the run has ended.
-  bool open(const OpenOptions& options);
-  /// Hands a file over; what cannot be read is reported and counted as failed.
-  void submit(const std::string& file, const std::string& scope);
-  /// The same for an item's original image.
-  struct ImageOptions {
-    std::string scope;
-    std::int64_t itemId = 0;
-    bool det = false;
-    std::vector<std::string> tags;
-  };
-  void submitImage(const std::string& file, const ImageOptions& options);
+  /// Sets the library up, and takes up the tasks that earlier runs have stored, or drops them with
+  /// --forget. Then calls opened(). After a failure the run ends instead.
+  void open(OpenOptions options);
+  /// Files may be handed over.
+  virtual void opened() = 0;
+  /// Hands a file to the library, as the original image of `item` unless `item` is null. A file
+  /// that cannot be read is reported and counted as failed.
+  void submit(const std::string& file, const std::string& scope, const ImageItem* item = nullptr);
+  /// Ends the run once nothing runs or waits any more.
+  void finishWhenIdle();
 
   /// True when every file of this run has been tried once.
   bool allTried() const { return untried_ == 0; }
-  /// True when nothing waits, runs, or is stored.
-  bool nothingLeft() const { return active_ == 0 && retrying_ == 0; }
   /// True while the backend is being told of an image.
-  bool reporting() { return host().messagesUnderWay() > 0; }
+  bool reporting() const { return !reporting_.empty(); }
   /// Called after each change of the counts, and about once a second.
   virtual void changed() = 0;
 
@@ -59,59 +57,88 @@ class BackgroundRun : public Session {
   void failedBeforeStart(const std::string& file, const std::string& what, const Event& error);
   /// The last words and the exit status.
   void finishWithSummary();
+  /// True when the run only has its last words to say, or has said them.
+  bool ending() const { return ending_ || finished(); }
   void interrupted() override;
 
  private:
-  void onMessageEnded(const APIRequest& message, const std::optional<Error>& error) override;
-
   enum class State { active, retrying, done, failed };
   struct Item {
     std::string label;
+    std::string scope;
     State state = State::active;
-    std::int64_t attempts = 0;
-    /// Stored by an earlier run.
-    bool adopted = false;
     /// Named by the user of this run.
     bool ofThisRun = true;
+    /// An item's image: the backend is told of it once it is uploaded.
+    bool isImage = false;
+    std::int64_t attempts = 0;
+    bool running = false;
     bool tried = false;
     /// False when only this process knows the task: it is not tried again.
     bool stored = true;
-    /// The log was without it when last looked at.
-    bool missed = false;
+    /// HTTP status of the backend's answer behind the last failure, else 0.
+    int backendStatus = 0;
   };
 
+  void onEvent(const Dictionary& event) override;
+  void accepted(const Dictionary& event);
+  void started(const Dictionary& event);
+  void attemptFailed(const Dictionary& event);
+  void givenUp(const Dictionary& event);
+  void uploaded(const Dictionary& event);
+  void dropped(const Dictionary& event);
+  void dropFailed(const Dictionary& event);
+  void imageReported(const Dictionary& event);
+  void imageReportFailed(const Dictionary& event);
+  void storeUnavailable(const Dictionary& event);
+
+  void listed(const std::vector<ListedTask>& tasks);
+  void forget(const std::vector<ListedTask>& tasks);
+  void cannotForget(const Error& why);
+  void forgot();
+  void setUp();
+  void takeUp(const std::vector<ListedTask>& tasks);
+  void retry(const std::vector<ListedTask>& tasks);
   /// The bytes of a file that may be handed over, or nothing when that was refused and reported.
-  std::optional<Data> bytesOf(const std::string& file);
-  bool forget(const StoredTasks& before);
-  void adoptAll(const StoredTasks& before, const OpenOptions& options);
-  void adopt(const StoredTask& task, std::int64_t attempts, bool ofThisRun);
-  Item& add(const std::string& id, Item item);
-  /// Sends the action that stores the item's task, and notes whether that went well.
-  void store(Item& item, const std::string& action, const Dictionary& parameters);
-  void ended(const std::string& scope, const std::optional<std::string>& url,
-             const std::map<std::string, std::string>& extra, const std::optional<Error>& error);
+  std::optional<Data> contentOf(const std::string& file, const ImageItem* item);
+  Item& add(Item item);
+  /// The task that an event is about; one that nobody knew is added.
+  Item& itemOf(const Dictionary& event);
+  /// True when an earlier run stored this; that is told then.
+  bool alreadyStored(const std::string& file, const std::string& scope, const std::string& tag);
+  /// An attempt has ended.
+  void tried(Item& item);
+  void failed(Item& item, State state, const Dictionary& event, const std::string& tail);
+  /// The library has let it go without an outcome.
+  void lost(Item& item);
+  /// The image that the backend was to be told of; null when it is none of this run's.
+  Item* reported(const Dictionary& event);
   void setState(Item& item, State state);
-  Item* find(const std::string& id);
-  /// True when an earlier run stored this, with the same content and these extra values; that is
-  /// told then.
-  bool alreadyStored(const std::string& source, const std::string& file, const std::string& scope,
-                     const Data& bytes, const std::map<std::string, std::string>& extra);
-  StoredLog log();
-  StoredTasks stored() { return log().read(); }
-  std::string userId();
   UnknownScopes& unknownScopes();
   void tick();
-  /// Finds the tasks that will not be tried again: the log no longer has them.
-  void dropForgotten();
   void showLive();
+  void endWithSummary(std::size_t stored);
 
   const std::int64_t limit_;
+  OpenOptions options_;
+  /// Addresses stay as they are.
   std::deque<Item> items_;
-  std::multimap<std::string, Item*> byId_;
-  /// By file or image, whatever the content.
-  std::multimap<std::string, StoredTask> adopted_;
+  std::map<std::string, Item*> byName_;
+  /// By tag: handed over and not yet accepted.
+  std::map<std::string, std::deque<Item*>> handedOver_;
+  /// What earlier runs stored, by tag.
+  std::multimap<std::string, Item*> adopted_;
+  /// What --forget drops, and why it could not.
+  std::set<std::string> forgetting_;
+  std::optional<Error> unforgotten_;
+  /// Why what is stored could not be opened.
+  std::optional<Error> unavailable_;
   std::optional<UnknownScopes> unknownScopes_;
+  bool ending_ = false;
+  /// The backend is being told of these images, by address.
+  std::map<std::string, Item*> reporting_;
   std::size_t untried_ = 0;
+  std::size_t running_ = 0;
   std::size_t active_ = 0;
   std::size_t retrying_ = 0;
   std::size_t done_ = 0;
@@ -121,7 +148,6 @@ class BackgroundRun : public Session {
   /// Uploaded from memory because they could not be stored.
   std::size_t unstored_ = 0;
   std::size_t unreported_ = 0;
-  double lastOutcome_ = 0;
   std::unique_ptr<Timer> timer_;
 };
 

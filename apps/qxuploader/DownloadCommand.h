@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,17 +26,14 @@ class DownloadCommand : public Session {
  private:
   void begin() override;
   void interrupted() override;
-  void onTracking(const Dictionary& parameters, const std::string& name) override;
-  void onDownloadBytes(const TransferProgress& progress) override;
+  void onEvent(const Dictionary& event) override;
 
   void startNext();
-  void showProgress(double fraction);
-  /// `index` says which download it was: a late word about an earlier one is dropped.
-  void ended(std::size_t index, const std::optional<Url>& location,
-             const std::optional<Error>& error);
+  void showProgress(std::int64_t bytes, std::int64_t total);
+  void succeeded();
   void failed(const std::string& why, const Event& error);
-  /// The file in its final place; an error when it could not be brought there.
-  Result<std::string> moveOut(const std::string& fetched);
+  /// The download that ran has ended.
+  void goOn();
 
   const DownloadOptions options_;
   std::size_t current_ = 0;
@@ -45,11 +41,7 @@ class DownloadCommand : public Session {
   std::size_t failed_ = 0;
   std::string name_;
   double startTime_ = 0;
-  double shownTime_ = 0;
   ProgressBar bar_;
-  /// Guards what onDownloadBytes brings from the store's threads.
-  std::mutex bytesMutex_;
-  TransferProgress bytes_;
 };
 
 }  // namespace qx::app

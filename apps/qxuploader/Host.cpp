@@ -1,20 +1,23 @@
 #include "Host.h"
 
 #include <array>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
+#include "Classes/Target_UploadQueue.h"
 #include "Classes/Target_Uploader.h"
 #include "platform/Url.h"
 
 namespace qx::app {
 namespace {
 
-constexpr const char* kTarget = "Target_Uploader";
-
-/// The library's target, which also tells the listener of actions that it does not know.
+/// One of the library's targets, which also tells the listener of actions that it does not know.
+template <typename Target>
 class ReportingTarget : public MediatorTarget {
  public:
-  explicit ReportingTarget(HostListener& listener) : listener_(listener) {}
+  ReportingTarget(Library& library, HostListener& listener)
+      : listener_(listener), target_(library) {}
   bool performAction(std::string_view action, const Dictionary& parameters) override {
     const bool known = target_.performAction(action, parameters);
     if (!known) listener_.onUnknownAction(action);
@@ -23,8 +26,16 @@ class ReportingTarget : public MediatorTarget {
 
  private:
   HostListener& listener_;
-  Target_Uploader target_;
+  Target target_;
 };
+
+template <typename Target>
+void registerTarget(Mediator& mediator, std::string_view name, Library& library,
+                    HostListener& listener) {
+  mediator.registerTarget(std::string(name), [&library, &listener] {
+    return std::make_unique<ReportingTarget<Target>>(library, listener);
+  });
+}
 
 /// A value in a form that JSON can hold; nothing for bytes and host objects.
 std::optional<Value> codable(const Value& value) {
@@ -60,6 +71,13 @@ Value fieldsValue(const std::optional<Dictionary>& fields) {
   return fields ? Value(*fields) : Value();
 }
 
+std::optional<std::string> absolutePath(const std::optional<std::string>& path) {
+  std::error_code code;
+  if (!path || path->empty()) return path;
+  const auto absolute = std::filesystem::absolute(*path, code);
+  return code ? *path : absolute.string();
+}
+
 LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingEvents& tracking,
                            Console& console) {
   settings.logger = &logger;
@@ -72,7 +90,7 @@ LinuxSettings withServices(LinuxSettings settings, QXLogger& logger, QXTrackingE
 
 LinuxSettings linuxSettings(const Settings& settings) {
   LinuxSettings result;
-  result.documentsDirectory = settings.get("documents");
+  result.documentsDirectory = absolutePath(settings.get("documents"));
   result.storeEndpoint = settings.get("store").value_or(result.storeEndpoint);
   // A person who waits at a slow line wants the file to arrive.
   result.resourceTimeoutCountsStandstillOnly = true;
@@ -102,18 +120,8 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
     : listener_(listener),
       platform_(withServices(linuxSettings(settings), *this, *this, *this)),
       reachability_(platform_.seams().reachability),
-      store_(platform_.seams().objectStore,
-             [this](const TransferProgress& progress) { listener_.onDownloadBytes(progress); }),
-      messages_(platform_.seams().messageClients,
-                [this](const APIRequest& message, const std::optional<Error>& error) {
-                  if (error) {
-                    MutexLock lock(mutex_);
-                    lastBackendError_ = error;
-                  }
-                  listener_.onMessageEnded(message, error);
-                }),
-      files_(platform_.seams().files),
-      seams_(platform_.seams().with(reachability_, store_, messages_, files_)) {
+      seams_(platform_.seams().with(reachability_)),
+      library_(std::make_unique<Library>(seams_)) {
   const auto textOrNull = [&](std::string_view key) {
     const auto text = settings.get(key);
     return text ? Value(*text) : Value();
@@ -132,28 +140,38 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
     listener_.onTracking(parameters ? *parameters : Dictionary(), name ? *name : std::string());
     return Value();
   });
-  mediator.registerTarget(kTarget, [this] { return std::make_unique<ReportingTarget>(listener_); });
-  Platform::install(seams_);
+  registerTarget<Target_Uploader>(mediator, kUploader, *library_, listener_);
+  registerTarget<Target_UploadQueue>(mediator, kUploadQueue, *library_, listener_);
+  perform(kUploadQueue, "Action_Observe:",
+          {{"events", Value::callback<HostEvents>([this](const Dictionary& event) {
+              post([this, event] { listener_.onEvent(event); });
+            })}});
 }
 
-int Host::backendStatus(const Error& error) {
-  MutexLock lock(mutex_);
-  const bool same = lastBackendError_ && lastBackendError_->domain == "QXNetworking" &&
-                    lastBackendError_->description == error.description;
-  return same ? static_cast<int>(lastBackendError_->code) : 0;
+Host::~Host() {
+  shutDown();
 }
 
 void Host::postUserChanged() {
   seams_.notifications.post(kUserChangedNotification);
 }
 
-void Host::perform(const std::string& action, const Dictionary& parameters) {
-  seams_.mediator.performTarget(kTarget, action, parameters);
+void Host::perform(std::string_view target, const std::string& action,
+                   const Dictionary& parameters) {
+  seams_.mediator.performTarget(target, action, parameters);
 }
 
 void Host::setUp(bool serverResize, bool resumeStoredTasks) {
-  perform("Action_SetUp:",
+  perform(kUploader, "Action_SetUp:",
           {{"needServerResize", serverResize}, {"resumeStoredTasks", resumeStoredTasks}});
+}
+
+void Host::listStored(std::function<void(const std::vector<ListedTask>&)> complete) {
+  perform(kUploadQueue, "Action_List:",
+          {{"complete", Value::callback<HostTaskList>(
+                            [this, complete = std::move(complete)](const Array& tasks) {
+                              post([complete, stored = storedTasks(tasks)] { complete(stored); });
+                            })}});
 }
 
 void Host::post(Work work) {
@@ -174,6 +192,14 @@ void Host::run() {
 
 void Host::stop() {
   platform_.stopMainQueue();
+}
+
+void Host::shutDown() {
+  if (!library_) return;
+  // The failures that follow are not those of the uploads.
+  perform(kUploadQueue, "Action_Pause:", {{"cancelRunning", true}});
+  platform_.shutDown();
+  library_.reset();
 }
 
 int Host::threshold() {

@@ -1,9 +1,8 @@
-// The host application: makes the platform, answers the library's questions, hears its reports, and
-// sends its actions.
+// The host application: makes the platform and the library, answers the library's questions, hears
+// its reports and events, and sends its actions.
 //
 // Threads: made by the main thread, which then calls run(). What the library reports arrives on any
-// thread and goes to the HostListener there.
-// Ownership: it lives until the process ends, as the library's queues and timer do.
+// thread and goes to the HostListener there; its events arrive on the main thread.
 #pragma once
 
 #include <functional>
@@ -13,16 +12,17 @@
 #include <string_view>
 #include <vector>
 
+#include "Classes/Library.h"
 #include "HostAnswers.h"
-#include "HostSeams.h"
+#include "ListedTask.h"
 #include "Settings.h"
-#include "platform/Mutex.h"
+#include "SwitchableReachability.h"
 #include "platform/Platform.h"
 #include "platforms/linux/LinuxPlatform.h"
 
 namespace qx::app {
 
-/// What the library tells the host besides its callbacks. Every operation: any thread.
+/// What the library tells the host besides its callbacks. Every operation but onEvent: any thread.
 class HostListener {
  public:
   virtual ~HostListener() = default;
@@ -33,33 +33,33 @@ class HostListener {
   /// `call` is "tagItem" or "updateItem".
   virtual void onTag(std::string_view /*call*/, const Dictionary& /*arguments*/) {}
   virtual void onUnknownAction(std::string_view /*action*/) {}
-  /// Bytes of the download that runs.
-  virtual void onDownloadBytes(const TransferProgress&) {}
-  /// A message to the backend has ended.
-  virtual void onMessageEnded(const APIRequest&, const std::optional<Error>& /*error*/) {}
+  /// An event of the upload queue; the main thread, in the order in which things happened.
+  virtual void onEvent(const Dictionary& /*event*/) {}
 };
+
+/// The library's two targets.
+inline constexpr std::string_view kUploader = "Target_Uploader";
+inline constexpr std::string_view kUploadQueue = "Target_UploadQueue";
 
 class Host : private QXLogger, private QXTrackingEvents, private Console {
  public:
-  /// Installs the platform; only one host can be made in a process. `listener` must live as long as
-  /// the host.
+  /// `listener` must live as long as the host.
   Host(const Settings& settings, const std::string& token, HostListener& listener);
+  ~Host();
 
   HostAnswers& answers() { return answers_; }
   SwitchableReachability& reachability() { return reachability_; }
-  /// Messages to the backend under way.
-  std::int64_t messagesUnderWay() const { return messages_.underWay(); }
-  /// The HTTP status behind an error of the library when the backend's answer was the reason: the
-  /// library passes on the backend's text alone. 0 when it was not.
-  int backendStatus(const Error& error);
   const Platform& seams() const { return seams_; }
   /// Announces that the signed-in user changed.
   void postUserChanged();
 
-  /// "Action_Upload:" and the like, on the calling thread.
-  void perform(const std::string& action, const Dictionary& parameters);
+  /// Sends "Action_Upload:" and the like to one of the two targets, on the calling thread.
+  void perform(std::string_view target, const std::string& action,
+               const Dictionary& parameters = {});
   /// "Action_SetUp:" as this program's commands send it.
   void setUp(bool serverResize, bool resumeStoredTasks);
+  /// Calls `complete` on the main thread, behind the events told so far, with what is stored.
+  void listStored(std::function<void(const std::vector<ListedTask>&)> complete);
 
   /// Runs `work` on the main thread.
   void post(Work work);
@@ -68,6 +68,10 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   /// Runs the main queue until stop().
   void run();
   void stop();
+  /// Ends what is under way, after run(), and the library with it. An upload that is cut off has
+  /// not failed, and what is stored stays stored. From then on no callback is called and no action
+  /// may be sent. A second call does nothing.
+  void shutDown();
 
  private:
   int threshold() override;
@@ -82,15 +86,12 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   std::optional<Dictionary> anyCodable(const Dictionary& values) override;
 
   HostListener& listener_;
-  Mutex mutex_;
-  std::optional<Error> lastBackendError_ QX_GUARDED_BY(mutex_);
   HostAnswers answers_;
   LinuxPlatform platform_;
   SwitchableReachability reachability_;
-  ObservedStore store_;
-  CountedMessages messages_;
-  WatchedFiles files_;
-  Platform seams_;
+  const Platform seams_;
+  /// Null once it was shut down.
+  std::unique_ptr<Library> library_;
 };
 
 /// The platform settings that follow from the program's.

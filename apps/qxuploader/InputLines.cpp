@@ -7,7 +7,8 @@
 
 namespace qx::app {
 
-InputLines::InputLines(int fd) : fd_(fd), buffer_(std::size_t{64} << 10) {}
+InputLines::InputLines(int fd, const StopEvent& stop)
+    : fd_(fd), stop_(stop), buffer_(std::size_t{64} << 10) {}
 
 InputLines::Next InputLines::next(std::string& line) {
   line.clear();
@@ -34,7 +35,7 @@ InputLines::Next InputLines::next(std::string& line) {
 }
 
 bool InputLines::fill() {
-  for (;;) {
+  while (stop_.waitFor(fd_)) {
     const ssize_t n = ::read(fd_, buffer_.data(), buffer_.size());
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
@@ -42,6 +43,7 @@ bool InputLines::fill() {
     end_ = static_cast<std::size_t>(n);
     return true;
   }
+  return false;
 }
 
 }  // namespace qx::app

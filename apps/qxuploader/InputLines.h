@@ -7,13 +7,16 @@
 #include <string>
 #include <vector>
 
+#include "StopEvent.h"
+
 namespace qx::app {
 
 class InputLines {
  public:
   enum class Next { line, tooLong, end };
 
-  explicit InputLines(int fd);
+  /// `stop` ends the input, also while a line is waited for.
+  InputLines(int fd, const StopEvent& stop);
 
   /// Waits for the next line and gives it without its line break; what stands behind the last line
   /// break is a line, too. `tooLong`: the line was longer than kMostBytes and is passed over.
@@ -26,6 +29,7 @@ class InputLines {
   bool fill();
 
   const int fd_;
+  const StopEvent& stop_;
   std::vector<char> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <thread>
 #include <utility>
 
 namespace qx::app {
@@ -27,16 +26,25 @@ void Interrupts::block() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
-void Interrupts::watch(std::function<void()> handler, std::function<void()> lastly) {
-  std::thread([handler = std::move(handler), lastly = std::move(lastly)] {
-    const sigset_t set = watchedSignals();
+Interrupts::Interrupts(std::function<void()> handler)
+    : handler_(std::move(handler)), thread_([this] { watch(); }) {}
+
+Interrupts::~Interrupts() {
+  ending_ = true;
+  // One of the watched signals, to this thread alone, ends its wait.
+  pthread_kill(thread_.native_handle(), SIGTERM);
+  thread_.join();
+}
+
+void Interrupts::watch() {
+  const sigset_t set = watchedSignals();
+  for (bool first = true;; first = false) {
     int signal = 0;
     sigwait(&set, &signal);
-    handler();
-    sigwait(&set, &signal);
-    lastly();
-    ::_exit(kInterrupted);
-  }).detach();
+    if (ending_) return;
+    if (!first) ::_exit(kInterrupted);
+    handler_();
+  }
 }
 
 }  // namespace qx::app

@@ -1,5 +1,8 @@
 #include "Session.h"
 
+#include <cerrno>
+
+#include "Advice.h"
 #include "Interrupts.h"
 
 namespace qx::app {
@@ -8,17 +11,15 @@ Session::Session(const Context& context)
     : context_(context), host_(context.settings, context.token, *this) {}
 
 int Session::run() {
-  Interrupts::watch(
-      [this] {
-        host_.post([this] {
-          if (!finished()) interrupted();
-        });
-      },
-      [this] { removeScratch(); });
+  const Interrupts interrupts([this] {
+    host_.post([this] {
+      if (!finished()) interrupted();
+    });
+  });
   host_.post([this] { begin(); });
   host_.run();
   out().endLive();
-  removeScratch();
+  host_.shutDown();
   return status_.value_or(kSomeFailed);
 }
 
@@ -26,10 +27,6 @@ void Session::finish(int status) {
   if (finished()) return;
   status_ = status;
   host_.stop();
-}
-
-void Session::removeScratch() const {
-  if (context_.scratch != nullptr) context_.scratch->remove();
 }
 
 void Session::onLog(const LogRecord& record) {
@@ -41,9 +38,43 @@ void Session::onPrint(const std::string& line) {
   host_.post([this, line] { out().note(line); });
 }
 
-std::string Session::documents() {
-  const auto directories = host_.seams().files.documentDirectories();
-  return directories.empty() ? std::string() : directories.front();
+std::string Session::documents() const {
+  return context_.settings.get("documents").value_or("");
+}
+
+std::string Session::userId() const {
+  return context_.settings.get("user_id").value_or("");
+}
+
+bool Session::makeDocuments() {
+  Files& files = host_.seams().files;
+  const auto directories = files.documentDirectories();
+  const auto error = directories.empty() ? Error{"Files", 0, "no directory for documents is known"}
+                                         : files.createDirectory(directories.front());
+  if (!error) return true;
+  out().failure({{"event", "failed"}, {"error", errorFields(*error)}},
+                error->description + "; name a directory that can be written with --documents");
+  finish(kSomeFailed);
+  return false;
+}
+
+std::string Session::unreadableText(const Error& error) {
+  // The system's own errors have numbers; a log that is damaged is none of them.
+  return error.code != 0 ? error.description
+                         : error.description + "; the next background upload sets it aside";
+}
+
+bool Session::refusesStored(const Error& error) {
+  return error.code == EWOULDBLOCK || error.code == ELOOP;
+}
+
+void Session::tellRefusal(const Error& error) {
+  const bool inUse = error.code == EWOULDBLOCK;
+  const std::string why =
+      inUse ? documents() + " is in use by another qxuploader" : error.description;
+  out().failure({{"event", "failed"}, {"file", documents()}, {"error", why}},
+                why + (inUse ? "; wait for its end" : "; remove the link") +
+                    " or name another directory with --documents");
 }
 
 }  // namespace qx::app

@@ -1,9 +1,7 @@
 // One run of a command that uses the library: the host, the output, and how the run ends.
 //
 // Threads: everything but the HostListener's operations happens on the main thread; what arrives
-// elsewhere is posted there first.
-// Ownership: a session lives until the process ends, for callbacks of the library may come that
-// long.
+// elsewhere is posted there first. When run() returns, no callback of the library comes any more.
 #pragma once
 
 #include <optional>
@@ -12,7 +10,6 @@
 
 #include "Host.h"
 #include "Output.h"
-#include "ScratchFolder.h"
 #include "Settings.h"
 #include "WholeFile.h"
 
@@ -31,8 +28,6 @@ struct Context {
   bool verbose = false;
   /// Drop the tasks that earlier runs stored.
   bool forget = false;
-  /// The documents directory of a command that leaves the stored tasks alone; removed at the end.
-  const ScratchFolder* scratch = nullptr;
 };
 
 class Session : public HostListener {
@@ -59,12 +54,21 @@ class Session : public HostListener {
   Output& out() { return context_.out; }
   Host& host() { return host_; }
   double now() { return host_.seams().clock.now(); }
-  /// The directory of stored tasks and downloads.
-  std::string documents();
+  /// The directory of stored tasks and downloads, as the user wrote it.
+  std::string documents() const;
+  std::string userId() const;
+  /// Makes the documents directory when it is missing. False when that failed, and then the run has
+  /// ended.
+  bool makeDocuments();
+  /// Why what is stored cannot be read, and what becomes of a log that is damaged.
+  static std::string unreadableText(const Error& error);
+  /// True when an error says that another process has what is stored, or that a symbolic link
+  /// stands where the lock belongs.
+  static bool refusesStored(const Error& error);
+  /// Says so, and what to do about it.
+  void tellRefusal(const Error& error);
 
  private:
-  void removeScratch() const;
-
   const Context context_;
   Host host_;
   std::optional<int> status_;

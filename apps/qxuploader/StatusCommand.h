@@ -1,14 +1,20 @@
 // "status": what is stored and not yet uploaded. Changes nothing and sends nothing.
 //
-// Threads: the main thread only.
+// Threads: see Session.
 #pragma once
 
-#include "Output.h"
-#include "Settings.h"
+#include <vector>
+
+#include "StoredCommand.h"
 
 namespace qx::app {
 
-/// The exit status.
-int runStatus(const Settings& settings, Output& out, bool verbose);
+class StatusCommand : public StoredCommand {
+ public:
+  using StoredCommand::StoredCommand;
+
+ private:
+  void show(const std::vector<ListedTask>& tasks) override;
+};
 
 }  // namespace qx::app

@@ -4,64 +4,71 @@
 #include <utility>
 
 #include "Advice.h"
-#include "Session.h"
-#include "StoredTaskLine.h"
-#include "UserStore.h"
+#include "HostEvent.h"
 
 namespace qx::app {
-namespace {
 
-/// The stored tasks, or nothing when the log cannot be read, which is told then.
-std::optional<std::vector<StoredTask>> tasksOf(UserStore& store, Output& out) {
-  StoredTasks stored = store.log().read();
-  if (!stored.fault) return std::move(stored.tasks);
-  out.failure({{"event", "failed"}, {"error", *stored.fault}}, *stored.fault);
-  return std::nullopt;
-}
-
-}  // namespace
-
-int runTasksList(const Settings& settings, Output& out) {
-  UserStore store(settings);
-  const auto tasks = tasksOf(store, out);
-  if (!tasks) return kSomeFailed;
-  const UnknownScopes scopes = store.unknownScopes();
-  for (const StoredTask& task : *tasks) {
+void TasksListCommand::show(const std::vector<ListedTask>& tasks) {
+  const UnknownScopes scopes = unknownScopes();
+  for (const ListedTask& task : tasks) {
     const std::string reason = whyStuck(task, scopes);
-    const std::string name = task.label() == task.filename ? "" : task.filename + "  ";
-    out.event(taskEvent(task, reason),
-              name + taskLine(task) + (reason.empty() ? "" : "  cannot succeed: " + reason));
+    const std::string name = task.label == task.name ? "" : task.name + "  ";
+    out().event(taskEvent(task, reason),
+                name + taskLine(task) + (reason.empty() ? "" : "  cannot succeed: " + reason));
   }
-  return kAllDone;
+  finish(kAllDone);
 }
 
-int runTasksDrop(const Settings& settings, Output& out, const std::vector<std::string>& names) {
-  UserStore store(settings);
-  const auto tasks = tasksOf(store, out);
-  if (!tasks) return kSomeFailed;
-  int status = kAllDone;
-  std::vector<StoredTask> dropped;
-  for (const std::string& name : names) {
-    const auto found = std::ranges::find(*tasks, name, &StoredTask::filename);
-    if (found != tasks->end()) {
-      dropped.push_back(*found);
+TasksDropCommand::TasksDropCommand(const Context& context, std::vector<std::string> names)
+    : StoredCommand(context), names_(std::move(names)) {}
+
+void TasksDropCommand::show(const std::vector<ListedTask>& tasks) {
+  std::vector<ListedTask> named;
+  for (const std::string& name : names_) {
+    const auto found = std::ranges::find(tasks, name, &ListedTask::name);
+    if (found != tasks.end()) {
+      named.push_back(*found);
       continue;
     }
-    status = kSomeFailed;
-    out.failure({{"event", "failed"}, {"file", name}, {"error", "not stored"}},
-                name + " is not stored; \"qxuploader tasks list\" tells the names");
+    status_ = kSomeFailed;
+    out().failure({{"event", "failed"}, {"file", name}, {"error", "not stored"}},
+                  name + " is not stored; \"qxuploader tasks list\" tells the names");
   }
-  if (dropped.empty()) return status;
-  if (const auto error = store.log().drop(dropped)) {
-    out.failure({{"event", "failed"}, {"error", errorFields(*error)}},
-                "not every task could be dropped: " + withAdvice(*error));
-    return kSomeFailed;
+  if (named.empty()) return finish(status_);
+  drop(named);
+}
+
+void TasksDropCommand::drop(const std::vector<ListedTask>& tasks) {
+  Array names;
+  for (const ListedTask& task : tasks) names.emplace_back(task.name);
+  host().perform(kUploadQueue, "Action_Drop:", {{"names", std::move(names)}});
+  // The list comes behind the events of the dropping.
+  host().listStored([this, tasks](const std::vector<ListedTask>&) { tellDropped(tasks); });
+}
+
+void TasksDropCommand::onEvent(const Dictionary& event) {
+  const std::string name = textOf(event, "event");
+  if (name == "dropped") dropped_.insert(textOf(event, "name"));
+  if (name == "dropFailed") failure_ = errorOf(event);
+  StoredCommand::onEvent(event);
+}
+
+void TasksDropCommand::tellDropped(const std::vector<ListedTask>& tasks) {
+  if (unavailable() && refusesStored(*unavailable())) {
+    tellRefusal(*unavailable());
+    return finish(kSomeFailed);
   }
-  for (const StoredTask& task : dropped) {
-    out.event({{"event", "dropped"}, {"file", task.label()}, {"name", task.filename}},
-              task.label() + " is dropped");
+  if (failure_) {
+    out().failure({{"event", "failed"}, {"error", errorFields(*failure_)}},
+                  "not every task could be dropped: " + withAdvice(*failure_));
+    return finish(kSomeFailed);
   }
-  return status;
+  for (const ListedTask& task : tasks) {
+    if (!dropped_.contains(task.name)) continue;
+    out().event({{"event", "dropped"}, {"file", task.label}, {"name", task.name}},
+                task.label + " is dropped");
+  }
+  finish(status_);
 }
 
 }  // namespace qx::app

@@ -1,20 +1,40 @@
 // "tasks list" and "tasks drop": the stored tasks one by one. Nothing is sent.
 //
-// Threads: the main thread only.
+// Threads: see Session.
 #pragma once
 
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "Output.h"
-#include "Settings.h"
+#include "StoredCommand.h"
 
 namespace qx::app {
 
-/// The exit status, as that of the next.
-int runTasksList(const Settings& settings, Output& out);
-/// Removes stored tasks by the names that "tasks list" tells. The caller has locked the documents
-/// directory.
-int runTasksDrop(const Settings& settings, Output& out, const std::vector<std::string>& names);
+class TasksListCommand : public StoredCommand {
+ public:
+  using StoredCommand::StoredCommand;
+
+ private:
+  void show(const std::vector<ListedTask>& tasks) override;
+};
+
+/// Removes stored tasks by the names that "tasks list" tells.
+class TasksDropCommand : public StoredCommand {
+ public:
+  TasksDropCommand(const Context& context, std::vector<std::string> names);
+
+ private:
+  void show(const std::vector<ListedTask>& tasks) override;
+  void onEvent(const Dictionary& event) override;
+  void drop(const std::vector<ListedTask>& tasks);
+  void tellDropped(const std::vector<ListedTask>& tasks);
+
+  const std::vector<std::string> names_;
+  std::set<std::string> dropped_;
+  std::optional<Error> failure_;
+  int status_ = kAllDone;
+};
 
 }  // namespace qx::app

@@ -1,7 +1,8 @@
 // The scopes that the backend did not know when a task of theirs was last tried: what is stored for
 // them cannot succeed. Kept beside the stored tasks, for "status" asks no backend.
 //
-// Threads: the main thread. Whoever notes something has the documents directory to itself.
+// Threads: the main thread. Runs of two users may write the file at the same time; then the notes
+// of one of them are lost, which only explain.
 #pragma once
 
 #include <set>

@@ -5,6 +5,7 @@
 
 #include "Advice.h"
 #include "Classes/Target_Uploader.h"
+#include "HostEvent.h"
 #include "Interrupts.h"
 #include "Text.h"
 
@@ -31,21 +32,23 @@ UploadCommand::UploadCommand(const Context& context, UploadOptions options)
     : Session(context), options_(std::move(options)) {}
 
 void UploadCommand::begin() {
+  if (!makeDocuments()) return;
+  // What earlier runs stored stays where it is.
+  host().perform(kUploadQueue, "Action_Pause:");
   host().setUp(options_.serverResize, false);
   showLive();
   startMore();
 }
 
 void UploadCommand::startMore() {
-  while (running_ < kRunningAtOnce && next_ < options_.files.size()) {
-    start(options_.files[next_++]);
-  }
-  if (running_ == 0 && next_ == options_.files.size()) {
+  while (running_.size() < kRunningAtOnce && next_ < options_.files.size()) start(next_++);
+  if (running_.empty() && next_ == options_.files.size()) {
     finish(failed_ == 0 ? kAllDone : kSomeFailed);
   }
 }
 
-void UploadCommand::start(const std::string& file) {
+void UploadCommand::start(std::size_t index) {
+  const std::string& file = options_.files[index];
   auto data = readWholeFile(file);
   if (!data) {
     ++failed_;
@@ -53,9 +56,16 @@ void UploadCommand::start(const std::string& file) {
                   file + " " + readFailure(data.error()));
     return;
   }
-  ++running_;
-  Dictionary parameters = {
-      {"scope", options_.scope}, {"data", *std::move(data)}, {"suffix", suffixOf(file)}};
+  const std::string tag = std::to_string(index);
+  running_[tag];
+  Dictionary parameters = {{"scope", options_.scope},
+                           {"data", *std::move(data)},
+                           {"suffix", suffixOf(file)},
+                           {"tag", tag},
+                           // The action demands a callback; the event of the outcome tells more.
+                           {"complete", Value::callback<HostUploadComplete>(
+                                            [](const std::optional<std::string>&, std::int64_t,
+                                               const std::optional<Error>&) {})}};
   const ItemOptions& item = options_.item;
   if (item.itemType) parameters["itemType"] = *item.itemType;
   if (item.itemId) parameters["itemId"] = std::to_string(*item.itemId);
@@ -69,28 +79,35 @@ void UploadCommand::start(const std::string& file) {
     }
     parameters["fields"] = std::move(fields);
   }
-  parameters["complete"] = Value::callback<HostUploadComplete>(
-      [this, file](const std::optional<std::string>& url, std::int64_t itemId,
-                   const std::optional<Error>& error) {
-        host().post([=, this] { ended(file, url, itemId, error); });
-      });
-  host().perform("Action_Upload:", parameters);
+  host().perform(kUploader, "Action_Upload:", parameters);
 }
 
-void UploadCommand::ended(const std::string& file, const std::optional<std::string>& url,
-                          std::int64_t itemId, const std::optional<Error>& error) {
-  if (finished()) return;
-  --running_;
-  if (error || !url) {
+void UploadCommand::onEvent(const Dictionary& event) {
+  const auto upload = running_.find(textOf(event, "tag"));
+  if (finished() || upload == running_.end()) return;
+  const std::string name = textOf(event, "event");
+  const std::string& file = options_.files[std::stoul(upload->first)];
+  if (name == "accepted") {
+    upload->second = textOf(event, "name");
+  } else if (name == "attemptFailed") {
     ++failed_;
-    const Error why = error.value_or(Error{"qxuploader", 0, "no address came back"});
+    const Error why = errorOf(event);
     out().failure({{"event", "failed"}, {"file", file}, {"error", errorFields(why)}},
-                  "upload of " + file + " failed: " + withAdvice(why, host().backendStatus(why)));
-  } else {
+                  "upload of " + file + " failed: " + withAdvice(why, backendStatusOf(event)));
+    running_.erase(upload);
+    ended();
+  } else if (name == "uploaded") {
     ++done_;
-    out().event({{"event", "uploaded"}, {"file", file}, {"url", *url}, {"itemId", itemId}},
-                file + " -> " + *url + " (item " + std::to_string(itemId) + ")", Tone::good);
+    const std::string url = textOf(event, "url");
+    const std::int64_t itemId = numberOf(event, "itemId");
+    out().event({{"event", "uploaded"}, {"file", file}, {"url", url}, {"itemId", itemId}},
+                file + " -> " + url + " (item " + std::to_string(itemId) + ")", Tone::good);
+    running_.erase(upload);
+    ended();
   }
+}
+
+void UploadCommand::ended() {
   showLive();
   startMore();
 }
@@ -102,6 +119,9 @@ void UploadCommand::showLive() {
 }
 
 void UploadCommand::interrupted() {
+  Array names;
+  for (const auto& [tag, name] : running_) names.emplace_back(name);
+  host().perform(kUploadQueue, "Action_Cancel:", {{"names", std::move(names)}});
   const std::size_t left = options_.files.size() - done_ - failed_;
   out().endLive();
   out().failure({{"event", "interrupted"}, {"done", done_}, {"failed", failed_}, {"left", left}},

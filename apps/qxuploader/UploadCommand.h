@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,15 +37,17 @@ class UploadCommand : public Session {
  private:
   void begin() override;
   void interrupted() override;
+  void onEvent(const Dictionary& event) override;
   void startMore();
-  void start(const std::string& file);
-  void ended(const std::string& file, const std::optional<std::string>& url, std::int64_t itemId,
-             const std::optional<Error>& error);
+  void start(std::size_t index);
+  void ended();
   void showLive();
 
   const UploadOptions options_;
   std::size_t next_ = 0;
-  std::size_t running_ = 0;
+  /// What runs: the file's place among the options, which is also the tag, and the object's name
+  /// once it is known.
+  std::map<std::string, std::string> running_;
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
 };

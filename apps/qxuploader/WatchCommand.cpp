@@ -6,7 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <thread>
 
 #include "Advice.h"
 #include "Text.h"
@@ -16,25 +15,34 @@ namespace qx::app {
 WatchCommand::WatchCommand(const Context& context, WatchOptions options)
     : BackgroundRun(context, options.concurrent), options_(std::move(options)) {}
 
+WatchCommand::~WatchCommand() {
+  stop_.set();
+  if (waiting_.joinable()) waiting_.join();
+  if (inotify_ >= 0) ::close(inotify_);
+}
+
 void WatchCommand::begin() {
-  const int inotify = ::inotify_init1(IN_CLOEXEC);
+  inotify_ = ::inotify_init1(IN_CLOEXEC);
   // A file counts when its writer is done with it: closed, or moved here whole.
-  if (inotify < 0 || ::inotify_add_watch(inotify, options_.directory.c_str(),
-                                         IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF |
-                                             IN_MOVE_SELF | IN_ONLYDIR) < 0) {
+  if (inotify_ < 0 || ::inotify_add_watch(inotify_, options_.directory.c_str(),
+                                          IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF |
+                                              IN_MOVE_SELF | IN_ONLYDIR) < 0) {
     stopped(std::string("cannot be watched: ") + std::strerror(errno));
     return;
   }
-  if (!open({})) return;
-  out().event({{"event", "watching"}, {"directory", options_.directory}},
-              "watching " + options_.directory + "; Ctrl-C stops");
-  std::thread([this, inotify] { waitForFiles(inotify); }).detach();
+  open({});
 }
 
-void WatchCommand::waitForFiles(int inotify) {
+void WatchCommand::opened() {
+  out().event({{"event", "watching"}, {"directory", options_.directory}},
+              "watching " + options_.directory + "; Ctrl-C stops");
+  waiting_ = std::thread([this] { waitForFiles(); });
+}
+
+void WatchCommand::waitForFiles() {
   alignas(inotify_event) std::array<char, 65536> buffer;
-  for (;;) {
-    const ssize_t size = ::read(inotify, buffer.data(), buffer.size());
+  while (stop_.waitFor(inotify_)) {
+    const ssize_t size = ::read(inotify_, buffer.data(), buffer.size());
     if (size < 0 && errno == EINTR) continue;
     if (size <= 0) {
       host().post([this] { stopped("can no longer be watched"); });
@@ -61,7 +69,7 @@ void WatchCommand::waitForFiles(int inotify) {
 
 void WatchCommand::appeared(const std::string& name) {
   // Programs that write aside and rename use hidden names for what is not done yet.
-  if (finished() || name.front() == '.') return;
+  if (ending() || name.front() == '.') return;
   const std::string path = options_.directory + "/" + name;
   const auto bytes = readWholeFile(path);
   if (!bytes) {
@@ -78,7 +86,7 @@ void WatchCommand::appeared(const std::string& name) {
 }
 
 void WatchCommand::stopped(const std::string& why) {
-  if (finished()) return;
+  if (ending()) return;
   out().failure({{"event", "failed"}, {"file", options_.directory}},
                 options_.directory + " " + why + "; name a directory that exists");
   finish(kSomeFailed);

@@ -1,12 +1,14 @@
 // "watch": background-uploads each new image that appears in a directory.
 //
-// Threads: see Session; a thread of its own waits for the directory's events and posts them.
+// Threads: see Session; a thread of its own waits for what happens in the directory and posts it.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "BackgroundRun.h"
+#include "StopEvent.h"
 
 namespace qx::app {
 
@@ -19,15 +21,20 @@ struct WatchOptions {
 class WatchCommand : public BackgroundRun {
  public:
   WatchCommand(const Context& context, WatchOptions options);
+  ~WatchCommand() override;
 
  private:
   void begin() override;
+  void opened() override;
   void changed() override {}
-  void waitForFiles(int inotify);
+  void waitForFiles();
   void appeared(const std::string& name);
   void stopped(const std::string& why);
 
   const WatchOptions options_;
+  int inotify_ = -1;
+  StopEvent stop_;
+  std::thread waiting_;
 };
 
 }  // namespace qx::app

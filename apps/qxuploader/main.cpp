@@ -1,4 +1,4 @@
-// qxuploader: the command line. Reads flags and settings, starts one command, ends the process.
+// qxuploader: the command line. Reads flags and settings and runs one command.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -16,11 +16,9 @@
 #include "Advice.h"
 #include "BackgroundCommand.h"
 #include "ConfigCommand.h"
-#include "DocumentsLock.h"
 #include "DownloadCommand.h"
 #include "Interrupts.h"
 #include "Output.h"
-#include "ScratchFolder.h"
 #include "Settings.h"
 #include "StatusCommand.h"
 #include "TasksCommand.h"
@@ -43,7 +41,7 @@ struct CommandLine {
   UploadOptions upload;
   BackgroundOptions background;
   BackgroundOptions image;
-  BackgroundOptions::Image imageItem;
+  ImageItem imageItem;
   DownloadOptions download;
   WatchOptions watch;
   /// Of "tasks drop" and "tasks retry".
@@ -257,80 +255,45 @@ std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsU
   return {};
 }
 
-/// Makes a session that lives until the process ends, and runs it.
 template <typename Command, typename... Arguments>
 int run(Arguments&&... arguments) {
-  auto* command = new Command(std::forward<Arguments>(arguments)...);
-  return command->run();
-}
-
-/// The same with a documents directory of its own, so that the command neither sees nor touches
-/// what is stored in the user's.
-template <typename Command, typename Options>
-int runOnScratch(const Context& context, const Options& options) {
-  const auto documents = context.settings.get("documents");
-  auto scratch = documents ? ScratchFolder::make(*documents)
-                           : Error{"Files", 0, "no directory for documents is known"};
-  if (!scratch) {
-    const std::string why = scratch.error().description;
-    context.out.failure({{"event", "failed"}, {"error", errorFields(scratch.error())}},
-                        why + "; name a directory that can be written with --documents");
-    return kSomeFailed;
-  }
-  // Never freed, and the folder neither: the process ends with the command.
-  auto& settings = *new Settings(context.settings);
-  settings.set("documents", {(*scratch)->path(), Source::builtIn, "made for this run"});
-  return run<Command>(Context{settings, context.out, context.token, context.verbose, context.forget,
-                              (*scratch).release()},
-                      options);
-}
-
-/// Takes the documents directory for this process. False when that cannot be done, which is told.
-bool takeDocuments(const Settings& settings, Output& out) {
-  const std::string documents = settings.get("documents").value_or("");
-  const auto fault = documents.empty() ? std::nullopt : lockDocuments(documents);
-  if (!fault) return true;
-  out.failure({{"event", "failed"}, {"file", documents}, {"error", fault->why}},
-              fault->why + "; " + fault->advice);
-  return false;
-}
-
-/// Runs a session with the documents directory to itself.
-template <typename Command, typename... Arguments>
-int runLocked(const Context& context, Arguments&&... arguments) {
-  if (!takeDocuments(context.settings, context.out)) return kSomeFailed;
-  return run<Command>(context, std::forward<Arguments>(arguments)...);
+  return Command(std::forward<Arguments>(arguments)...).run();
 }
 
 int runTransfer(const std::string& name, CommandLine& line, const Context& context) {
-  if (name == "upload") return runOnScratch<UploadCommand>(context, line.upload);
-  if (name == "background") return runLocked<BackgroundCommand>(context, line.background);
+  if (name == "upload") return run<UploadCommand>(context, line.upload);
+  if (name == "background") return run<BackgroundCommand>(context, line.background);
   if (name == "tasks retry") {
     line.background.retried = line.taskNames;
-    return runLocked<BackgroundCommand>(context, line.background);
+    return run<BackgroundCommand>(context, line.background);
   }
   if (name == "background-image") {
     line.image.image = line.imageItem;
-    return runLocked<BackgroundCommand>(context, line.image);
+    return run<BackgroundCommand>(context, line.image);
   }
-  if (name == "download") return runOnScratch<DownloadCommand>(context, line.download);
-  return runLocked<WatchCommand>(context, line.watch);
+  if (name == "download") return run<DownloadCommand>(context, line.download);
+  return run<WatchCommand>(context, line.watch);
+}
+
+/// Runs a command that sends nothing.
+int runStored(const std::string& name, const CommandLine& line, const Context& context) {
+  Interrupts::block();
+  if (name == "status") return run<StatusCommand>(context);
+  if (name == "tasks list") return run<TasksListCommand>(context);
+  return run<TasksDropCommand>(context, line.taskNames);
 }
 
 int runCommand(const std::string& name, CommandLine& line) {
-  // Both live as long as the sessions that refer to them: until the process ends.
-  auto& settings = *new Settings;
+  Settings settings;
   if (const auto fault = Settings::load(line.flags, line.configFile, settings)) {
     return wrongUsage(fault->message);
   }
-  auto& out = *new Output(line.json);
+  Output out(line.json);
   if (name == "config") return runConfig(settings, out);
   if (name == "status" || name == "tasks list" || name == "tasks drop") {
     const std::string wrong = faultOfUserId(settings);
     if (!wrong.empty()) return wrongUsage(wrong);
-    if (name == "status") return runStatus(settings, out, line.verbose);
-    if (name == "tasks list") return runTasksList(settings, out);
-    return takeDocuments(settings, out) ? runTasksDrop(settings, out, line.taskNames) : kSomeFailed;
+    return runStored(name, line, {settings, out, "", line.verbose});
   }
 
   SettingsFault fault;
@@ -344,7 +307,7 @@ int runCommand(const std::string& name, CommandLine& line) {
     const std::string unusable = faultOfPlatform(settings);
     if (!unusable.empty()) return wrongUsage(unusable);
     Interrupts::block();
-    return runLocked<ActionsCommand>(context);
+    return run<ActionsCommand>(context);
   }
   if (name == "background") {
     if (line.background.paths.empty() && !line.background.wait) {
@@ -461,7 +424,5 @@ int main(int argc, char** argv) {
                  failure->c_str());
     if (status == qx::app::kAllDone) status = qx::app::kSomeFailed;
   }
-  std::fflush(stderr);
-  // Without destructors: threads of the library may still be at work on objects that would go.
-  ::_exit(status);
+  return status;
 }

@@ -1,4 +1,6 @@
 """Each failure comes with advice that fits it."""
+import json
+import plistlib
 import unittest
 
 from Support import DevstackTest, PNG
@@ -95,9 +97,12 @@ class Advice(DevstackTest):
 
     def testQueuedIsSaidOnceTheTaskIsStored(self):
         self.fault(name="slow", target="store", match={"method": "PUT"}, action={"delayMs": 2000})
-        process = self.start("background", self.file("a.jpg"), "--scope", self.scope, "--json")
+        path = self.file("a.jpg")
+        process = self.start("background", path, "--scope", self.scope, "--json")
         self.assertIn('"queued"', process.stdout.readline())
-        self.assertIn("qxuploaderFile", (self.documents / "aws-0011" / self.user / "logs.plist").read_text())
+        log = plistlib.loads((self.documents / "aws-0011" / self.user / "logs.plist").read_bytes())
+        entry, = log.values()
+        self.assertEqual(json.loads(entry["extra"]["tag"])["file"], path)
         process.communicate(timeout=60)
         self.assertEqual(process.returncode, 0)
 

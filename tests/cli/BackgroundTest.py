@@ -90,16 +90,26 @@ class Background(DevstackTest):
         self.assertEqual(len(done.named("uploaded")), 1)
 
     def testFileStoredAlreadyIsTriedOnceWithoutWait(self):
+        self.store_down()
+        path = self.file("a.jpg", b"content")
+        self.assertEqual(self.run_program("background", path, "--scope", self.scope).status, 1)
+        self.store_up()
         self.fault(name="slow", target="store", match={"method": "PUT"}, action={"delayMs": 1000})
-        self.store_task("1-a.jpg", f"aws-0011/{self.user}/1-a.jpg", b"content")
-        log = self.stored()
-        log["1-a.jpg"]["extra"]["qxuploaderFile"] = self.file("a.jpg", b"content")
-        (self.documents / "aws-0011" / self.user / "logs.plist").write_bytes(plistlib.dumps(log))
         done = self.run_program("background", "a.jpg", "--scope", self.scope, "--json")
         self.assertEqual(done.status, 0, done.err)
         self.assertEqual(len(done.named("alreadyStored")), 1)
         self.assertEqual(len(done.named("uploaded")), 1)
         self.assertEqual(self.stored(), {})
+
+    def testChangedFileIsStoredBesideItsEarlierContent(self):
+        self.store_down()
+        for content in (b"earlier", b"later"):
+            self.run_program("background", self.file("a.jpg", content), "--scope", self.scope)
+        self.assertEqual(len(self.stored()), 2)
+        self.store_up()
+        done = self.run_program("background", "--wait", "--json")
+        self.assertEqual({self.bytes_at(event["url"]) for event in done.named("uploaded")},
+                         {b"earlier", b"later"})
 
     def testImageStoredAlreadyIsNotStoredTwice(self):
         self.store_down()
@@ -210,7 +220,7 @@ class Background(DevstackTest):
         self.assertEqual((process.returncode, out), (130, ""))
         self.assertIn("0 tasks stay stored", err)
 
-    def testDocumentsDirectoryIsForOneProcessAtATime(self):
+    def testStoredTasksOfAUserAreForOneProcessAtATime(self):
         folder = self.home / "camera"
         folder.mkdir()
         process = self.start("watch", folder, "--scope", self.scope)
@@ -218,12 +228,13 @@ class Background(DevstackTest):
         path = self.file("a.png", PNG)
         for arguments in (("background", path, "--scope", self.scope),
                           ("background-image", path, "--scope", self.scope, "--item-id", "17"),
-                          ("watch", folder, "--scope", self.scope), ("actions",)):
+                          ("background", path, "--scope", self.scope, "--forget"),
+                          ("tasks", "retry", "a.jpg"), ("watch", folder, "--scope", self.scope)):
             done = self.run_program(*arguments)
             self.assertEqual((done.status, done.out), (1, ""), arguments)
             self.assertEqual(done.err, f"qxuploader: {self.documents} is in use by another qxuploader; "
                                        "wait for its end or name another directory with --documents\n")
-        for arguments in (("status",), ("config",), ("upload", path, "--scope", self.scope)):
+        for arguments in (("status",), ("config",), ("actions",), ("upload", path, "--scope", self.scope)):
             self.assertEqual(self.run_program(*arguments).status, 0, arguments)
         elsewhere = self.run_program("background", path, "--scope", self.scope, "--documents",
                                      self.home / "elsewhere")

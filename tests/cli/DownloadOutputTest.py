@@ -1,4 +1,4 @@
-"""`download --output` into another file system, where the file is copied aside and renamed."""
+"""`download --output` into another file system, where the file is written aside and renamed."""
 import os
 import pathlib
 import unittest
@@ -36,7 +36,7 @@ class DownloadOutput(DevstackTest):
         self.assertEqual(done.status, 0, done.err)
         self.assertEqual((done.left / self.name).read_bytes(), self.content)
         self.assertEqual([path.name for path in done.left.iterdir()], [self.name])
-        self.assertEqual(list(self.documents.iterdir()), [])
+        self.assertEqual(self.files_in(self.documents), [])
 
     def testFullDiskIsNamedAndTheEarlierFileStays(self):
         done = self.download("100k", f"echo earlier > {self.output}/{self.name}")

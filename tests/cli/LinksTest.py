@@ -12,19 +12,23 @@ class Links(ProgramTest):
         self.elsewhere = self.home / "elsewhere"
         self.elsewhere.mkdir()
 
-    def testLockFile(self):
-        lock = self.documents / ".qxuploader.lock"
-        os.symlink(self.elsewhere / "lock", lock)
-        done = self.run_program("actions")
+    def background(self, **environment):
+        return self.run_program("background", self.file("a.jpg"), "--scope", "s", "--user-id", "7", "--token", "t",
+                                "--backend", "http://127.0.0.1:9", **environment)
+
+    def testUserDirectoryOfABackgroundUpload(self):
+        (self.documents / "aws-0011").mkdir()
+        user = self.documents / "aws-0011/7"
+        os.symlink(self.elsewhere, user)
+        done = self.background()
         self.assertEqual(done.status, 1)
-        self.assertIn(f"{lock} is a symbolic link", done.err)
+        self.assertIn(f"{user} is a symbolic link", done.err)
         self.assertEqual(list(self.elsewhere.iterdir()), [])
 
-    def testLockedDocumentsMayBeALink(self):
+    def testDocumentsMayBeALink(self):
         os.symlink(self.documents, self.home / "alias")
-        done = self.run_program("actions", QXUPLOADER_DOCUMENTS=str(self.home / "alias"))
-        self.assertEqual(done.status, 0, done.err)
-        self.assertTrue((self.documents / ".qxuploader.lock").is_file())
+        self.background(QXUPLOADER_DOCUMENTS=str(self.home / "alias"))
+        self.assertTrue((self.documents / "aws-0011/7/logs.plist").is_file())
 
     def testStatusOfALinkedUserDirectory(self):
         (self.elsewhere / "logs.plist").write_text("<plist version=\"1.0\"><dict/></plist>")

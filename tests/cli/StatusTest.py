@@ -1,4 +1,5 @@
 """`status` reads the log as it lies on disk. The logs here are written by Python's plistlib."""
+import json
 import os
 import plistlib
 import subprocess
@@ -39,6 +40,13 @@ class Status(ProgramTest):
         self.assertEqual(verbose[:2], [
             "  a.jpg  avatar  512 B  2020-09-13T12:26:40Z  0 failed attempts",
             "  /photos/b.jpg  avatar  1.5 KiB  2023-11-14T22:13:20Z  4 failed attempts"])
+
+    def testFileIsTheOneOfTheTag(self):
+        tag = json.dumps({"file": "/photos/\u00fc.jpg", "sha256": "0" * 64})
+        self.store({"a.jpg": (b"y", 0, {"tag": tag}, 1600000000),
+                    "b.jpg": (b"y", 0, {"tag": "another host's"}, 1600000001)})
+        done = self.run_program("status", "--json")
+        self.assertEqual([event["file"] for event in done.named("task")], ["/photos/\u00fc.jpg", "b.jpg"])
 
     def testJson(self):
         self.store({"a.jpg": (b"y" * 512, 3, {"qxuploaderFile": "/p/a.jpg"}, 1600000000),

@@ -56,6 +56,10 @@ class ProgramTest(unittest.TestCase):
         path.write_bytes(content)
         return str(path)
 
+    def files_in(self, folder):
+        """The files below a folder, however deep."""
+        return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if not path.is_dir())
+
     def start(self, *arguments, **environment):
         process = subprocess.Popen([PROGRAM, *map(str, arguments)], stdin=subprocess.PIPE,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,

@@ -155,6 +155,15 @@ class Usage(ProgramTest):
                                                  for name in ("a", "e", "z"))], done.stderr)
         self.assertEqual(done.returncode, 1)
 
+    def testWithoutANetworkTheFileStaysStoredAndTheRunEnds(self):
+        done = subprocess.run(
+            ["unshare", "--net", *([] if os.geteuid() == 0 else ["--map-root-user"]), PROGRAM, "background",
+             self.file("a.jpg"), "--scope", "s", *IDENTITY], env=self.environment, text=True, capture_output=True,
+            timeout=PATIENCE)
+        self.assertEqual((done.returncode, done.stderr),
+                         (0, "qxuploader: no network; what was handed over stays stored\n"))
+        self.assertIn("0 files uploaded, 0 failed, 1 stored", done.stdout)
+
     def testUnreachableBackendFailsWithAdvice(self):
         done = self.run_program("upload", self.file("a.jpg"), "--scope", "s", *IDENTITY)
         self.assertEqual(done.status, 1)
