@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Advice.h"
+#include "Classes/Target_UploadQueue.h"
 #include "Classes/Target_Uploader.h"
 #include "InputLines.h"
 #include "Interrupts.h"
@@ -38,6 +39,18 @@ Event eventOf(const Value& value) {
 
 Event textOrNull(const std::optional<std::string>& text) {
   return text ? Event(*text) : Event();
+}
+
+/// The target of a line, which need not name one.
+Result<std::string_view> targetOf(const Dictionary& line) {
+  const auto named = line.find("target");
+  if (named == line.end()) return kUploader;
+  const std::string* name = named->second.asText();
+  for (const std::string_view target : {kUploader, kUploadQueue}) {
+    // With or without "Target_" before it.
+    if (name != nullptr && (*name == target || "Target_" + *name == target)) return target;
+  }
+  return Error{"qxuploader", 0, "\"target\" is neither \"Uploader\" nor \"UploadQueue\""};
 }
 
 Event errorOrNull(const std::optional<Error>& error) {
@@ -134,6 +147,11 @@ void ActionsCommand::takeAction(const Dictionary& line, std::uint64_t number) {
     wrongLine(number, "\"params\" is not an object");
     return;
   }
+  const auto target = targetOf(line);
+  if (!target) {
+    wrongLine(number, target.error().description);
+    return;
+  }
   const std::string action = actionName(*name);
   const auto parameters = actionParameters(
       action, params == line.end() ? Dictionary() : *params->second.asDictionary(),
@@ -144,7 +162,7 @@ void ActionsCommand::takeAction(const Dictionary& line, std::uint64_t number) {
     wrongLine(number, parameters.error().description);
     return;
   }
-  host().perform(kUploader, action, *parameters);
+  host().perform(*target, action, *parameters);
 }
 
 void ActionsCommand::takeHost(const Dictionary& changes, std::uint64_t number) {
@@ -179,6 +197,25 @@ Value ActionsCommand::makeCallback(const std::string& action, const std::string&
       called(name, {{"url", textOrNull(url)}, {"itemId", itemId}, {"error", errorOrNull(error)}});
       expectation->met();
     });
+  }
+  if (action == "Action_Observe:" && key == "events") {
+    return Value::callback<HostEvents>([this, name](const Dictionary& event) {
+      called(name, {{"event", eventOf(event)}});
+    });
+  }
+  if (action == "Action_List:" && key == "complete") {
+    return Value::callback<HostTaskList>(
+        [this, name, expectation = std::make_shared<Expectation>(*this, name)](const Array& tasks) {
+          called(name, {{"tasks", eventOf(tasks)}});
+          expectation->met();
+        });
+  }
+  if (action == "Action_WhenIdle:" && key == "complete") {
+    return Value::callback<HostIdle>(
+        [this, name, expectation = std::make_shared<Expectation>(*this, name)] {
+          called(name, Event::object());
+          expectation->met();
+        });
   }
   if (action == "Action_RegisterBackground:" && key == "callback") {
     return Value::callback<HostBackgroundCallback>(

@@ -115,6 +115,34 @@ class Actions(ProgramTest):
         done = self.actions(action("Upload:", **{**UPLOAD, "data": {"file": path}}))
         self.assertEqual(len(done.named("callback")), 1)
 
+    def steer(self, name, target="UploadQueue", **params):
+        return {"target": target, **action(name, **params)}
+
+    def testLinesMaySteerTheUploadQueue(self):
+        done = self.actions(self.steer("Observe:", events={"callback": "happened"}),
+                            action("Upload:", **{**UPLOAD, "tag": "mine"}),
+                            self.steer("WhenIdle:", target="Target_UploadQueue", complete={"callback": "idle"}),
+                            self.steer("List:", complete={"callback": "listed"}))
+        called = {}
+        for event in done.named("callback"):
+            called.setdefault(event["callback"], []).append(event)
+        told = [event["arguments"]["event"] for event in called["happened"]]
+        self.assertEqual([(event["event"], event["tag"]) for event in told],
+                         [("accepted", "mine"), ("started", "mine"), ("attemptFailed", "mine")])
+        self.assertEqual((told[2]["domain"], told[2]["code"], told[2]["counted"]), ("AWSUploaderError", 102, False))
+        self.assertEqual([event["arguments"] for event in called["idle"]], [{}])
+        self.assertIsInstance(called["listed"][0]["arguments"]["tasks"], list)
+        self.assertEqual({event["queue"] for event in called["happened"]}, {"com.aws.events"})
+
+    def testLineOfAnotherTargetIsAnError(self):
+        for target in ("Downloader", 5, None):
+            error, = self.actions(self.steer("List:", target=target), status=1).named("error")
+            self.assertEqual(error["message"], '"target" is neither "Uploader" nor "UploadQueue"')
+
+    def testUnknownActionOfTheUploadQueue(self):
+        done = self.actions(self.steer("Fly:"))
+        self.assertEqual([event["action"] for event in done.named("unknownAction")], ["Action_Fly:"])
+
     def testEndOfInputEndsTheProgram(self):
         self.assertEqual(self.actions().out, "")
 

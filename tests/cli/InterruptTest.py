@@ -51,10 +51,11 @@ class Interrupt(ProgramTest):
         self.assertEqual((status["count"], status["attempts"]), (2, 0))
 
     def testActions(self):
-        """The callbacks that are still to come are let go of."""
+        """The callbacks that are still to come are let go of, those of a line that waits among them."""
         lines = [{"host": {"userId": "7", "token": "t", "serverAddress": self.address}},
                  {"action": "Upload:", "params": {"scope": "s", "data": {"base64": "aGVsbG8="}, "suffix": "txt",
-                                                  "complete": {"callback": "up"}}}]
+                                                  "complete": {"callback": "up"}}},
+                 {"target": "UploadQueue", "action": "WhenIdle:", "params": {"complete": {"callback": "idle"}}}]
         process = self.start("actions")
         process.stdin.write("".join(json.dumps(line) + "\n" for line in lines))
         process.stdin.flush()
