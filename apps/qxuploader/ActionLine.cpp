@@ -21,7 +21,7 @@ Error wrong(const std::string& key, const std::string& why) {
   return {"qxuploader", 0, "parameter \"" + key + "\": " + why};
 }
 
-/// Puts bytes in the place of {"file": PATH} and {"base64": TEXT}, wherever in `value` they stand.
+/// Replaces {"file": PATH} and {"base64": TEXT} anywhere in `value` by bytes.
 std::optional<Error> fillInBytes(const std::string& key, Value& value) {
   if (const Array* elements = value.asArray()) {
     Array filled = *elements;
@@ -78,7 +78,7 @@ Result<Dictionary> actionParameters(const std::string& action, const Dictionary&
 std::optional<std::string> fromBase64(std::string_view text) {
   if (text.size() % 4 != 0 || text.size() > std::numeric_limits<int>::max()) return std::nullopt;
   std::string bytes(text.size() / 4 * 3, '\0');
-  // The decoder below also takes blanks at both ends and "=" where it means nothing.
+  // The decoder below also accepts blanks at both ends and "=" in places where it has no meaning.
   const std::size_t padding = text.find('=');
   const std::size_t digits = padding == std::string_view::npos ? text.size() : padding;
   constexpr std::string_view kDigits =

@@ -1,6 +1,7 @@
-// One line of "actions": a JSON object that becomes an action's parameters, type by type.
+// A line of "actions": a JSON object that becomes the parameters of an action, with the type of
+// each value.
 //
-// Threads: the main thread only.
+// Threads: only for the main thread.
 #pragma once
 
 #include <functional>
@@ -13,20 +14,21 @@
 
 namespace qx::app {
 
-/// Makes the callback that stands for {"callback": NAME} under `key` of `action`.
+/// Makes the callback for {"callback": NAME} under `key` of `action`.
 using CallbackMaker = std::function<Value(const std::string& action, const std::string& key,
                                           const std::string& name)>;
 
-/// "Upload:" becomes "Action_Upload:"; a name that has the prefix stays as it is.
+/// The full name of an action: "Upload:" becomes "Action_Upload:". A name with the prefix stays
+/// unchanged.
 std::string actionName(std::string_view name);
 
-/// The parameters as the mediator takes them. A value that is exactly {"file": TEXT} becomes the
-/// file's bytes, {"base64": TEXT} the bytes it stands for, a parameter {"callback": TEXT} a
-/// callback; everything else keeps its type. The error says which parameter is wrong.
+/// The parameters for the mediator. A value that is exactly {"file": TEXT} becomes the bytes of the
+/// file, {"base64": TEXT} the decoded bytes, and a parameter {"callback": TEXT} a callback. Every
+/// other value keeps its type. The error names the parameter that is wrong.
 Result<Dictionary> actionParameters(const std::string& action, const Dictionary& params,
                                     const CallbackMaker& callback);
 
-/// Standard base64 with padding; nothing for anything else.
+/// Decodes standard base64 with padding. Nothing for any other text.
 std::optional<std::string> fromBase64(std::string_view text);
 
 }  // namespace qx::app

@@ -47,7 +47,7 @@ Result<std::string_view> targetOf(const Dictionary& line) {
   if (named == line.end()) return kUploader;
   const std::string* name = named->second.asText();
   for (const std::string_view target : {kUploader, kUploadQueue}) {
-    // With or without "Target_" before it.
+    // The name may begin with "Target_" or not.
     if (name != nullptr && (*name == target || "Target_" + *name == target)) return target;
   }
   return Error{"qxuploader", 0, "\"target\" is neither \"Uploader\" nor \"UploadQueue\""};
@@ -112,7 +112,7 @@ void ActionsCommand::readLines() {
       continue;
     }
     if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
-    // The room is free again when the line has been taken, or dropped at the end of the run.
+    // The room is given back when the line has been taken, or dropped at the end of the run.
     host().post([this, line, number, room = takeRoom(line.size())] { take(line, number); });
   }
   host().post([this] { inputEnded(); });
@@ -181,7 +181,7 @@ void ActionsCommand::takeHost(const Dictionary& changes, std::uint64_t number) {
       wrongLine(number, "the host has no answer \"" + name + "\"");
     }
   }
-  // Last, so that the library finds the answers of the same line.
+  // The action is sent last, so that the library finds the answers of the same line.
   if (userChanged) host().postUserChanged();
 }
 
@@ -242,7 +242,8 @@ Value ActionsCommand::makeCallback(const std::string& action, const std::string&
           expectation->met();
         });
   }
-  // No action takes a callback here: it gets one all the same, of a type that nobody expects.
+  // No action has a callback under this key. It gets one all the same, of a type that no action
+  // expects.
   return Value::callback<void()>([this, name] { called(name, Event::object()); });
 }
 
@@ -284,7 +285,7 @@ void ActionsCommand::emit(Event event) {
     numbered["n"] = ++number_;
     numbered["time"] = time;
     numbered.update(event);
-    // Nobody reads any more, so nobody waits for what the actions do.
+    // Nobody reads the output any more, so nobody waits for the outcome of the actions.
     if (!out().writeEvent(numbered)) finish(kSomeFailed);
   });
 }
@@ -295,7 +296,7 @@ void ActionsCommand::inputEnded() {
 }
 
 void ActionsCommand::finishWhenQuiet() {
-  // Behind what the last action has posted meanwhile.
+  // Runs after the work that the last action has posted meanwhile.
   if (inputEnded_ && expected_ == 0)
     host().post([this] { finish(refused_ ? kSomeFailed : kAllDone); });
 }

@@ -1,9 +1,9 @@
-// "actions": the mediator for scripts and other languages. One JSON object per line in, one per
-// line out; nothing is interpreted on the way.
+// "actions": the mediator for scripts and other languages. It reads one JSON object per line and
+// writes one per line, and interprets nothing.
 //
-// Threads: a thread of its own reads standard input and posts each line; actions run on the main
-// thread, in the order of their lines. What comes out is written on the main thread in the order in
-// which it happened, with the queue on which it did.
+// Threads: a thread of its own reads standard input and posts each line. Actions run on the main
+// thread, in the order of their lines. Events are written on the main thread in the order in which
+// they happened, each with the name of the queue on which it happened.
 #pragma once
 
 #include <atomic>
@@ -26,7 +26,7 @@ class ActionsCommand : public Session {
   ~ActionsCommand() override;
 
  private:
-  /// One "complete" under way; the library lets go of it when it can no longer be called.
+  /// A "complete" that is under way. The library drops it when it can no longer be called.
   class Expectation;
 
   void begin() override;
@@ -37,7 +37,8 @@ class ActionsCommand : public Session {
   void onUnknownAction(std::string_view action) override;
 
   void readLines();
-  /// Waits until so much of the room is free; what is returned gives it back in the end.
+  /// Waits until this much of the room is free and takes it. Destroying the result gives the room
+  /// back.
   std::shared_ptr<void> takeRoom(std::size_t size);
   void take(const std::string& line, std::uint64_t number);
   void takeAction(const Dictionary& line, std::uint64_t number);
@@ -46,17 +47,18 @@ class ActionsCommand : public Session {
   void finishWhenQuiet();
   Value makeCallback(const std::string& action, const std::string& key, const std::string& name);
   void called(const std::string& name, Event arguments);
-  /// Numbers and writes an event on the main thread; the time is now, wherever it is called.
+  /// Numbers an event and writes it on the main thread. Its time is the time of the call, on any
+  /// thread.
   void emit(Event event);
   void wrongLine(std::uint64_t number, const std::string& why);
 
-  /// Main thread only.
+  /// Only for the main thread.
   std::uint64_t number_ = 0;
   bool inputEnded_ = false;
   bool refused_ = false;
   std::atomic<std::int64_t> expected_ = 0;
-  /// Lines read ahead, a long one in pieces: a writer that is faster than the actions must not fill
-  /// the memory.
+  /// The room for lines that have been read ahead; a long line is counted in pieces. A writer that
+  /// is faster than the actions must not fill the memory.
   static constexpr std::size_t kRoom = 1000;
   static constexpr std::size_t kRoomBytes = std::size_t{64} << 10;
   std::counting_semaphore<> room_{kRoom};

@@ -14,8 +14,8 @@ bool mentions(const Error& error, std::string_view text) {
   return error.description.find(text) != std::string::npos;
 }
 
-/// The HTTP status that an error's text names: "... (HTTP 404)" of the store, the bare "413" of the
-/// upload server. 0 when it names none.
+/// The HTTP status in the text of an error: "... (HTTP 404)" of the store, or just "413" of the
+/// upload server. 0 when there is none.
 int statusIn(std::string_view text) {
   constexpr std::string_view kMark = "HTTP ";
   const bool bare = text.size() == 3 && std::all_of(text.begin(), text.end(), [](unsigned char c) {
@@ -29,7 +29,7 @@ int statusIn(std::string_view text) {
   return status;
 }
 
-/// What an HTTP status asks for; empty when it says nothing that the library's code does not.
+/// The advice for an HTTP status. Empty when the status says no more than the code of the error.
 std::string adviceForStatus(const Error& error, AWSErrorCode code, int backendStatus) {
   const int status = backendStatus != 0 ? backendStatus : statusIn(error.description);
   if (status == 413 || mentions(error, "EntityTooLarge")) {
@@ -44,14 +44,15 @@ std::string adviceForStatus(const Error& error, AWSErrorCode code, int backendSt
            "shows "
            "where it comes from";
   }
-  // The backend and the upload server share a code; with any other it was the store that answered.
+  // The backend and the upload server share a code. An error with any other code comes from the
+  // store.
   if (status == 404 && code != AWSErrorCode::serverError) {
     if (mentions(error, "NoSuchBucket")) {
       return "the backend names a bucket that the store does not have; tell who runs the backend";
     }
     return "the store has no such object; it may have been deleted or belong to another --scope";
   }
-  // What may not list a bucket is not told whether an object is there.
+  // A store does not tell a client that may not list the bucket whether an object exists.
   if (status == 403 && mentions(error, "AccessDenied")) {
     return "the scope does not permit this, or there is no such object to download; check --scope";
   }

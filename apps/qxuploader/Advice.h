@@ -1,4 +1,4 @@
-// What to do about an error of the library.
+// Advice for errors of the library.
 //
 // Threads: pure functions.
 #pragma once
@@ -10,12 +10,12 @@
 
 namespace qx::app {
 
-/// A sentence that tells the person at the keyboard what to try. `backendStatus` is the HTTP status
-/// of the backend's answer when that was the reason, else 0.
+/// A sentence that advises the person at the keyboard. `backendStatus` is the HTTP status of the
+/// backend's answer when that was the cause, else 0.
 std::string adviceFor(const Error& error, int backendStatus = 0);
-/// "no such scope; ...": the error's text, a semicolon, the advice.
+/// The text of the error, a semicolon and the advice: "no such scope; ...".
 std::string withAdvice(const Error& error, int backendStatus = 0);
-/// {"domain", "code", "description"}.
+/// The members "domain", "code" and "description".
 Event errorFields(const Error& error);
 
 }  // namespace qx::app

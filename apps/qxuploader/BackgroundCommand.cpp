@@ -31,7 +31,7 @@ void BackgroundCommand::collectFiles() {
   for (const std::string& path : options_.paths) {
     std::error_code code;
     if (!fs::is_directory(path, code)) {
-      take(path);  // what is missing is reported when it is read
+      take(path);  // A missing file is reported when it is read.
       continue;
     }
     std::vector<std::string> found;
@@ -50,7 +50,7 @@ void BackgroundCommand::walk(const std::string& path, std::vector<std::string>& 
     fs::directory_iterator entry(folder, code);
     while (!code && entry != fs::directory_iterator()) {
       std::error_code unknown;
-      // A link to a directory could lead round in a circle.
+      // A link to a directory could make a cycle.
       if (entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
         folders.push_back(entry->path().string());
       } else if (entry->is_regular_file(unknown)) {

@@ -13,15 +13,16 @@
 namespace qx::app {
 
 struct BackgroundOptions {
-  /// Files, and directories whose files count, however deep.
+  /// Files and directories. All files in a directory count, at any depth.
   std::vector<std::string> paths;
-  /// "tasks retry": the names of stored tasks.
+  /// For "tasks retry": the names of stored tasks.
   std::vector<std::string> retried;
   std::string scope;
   std::optional<std::int64_t> concurrent;
-  /// Until nothing is stored any more, instead of until every file was tried once.
+  /// True: the run lasts until nothing is stored any more, not only until every file has been tried
+  /// once.
   bool wait = false;
-  /// "background-image": the item the files belong to.
+  /// For "background-image": the item to which the files belong.
   std::optional<ImageItem> image;
 };
 
@@ -34,12 +35,12 @@ class BackgroundCommand : public BackgroundRun {
   void opened() override;
   void changed() override;
   std::size_t notHandedOver() const override { return files_.size() - next_; }
-  /// One file per piece of work, so that Ctrl-C and outcomes come in between.
+  /// Each file is a piece of work of its own, so that Ctrl-C and outcomes are handled in between.
   void handOverNext();
-  /// The files of the paths, directories in the order of their names, each file once.
+  /// The files in the paths, directories in the order of their names, each file once.
   void collectFiles();
-  /// Adds the files of a directory, however deep. A directory that cannot be read is reported and
-  /// the others go on.
+  /// Adds the files of a directory at any depth. A directory that cannot be read is reported, and
+  /// the others are read.
   void walk(const std::string& path, std::vector<std::string>& found);
 
   const BackgroundOptions options_;

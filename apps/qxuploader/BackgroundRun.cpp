@@ -15,12 +15,13 @@
 namespace qx::app {
 namespace {
 
-/// The library gives a task up after this many failures.
+/// The number of failures after which the library gives a task up.
 constexpr std::int64_t kAttempts = 10;
-/// The library's limit of concurrent uploads unless told otherwise.
+/// The library's default limit of concurrent uploads.
 constexpr std::int64_t kDefaultLimit = 6;
 
-/// True when an error tells whether the backend knows the task's scope: it did, unless it said so.
+/// Tells from an error whether the backend knows the scope of the task: it does unless the error
+/// says that it does not.
 bool tellsOfScope(const Error& error) {
   return error.code != static_cast<std::int64_t>(AWSErrorCode::missParamters) &&
          error.code != static_cast<std::int64_t>(AWSErrorCode::serverError);
@@ -63,7 +64,7 @@ void BackgroundRun::forget(const std::vector<ListedTask>& tasks) {
     forgetting_.insert(task.name);
   }
   host().perform(kUploadQueue, "Action_Drop:", {{"names", std::move(names)}});
-  // The list comes behind the events of the dropping.
+  // The list comes after the events of the dropping.
   host().listStored([this](const std::vector<ListedTask>&) { forgot(); });
 }
 
@@ -88,7 +89,7 @@ void BackgroundRun::cannotForget(const Error& why) {
 }
 
 void BackgroundRun::setUp() {
-  // Nothing starts before this run knows of it.
+  // No task starts before this run knows it.
   host().perform(kUploadQueue, "Action_Pause:");
   host().perform(kUploader, "Action_SetMaxBackgroundConcurrent:", {{"count", limit_}});
   host().setUp(false, true);
@@ -97,7 +98,8 @@ void BackgroundRun::setUp() {
 
 void BackgroundRun::takeUp(const std::vector<ListedTask>& tasks) {
   if (ending()) return;
-  // Where nothing can be stored for another reason, each task says so when it is handed over.
+  // If nothing can be stored for another reason, each task says so when it is passed to the
+  // library.
   if (unavailable_ && refusesStored(*unavailable_)) {
     tellRefusal(*unavailable_);
     return finish(kSomeFailed);
@@ -198,7 +200,7 @@ bool BackgroundRun::alreadyStored(const std::string& file, const std::string& sc
     return item.scope == scope && (item.state == State::active || item.state == State::retrying);
   });
   if (same == last) return false;
-  // Named now, so this run has to try it.
+  // The user has named the file now, so this run has to try it.
   Item& item = *same->second;
   if (!std::exchange(item.ofThisRun, true) && !item.tried) ++untried_;
   out().event({{"event", "alreadyStored"}, {"file", file}},
@@ -275,7 +277,7 @@ void BackgroundRun::tried(Item& item) {
 }
 
 void BackgroundRun::attemptFailed(const Dictionary& event) {
-  // What the end of this run has cut off has not failed.
+  // Attempts that the end of this run has interrupted have not failed.
   if (ending_ && flagOf(event, "cancelled")) return;
   Item& item = itemOf(event);
   tried(item);
@@ -286,7 +288,7 @@ void BackgroundRun::attemptFailed(const Dictionary& event) {
     unknownScopes().note(item.scope,
                          why.code == static_cast<std::int64_t>(AWSErrorCode::keyNotMatch));
   }
-  // After the last attempt, the event that the task is given up says the rest.
+  // After the last attempt, the event "givenUp" says the rest.
   if (!event.contains("nextTry")) return;
   failed(item, State::retrying, event,
          " (attempt " + std::to_string(item.attempts) + " of " + std::to_string(kAttempts) +
@@ -425,7 +427,7 @@ void BackgroundRun::finishWhenIdle() {
 
 void BackgroundRun::finishWithSummary() {
   ending_ = true;
-  // The list comes behind the events of what has happened so far.
+  // The list comes after all events told so far.
   host().listStored([this](const std::vector<ListedTask>& left) { endWithSummary(left.size()); });
 }
 
@@ -434,7 +436,7 @@ void BackgroundRun::endWithSummary(std::size_t stored) {
   std::string line = countText(done_, "file", "files") + " uploaded, " + std::to_string(failed_) +
                      " failed, " + std::to_string(stored) + " stored";
   if (stored > 0) line += "; \"qxuploader background --wait\" goes on with them";
-  // What earlier runs stored may never succeed: it must not turn every later run into a failure.
+  // Tasks of earlier runs may never succeed. They must not make every later run fail.
   const bool good =
       refused_ == 0 && unstored_ == 0 && unreported_ == 0 &&
       std::ranges::none_of(items_, [](const Item& item) {
@@ -446,7 +448,7 @@ void BackgroundRun::endWithSummary(std::size_t stored) {
 }
 
 void BackgroundRun::interrupted() {
-  // The last words are on their way.
+  // The final message is on its way.
   if (ending_) return;
   ending_ = true;
   host().perform(kUploadQueue, "Action_Pause:", {{"cancelRunning", true}});

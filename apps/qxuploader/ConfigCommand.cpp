@@ -5,7 +5,8 @@
 namespace qx::app {
 namespace {
 
-/// What may be shown of a setting: an address comes without the password that may stand in it.
+/// The part of a setting that may be shown. An address is shown without the password that it may
+/// contain.
 std::string shownValue(const SettingKey& setting, const std::string& value) {
   if (setting.secret) return masked(value);
   return setting.isAddress() ? setting.shownAddress(value) : value;

@@ -1,6 +1,6 @@
-// "config": the settings in force and where each came from, secrets masked.
+// "config": the settings in force and their sources, with secrets masked.
 //
-// Threads: the main thread only.
+// Threads: only for the main thread.
 #pragma once
 
 #include "Output.h"
@@ -8,7 +8,7 @@
 
 namespace qx::app {
 
-/// The exit status.
+/// Runs the command and yields the exit status.
 int runConfig(const Settings& settings, Output& out);
 
 }  // namespace qx::app

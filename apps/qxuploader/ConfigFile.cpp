@@ -17,10 +17,10 @@ namespace qx::app {
 namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{1} << 20;
-/// Tables within tables; a setting needs none.
+/// The depth of tables within tables. A setting needs none.
 constexpr std::size_t kMostDots = 100;
 
-/// Where a quoted text that begins at `start` ends, its last quote included.
+/// The end of a quoted text that begins at `start`, after its last quote.
 std::size_t endOfQuoted(std::string_view text, std::size_t start) {
   const char quote = text[start];
   const std::string three(3, quote);
@@ -31,7 +31,7 @@ std::size_t endOfQuoted(std::string_view text, std::size_t start) {
       ++i;
     } else if (manyLines ? text.substr(i).starts_with(three) : text[i] == quote) {
       i += manyLines ? 3 : 1;
-      // Such a text may end with up to two quotes of its own.
+      // The text may end with up to two quotes of its own.
       while (manyLines && i < text.size() && text[i] == quote) ++i;
       return i;
     } else if (!manyLines && text[i] == '\n') {
@@ -41,8 +41,8 @@ std::size_t endOfQuoted(std::string_view text, std::size_t start) {
   return text.size();
 }
 
-/// The dots that are neither in quotes nor in a comment: each of them may nest one table in
-/// another, and the parser takes the depth from the stack.
+/// The number of dots outside quotes and comments. Each of them may nest one table in another, and
+/// the parser needs stack for that depth.
 std::size_t dotsOfKeys(std::string_view text) {
   std::size_t dots = 0;
   for (std::size_t i = 0; i < text.size();) {
@@ -58,7 +58,7 @@ std::size_t dotsOfKeys(std::string_view text) {
   return dots;
 }
 
-/// Reads until the end, one byte more than is allowed at most; 0, or errno.
+/// Reads to the end, but at most one byte more than is allowed. Returns 0 or an errno.
 int readText(int fd, std::string& text) {
   std::array<char, 65536> buffer;
   while (text.size() <= kMostBytes) {
@@ -106,7 +106,7 @@ std::optional<std::string> readConfigFile(const std::string& path,
     if (!value) return path + ": \"" + std::string(name.str()) + "\" is not a text in quotes";
     texts[std::string(name.str())] = value->get();
   }
-  // Somebody else's eyes on a token deserve a word; the settings stay in force.
+  // A token that others may read deserves a warning. The settings stay in force.
   if (texts.contains("token") && (info.st_mode & (S_IRGRP | S_IROTH)) != 0) {
     std::fprintf(stderr, "qxuploader: %s holds a token and others can read it; chmod 600 it\n",
                  printable(path).c_str());

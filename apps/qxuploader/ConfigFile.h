@@ -1,4 +1,4 @@
-// The configuration file as it lies on disk: texts under their keys, in TOML.
+// The configuration file on the disk: texts under their keys, in TOML.
 //
 // Threads: pure functions.
 #pragma once
@@ -9,10 +9,10 @@
 
 namespace qx::app {
 
-/// Reads the texts of a configuration file into `texts`, whatever their keys are. What it answers
-/// is what is wrong with the file, with its path: that it cannot be read, that another user may
-/// write it (it can name a command that is run), that it is no flat list of texts. Warns on
-/// standard error when others may read a token in it.
+/// Reads all texts of a configuration file into `texts`. Yields the fault of the file together with
+/// its path, or nothing: that it cannot be read, that another user may write it (it can name a
+/// command that is run), or that it is no flat list of texts. Warns on standard error when others
+/// may read a token in it.
 std::optional<std::string> readConfigFile(const std::string& path,
                                           std::map<std::string, std::string>& texts);
 

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The object's file name, or nothing when the library will not take the URL.
+/// The file name of the object. Nothing when the library does not accept the URL.
 std::optional<std::string> objectName(const std::string& text) {
   const auto url = Url::parse(text);
   if (!url) return std::nullopt;
@@ -31,7 +31,7 @@ DownloadCommand::DownloadCommand(const Context& context, DownloadOptions options
 
 void DownloadCommand::begin() {
   if (!makeDocuments()) return;
-  // What earlier runs stored stays where it is.
+  // The tasks of earlier runs stay stored.
   host().perform(kUploadQueue, "Action_Pause:");
   host().setUp(false, false);
   startNext();

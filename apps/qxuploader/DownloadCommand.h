@@ -1,4 +1,5 @@
-// "download": objects into the cache directory or a directory of one's choice, one after the other.
+// "download": downloads objects into the cache directory or into a given directory, one after the
+// other.
 //
 // Threads: see Session.
 #pragma once
@@ -32,7 +33,7 @@ class DownloadCommand : public Session {
   void showProgress(std::int64_t bytes, std::int64_t total);
   void succeeded();
   void failed(const std::string& why, const Event& error);
-  /// The download that ran has ended.
+  /// Called when the running download has ended.
   void goOn();
 
   const DownloadOptions options_;

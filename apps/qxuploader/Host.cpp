@@ -12,7 +12,7 @@
 namespace qx::app {
 namespace {
 
-/// One of the library's targets, which also tells the listener of actions that it does not know.
+/// A target of the library that also tells the listener about unknown actions.
 template <typename Target>
 class ReportingTarget : public MediatorTarget {
  public:
@@ -37,7 +37,7 @@ void registerTarget(Mediator& mediator, std::string_view name, Library& library,
   });
 }
 
-/// A value in a form that JSON can hold; nothing for bytes and host objects.
+/// A value in a form that JSON can hold. Nothing for bytes and host objects.
 std::optional<Value> codable(const Value& value) {
   if (value.asData() || value.asHostObject()) return std::nullopt;
   if (const Date* date = value.asDate()) return Value(date->secondsSince1970);
@@ -196,7 +196,7 @@ void Host::stop() {
 
 void Host::shutDown() {
   if (!library_) return;
-  // The failures that follow are not those of the uploads.
+  // The failures that follow are not failures of the uploads.
   perform(kUploadQueue, "Action_Pause:", {{"cancelRunning", true}});
   platform_.shutDown();
   library_.reset();

@@ -1,8 +1,8 @@
-// The host application: makes the platform and the library, answers the library's questions, hears
-// its reports and events, and sends its actions.
+// The host application: it makes the platform and the library, answers the library's questions,
+// gets its reports and events, and sends its actions.
 //
-// Threads: made by the main thread, which then calls run(). What the library reports arrives on any
-// thread and goes to the HostListener there; its events arrive on the main thread.
+// Threads: the main thread makes the host and then calls run(). Reports of the library arrive on
+// any thread and go to the HostListener there. Events arrive on the main thread.
 #pragma once
 
 #include <functional>
@@ -22,22 +22,24 @@
 
 namespace qx::app {
 
-/// What the library tells the host besides its callbacks. Every operation but onEvent: any thread.
+/// The reports of the library besides its callbacks. Every operation except onEvent() may be called
+/// on any thread.
 class HostListener {
  public:
   virtual ~HostListener() = default;
   virtual void onLog(const LogRecord&) {}
-  /// A line that the library prints.
+  /// The library has printed a line.
   virtual void onPrint(const std::string& /*line*/) {}
   virtual void onTracking(const Dictionary& /*parameters*/, const std::string& /*name*/) {}
   /// `call` is "tagItem" or "updateItem".
   virtual void onTag(std::string_view /*call*/, const Dictionary& /*arguments*/) {}
   virtual void onUnknownAction(std::string_view /*action*/) {}
-  /// An event of the upload queue; the main thread, in the order in which things happened.
+  /// Called on the main thread with the events of the upload queue, in the order in which they
+  /// happened.
   virtual void onEvent(const Dictionary& /*event*/) {}
 };
 
-/// The library's two targets.
+/// The two targets of the library.
 inline constexpr std::string_view kUploader = "Target_Uploader";
 inline constexpr std::string_view kUploadQueue = "Target_UploadQueue";
 
@@ -50,15 +52,15 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   HostAnswers& answers() { return answers_; }
   SwitchableReachability& reachability() { return reachability_; }
   const Platform& seams() const { return seams_; }
-  /// Announces that the signed-in user changed.
+  /// Announces that the signed-in user has changed.
   void postUserChanged();
 
-  /// Sends "Action_Upload:" and the like to one of the two targets, on the calling thread.
+  /// Sends an action such as "Action_Upload:" to one of the two targets, on the calling thread.
   void perform(std::string_view target, const std::string& action,
                const Dictionary& parameters = {});
-  /// "Action_SetUp:" as this program's commands send it.
+  /// Sends "Action_SetUp:" as the commands of this program send it.
   void setUp(bool serverResize, bool resumeStoredTasks);
-  /// Calls `complete` on the main thread, behind the events told so far, with what is stored.
+  /// Calls `complete` with the stored tasks on the main thread, after all events told so far.
   void listStored(std::function<void(const std::vector<ListedTask>&)> complete);
 
   /// Runs `work` on the main thread.
@@ -68,9 +70,8 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   /// Runs the main queue until stop().
   void run();
   void stop();
-  /// Ends what is under way, after run(), and the library with it. An upload that is cut off has
-  /// not failed, and what is stored stays stored. From then on no callback is called and no action
-  /// may be sent. A second call does nothing.
+  /// Ends all uploads and downloads after run(). An upload that is interrupted does not count as
+  /// failed, stored tasks stay stored, and no callback comes any more. A second call does nothing.
   void shutDown();
 
  private:
@@ -90,14 +91,14 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   LinuxPlatform platform_;
   SwitchableReachability reachability_;
   const Platform seams_;
-  /// Null once it was shut down.
+  /// Null after a shutdown.
   std::unique_ptr<Library> library_;
 };
 
-/// The platform settings that follow from the program's.
+/// The platform's settings, which follow from the program's settings.
 LinuxSettings linuxSettings(const Settings& settings);
-/// The first setting that the platform cannot use, where it came from and why; empty when it can
-/// use all. What is wrong with the documents directory is told when it is opened.
+/// The first setting that the platform cannot use, with its source and the reason. Empty when it
+/// can use all. A fault of the documents directory is reported when the directory is opened.
 std::string faultOfPlatform(const Settings& settings);
 
 }  // namespace qx::app

@@ -38,8 +38,8 @@ Value HostAnswers::get(std::string_view name) const {
   return found == values_.end() ? Value() : found->second;
 }
 
-/// A number completes with it, any other value completes without a number; without an answer the
-/// completion is never called, as in a host that does not know the selector.
+/// With a number as the answer the completion gets the number, with any other value it gets none.
+/// Without an answer the completion is never called, as in a host that does not know the selector.
 Value HostAnswers::completeLongId(const std::vector<Value>& arguments) const {
   const Value longId = get("longId");
   if (longId.isNull() || arguments.empty()) return {};

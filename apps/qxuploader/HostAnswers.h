@@ -1,6 +1,6 @@
-// What the host answers when the library asks: identity, addresses, environment, long id.
+// The host's answers to the library's questions: identity, addresses, environment, long id.
 //
-// Threads: any thread; each answer is read and replaced as a whole.
+// Threads: any thread may read and replace an answer, each as a whole.
 #pragma once
 
 #include <array>
@@ -21,9 +21,9 @@ class HostAnswers {
   static constexpr std::array<std::string_view, 6> kNames = {
       "userId", "token", "serverAddress", "uploadServerAddress", "production", "longId"};
 
-  /// Answers the mediator's selectors from here. Must outlive the mediator.
+  /// Answers the mediator's questions. The object must outlive the mediator.
   void registerWith(Mediator& mediator);
-  /// Replaces an answer; null takes it away. False when no answer has this name.
+  /// Replaces an answer. Null removes it. False when no answer has this name.
   bool set(std::string_view name, Value value);
   Value get(std::string_view name) const;
 

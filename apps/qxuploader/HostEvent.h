@@ -1,4 +1,4 @@
-// Reads the events that the library tells.
+// Reads the library's events.
 //
 // Threads: pure functions.
 #pragma once
@@ -11,15 +11,15 @@
 
 namespace qx::app {
 
-/// The text under `key`; empty when there is none.
+/// The text under `key`, or an empty text.
 std::string textOf(const Dictionary& event, std::string_view key);
-/// False when there is none.
+/// The boolean under `key`, or false.
 bool flagOf(const Dictionary& event, std::string_view key);
-/// 0 when there is none.
+/// The integer under `key`, or 0.
 std::int64_t numberOf(const Dictionary& event, std::string_view key);
-/// The failure that an event tells of.
+/// The failure in an event.
 Error errorOf(const Dictionary& event);
-/// The HTTP status of the backend's answer when that was the reason of a failure, else 0.
+/// The HTTP status of the backend's answer that caused a failure, else 0.
 int backendStatusOf(const Dictionary& event);
 
 }  // namespace qx::app

@@ -1,6 +1,6 @@
-// Lines of a file descriptor, of bounded length.
+// Reads lines of limited length from a file descriptor.
 //
-// Threads: one at a time.
+// Threads: one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -15,17 +15,17 @@ class InputLines {
  public:
   enum class Next { line, tooLong, end };
 
-  /// `stop` ends the input, also while a line is waited for.
+  /// `stop` ends the input, also during the wait for a line.
   InputLines(int fd, const StopEvent& stop);
 
-  /// Waits for the next line and gives it without its line break; what stands behind the last line
-  /// break is a line, too. `tooLong`: the line was longer than kMostBytes and is passed over.
+  /// Waits for the next line and yields it without its line break. The text after the last line
+  /// break is a line, too. `tooLong`: the line was longer than kMostBytes and is skipped.
   Next next(std::string& line);
 
   static constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 
  private:
-  /// Reads more; false at the end and after an error.
+  /// Reads more bytes. False at the end and after an error.
   bool fill();
 
   const int fd_;

@@ -1,10 +1,10 @@
-// Ctrl-C and its relatives, turned into a call.
+// Turns Ctrl-C and related signals into a call.
 //
 //     Interrupts::block();
 //     const Interrupts interrupts([&] { stop(); });
 //
-// Threads: `block` first of all, by the main thread, so that every later thread inherits it. An
-// object has a thread of its own, which waits for the signals until the object is destroyed.
+// Threads: the main thread calls block() before anything else, so that every later thread inherits
+// it. An object has a thread of its own that waits for the signals until the object is destroyed.
 #pragma once
 
 #include <atomic>
@@ -15,11 +15,11 @@ namespace qx::app {
 
 class Interrupts {
  public:
-  /// Keeps SIGINT, SIGTERM and SIGHUP from ending the process, and SIGPIPE from mattering.
+  /// Keeps SIGINT, SIGTERM and SIGHUP from ending the process, and SIGPIPE from having an effect.
   static void block();
 
-  /// Calls `handler` on the watching thread at the first signal. A second one ends the process at
-  /// once with status 130: for a person who does not want to wait.
+  /// Calls `handler` on the watching thread at the first signal. A second signal ends the process
+  /// at once with status 130, for a person who does not want to wait.
   explicit Interrupts(std::function<void()> handler);
   ~Interrupts();
   Interrupts(const Interrupts&) = delete;
@@ -30,7 +30,7 @@ class Interrupts {
 
   const std::function<void()> handler_;
   std::atomic<bool> ending_ = false;
-  /// Last: it uses all of the above.
+  /// The last member, because the thread uses all members above.
   std::thread thread_;
 };
 

@@ -18,7 +18,7 @@ std::string extraOf(const Dictionary& task, std::string_view key) {
 
 std::string labelOf(const Dictionary& task) {
   std::string file = fileOfTag(textOf(task, "tag"));
-  // Where earlier versions of this program noted the file.
+  // Earlier versions of this program noted the file here.
   if (file.empty()) file = extraOf(task, "qxuploaderFile");
   return file.empty() ? textOf(task, "name") : file;
 }
@@ -35,7 +35,8 @@ std::optional<double> realOf(const Dictionary& task, std::string_view key) {
   return real != nullptr ? std::optional(*real) : std::nullopt;
 }
 
-/// One whose bytes are missing is still stored; one that is uploaded from memory alone is not.
+/// A task whose bytes are missing is still stored. A task that is uploaded from memory alone is
+/// not.
 bool isStored(const Dictionary& task) {
   return flagOf(task, "stored") || textOf(task, "state") == "stored";
 }

@@ -20,7 +20,7 @@ constexpr std::string_view kRed = "\x1b[31m";
 constexpr std::string_view kGreen = "\x1b[32m";
 constexpr std::string_view kReset = "\x1b[0m";
 
-/// A terminal that can go back to the start of a line.
+/// True for a terminal that can go back to the start of a line.
 bool isTerminal(int fd) {
   const char* term = std::getenv("TERM");
   return ::isatty(fd) == 1 && term != nullptr && std::string_view(term) != "dumb";
@@ -35,7 +35,7 @@ spdlog::level::level_enum levelOf(const LogRecord& record) {
   return record.level >= 5 ? spdlog::level::err : spdlog::level::info;
 }
 
-/// The error of the first write to standard output that failed; 0 while none has.
+/// The error of the first failed write to standard output; 0 as long as there is none.
 int firstWriteError = 0;
 
 void flushStandardOutput() {
@@ -71,7 +71,7 @@ void Output::write(std::string_view text) {
 }
 
 bool Output::writeEvent(const Event& whole) {
-  // Names from the file system may be no UTF-8; a reader of JSON must not stumble over them.
+  // Names from the file system may be no UTF-8. JSON must be readable all the same.
   write(printableJson(whole.dump(-1, ' ', false, Event::error_handler_t::replace)) + "\n");
   flushStandardOutput();
   return firstWriteError == 0;
@@ -150,7 +150,7 @@ void Output::drawLive() {
 
 std::size_t Output::columns() const {
   winsize size{};
-  // A pseudo-terminal may say 0: then the usual 80.
+  // A pseudo-terminal may say 0. The usual width of 80 is used then.
   if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 20) return 80;
   return size.ws_col;
 }

@@ -1,7 +1,7 @@
-// What the program says: lines for people, one JSON object per event for scripts, and on a terminal
-// one live line below them that is drawn anew in place.
+// The output of the program: lines for people, or one JSON object per event for scripts, and on a
+// terminal one live line below them that is redrawn in place.
 //
-// Threads: the main thread only.
+// Threads: only for the main thread.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,8 @@ enum class Tone { plain, good, bad };
 
 class Output {
  public:
-  /// `json`: events as JSON objects. Otherwise lines; colours and the live line only where standard
-  /// output is a terminal, colours only without NO_COLOR.
+  /// With `json` events are JSON objects. Without it they are lines, with colours and the live line
+  /// only if standard output is a terminal, and colours only without NO_COLOR.
   explicit Output(bool json);
   ~Output();
   Output(const Output&) = delete;
@@ -35,26 +35,26 @@ class Output {
   bool json() const { return json_; }
   bool terminal() const { return terminal_; }
 
-  /// One thing that happened: `line` for people on standard output, `fields` for scripts.
+  /// Writes an event to standard output: `line` for people, `fields` for scripts.
   void event(const Event& fields, std::string_view line, Tone tone = Tone::plain);
-  /// One thing that went wrong: the line goes to standard error, the event where events go.
+  /// Reports a failure: the line goes to standard error, the event to where events go.
   void failure(const Event& fields, std::string_view line);
-  /// A remark for people, on standard error: never an event.
+  /// Writes a remark for people to standard error. It is never an event.
   void note(std::string_view line);
-  /// A record of the library's log, on standard error.
+  /// Writes a record of the library's log to standard error.
   void logRecord(const LogRecord& record);
-  /// Replaces the live line; nothing happens off a terminal.
+  /// Replaces the live line. Does nothing without a terminal.
   void live(std::string line);
   /// Removes the live line.
   void endLive() { live({}); }
-  /// Characters that fit beside each other.
+  /// The number of characters in a line of the terminal.
   std::size_t columns() const;
 
-  /// Writes an event as it stands, numbered by the caller. False when standard output takes nothing
-  /// any more.
+  /// Writes an event unchanged; the caller has numbered it. False when standard output accepts
+  /// nothing any more.
   bool writeEvent(const Event& whole);
-  /// Writes out what standard output still holds. Why something could not be written to it, now or
-  /// earlier in this process, or nothing.
+  /// Writes out the buffer of standard output. Yields the reason why something could not be written
+  /// to it, now or earlier in this process, or nothing.
   static std::optional<std::string> writeFailure();
 
  private:

@@ -7,7 +7,7 @@
 namespace qx::app {
 namespace {
 
-/// Long enough to be calm, short enough to follow a change.
+/// This time is long enough for a calm rate and short enough to follow a change.
 constexpr double kWindowSeconds = 5;
 
 }  // namespace
@@ -48,7 +48,7 @@ std::string ProgressBar::text(const std::string& name, std::size_t columns) cons
   const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '-');
   const std::string head = "  " + std::string(3 - number.size(), ' ') + number + "% [" + bar + "]";
   const std::size_t taken = head.size() + tail.size();
-  // On a narrow terminal the name gives way first, then the figures.
+  // On a narrow terminal the name is shortened first, then the figures are.
   const std::string shown = cut(printable(name), columns > taken + 8 ? columns - taken : 8);
   return cut(shown + head + tail, columns);
 }

@@ -1,15 +1,15 @@
 // The name of the queue or thread that runs the caller.
 //
-// Threads: any.
+// Threads: the functions may be called from any thread.
 #pragma once
 
 #include <string>
 
 namespace qx::app {
 
-/// Remembers the calling thread as the main one.
+/// Remembers the calling thread as the main thread.
 void rememberMainThread();
-/// "main", the label of one of the library's queues, or the thread's name.
+/// The text "main", the label of one of the library's queues, or the name of the thread.
 std::string currentQueueName();
 
 }  // namespace qx::app

@@ -59,7 +59,7 @@ bool Session::makeDocuments() {
 }
 
 std::string Session::unreadableText(const Error& error) {
-  // The system's own errors have numbers; a log that is damaged is none of them.
+  // Errors of the system have numbers. A damaged log has none.
   return error.code != 0 ? error.description
                          : error.description + "; the next background upload sets it aside";
 }

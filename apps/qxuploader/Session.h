@@ -1,7 +1,8 @@
-// One run of a command that uses the library: the host, the output, and how the run ends.
+// A run of a command that uses the library: the host, the output, and the end of the run.
 //
-// Threads: everything but the HostListener's operations happens on the main thread; what arrives
-// elsewhere is posted there first. When run() returns, no callback of the library comes any more.
+// Threads: everything except the HostListener's operations happens on the main thread. Reports that
+// arrive on other threads are posted to it first. When run() returns, no callback of the library
+// comes any more.
 #pragma once
 
 #include <optional>
@@ -19,14 +20,14 @@ inline constexpr int kAllDone = 0;
 inline constexpr int kSomeFailed = 1;
 inline constexpr int kWrongUsage = 2;
 
-/// What every command is given.
+/// The parts that every command gets.
 struct Context {
   const Settings& settings;
   Output& out;
   std::string token;
-  /// Show the library's log records.
+  /// True: shows the library's log records.
   bool verbose = false;
-  /// Drop the tasks that earlier runs stored.
+  /// True: drops the tasks that earlier runs have stored.
   bool forget = false;
 };
 
@@ -34,17 +35,17 @@ class Session : public HostListener {
  public:
   explicit Session(const Context& context);
 
-  /// Runs until finish(); the exit status.
+  /// Runs until finish() and yields the exit status.
   int run();
 
   void onLog(const LogRecord& record) override;
-  /// To standard error: scripts read standard output.
+  /// Writes to standard error, because scripts read standard output.
   void onPrint(const std::string& line) override;
 
  protected:
-  /// The first work on the main queue.
+  /// Called as the first work on the main queue.
   virtual void begin() = 0;
-  /// A person wants to stop: say what is left and finish.
+  /// Called when a person wants to stop: reports what is left and finishes.
   virtual void interrupted() = 0;
 
   void finish(int status);
@@ -54,18 +55,18 @@ class Session : public HostListener {
   Output& out() { return context_.out; }
   Host& host() { return host_; }
   double now() { return host_.seams().clock.now(); }
-  /// The directory of stored tasks and downloads, as the user wrote it.
+  /// The directory of stored tasks and downloads, as the user has written it.
   std::string documents() const;
   std::string userId() const;
-  /// Makes the documents directory when it is missing. False when that failed, and then the run has
-  /// ended.
+  /// Makes the documents directory when it is missing. False when that failed; the run has ended
+  /// then.
   bool makeDocuments();
-  /// Why what is stored cannot be read, and what becomes of a log that is damaged.
+  /// The reason why the stored tasks cannot be read, with advice for a damaged log.
   static std::string unreadableText(const Error& error);
-  /// True when an error says that another process has what is stored, or that a symbolic link
-  /// stands where the lock belongs.
+  /// True when an error says that another process uses the stored tasks, or that a symbolic link
+  /// takes the place of the lock.
   static bool refusesStored(const Error& error);
-  /// Says so, and what to do about it.
+  /// Reports this error, with advice.
   void tellRefusal(const Error& error);
 
  private:

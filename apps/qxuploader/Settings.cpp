@@ -67,7 +67,7 @@ std::string SettingKey::shownAddress(std::string_view address) const {
 
 std::string Settings::userConfigFile() {
   std::string base = environmentText("XDG_CONFIG_HOME");
-  // A relative base is to be ignored, says the base directory convention.
+  // A relative base is ignored, by the base directory convention.
   if (base.empty() || base.front() != '/') {
     const std::string home = environmentText("HOME");
     if (home.empty()) return {};
@@ -121,7 +121,7 @@ const Settings::Entry& Settings::entry(std::string_view key) const {
 
 std::optional<std::string> Settings::get(std::string_view key) const {
   const Entry& found = entry(key);
-  // An empty text takes a setting back: --proxy "" where the file names one.
+  // An empty text removes a setting, as --proxy "" does when the file names a proxy.
   if (found.source == Source::none || found.value.empty()) return std::nullopt;
   return found.value;
 }
@@ -144,7 +144,7 @@ std::optional<std::string> Settings::token(SettingsFault& fault) const {
 
 std::string masked(std::string_view secret) {
   if (secret.empty()) return "";
-  // Short secrets show nothing: two characters of eight would be a quarter of them.
+  // Nothing is shown of a short secret, because two characters of eight would be a quarter of it.
   return (secret.size() >= 16 ? std::string(secret.substr(0, 2)) : "") + "***";
 }
 

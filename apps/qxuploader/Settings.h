@@ -1,6 +1,8 @@
-// The host's settings: where each may come from, what is in force, and where that came from.
+// The settings of the host: their possible sources, the values in force, and the source of each
+// value.
 //
-// Threads: made by the main thread before anything else runs; read from any thread afterwards.
+// Threads: the main thread makes the settings before anything else runs. Any thread may read them
+// afterwards.
 #pragma once
 
 #include <array>
@@ -13,8 +15,8 @@ namespace qx::app {
 
 enum class Source { none, builtIn, file, environment, flag };
 
-/// One setting: its key in the TOML file, from which flag ("--user-id") and environment variable
-/// ("QXUPLOADER_USER_ID") follow.
+/// A setting: its key in the TOML file. The flag ("--user-id") and the environment variable
+/// ("QXUPLOADER_USER_ID") follow from the key.
 struct SettingKey {
   std::string_view key;
   std::string_view argument;
@@ -25,7 +27,7 @@ struct SettingKey {
   std::string flag() const;
   std::string environmentVariable() const;
   bool isAddress() const { return argument == "URL"; }
-  /// An address as it may be shown, well-formed or not: without the password that may stand in it.
+  /// An address as it may be shown: without its password, even if the address is malformed.
   std::string shownAddress(std::string_view address) const;
 };
 
@@ -47,7 +49,7 @@ inline constexpr std::array<SettingKey, 11> kSettings = {{
     {"no_proxy", "HOSTS", "hosts to reach without the proxy, comma-separated"},
 }};
 
-/// What is wrong with the settings, for the person who gave them.
+/// The fault of the settings, for the person who gave them.
 struct SettingsFault {
   std::string message;
 };
@@ -57,13 +59,14 @@ class Settings {
   struct Entry {
     std::string value;
     Source source = Source::none;
-    /// The file's path, the variable's or flag's name.
+    /// The path of the file, or the name of the variable or flag.
     std::string origin;
   };
 
-  /// Flags win over the environment, the environment over the file, the file over what is built in.
-  /// `flags` holds what the command line gave, by key. `configFile` is the file of --config, which
-  /// must exist; without one the user's own is read when there is one. A fault names file and key.
+  /// Flags take precedence over the environment, the environment over the file, and the file over
+  /// built-in values. `flags` holds the values of the command line by key. `configFile` is the file
+  /// of --config, which must exist. Without one, the file of the user is read if there is one. A
+  /// fault names the file and the key.
   static std::optional<SettingsFault> load(const std::map<std::string, std::string>& flags,
                                            const std::optional<std::string>& configFile,
                                            Settings& settings);
@@ -71,16 +74,17 @@ class Settings {
   /// The value in force, or nothing.
   std::optional<std::string> get(std::string_view key) const;
   const Entry& entry(std::string_view key) const;
-  /// Sets what was computed, such as the documents directory that is used without the setting.
+  /// Sets a value that was computed, such as the documents directory that is used without the
+  /// setting.
   void set(std::string_view key, Entry entry);
   /// The configuration file that was read, if any.
   const std::optional<std::string>& file() const { return file_; }
 
-  /// Where the user's own configuration file would be.
+  /// The path of the user's own configuration file.
   static std::string userConfigFile();
 
-  /// The access token: the value itself or what the command prints, whichever was given closer to
-  /// the command line. Nothing with a fault when the command fails or prints nothing.
+  /// The access token: the value itself or the output of the command, whichever has the higher
+  /// precedence. Nothing, with a fault, when the command fails or prints nothing.
   std::optional<std::string> token(SettingsFault& fault) const;
 
  private:
@@ -88,7 +92,7 @@ class Settings {
   std::optional<std::string> file_;
 };
 
-/// "3f…" of a secret: enough to tell two apart, too little to use.
+/// The beginning "3f…" of a secret: enough to tell two secrets apart, and too little to use.
 std::string masked(std::string_view secret);
 
 }  // namespace qx::app

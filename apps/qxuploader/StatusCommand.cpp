@@ -10,7 +10,7 @@ namespace qx::app {
 namespace {
 
 void showStuck(Output& out, const ListedTask& task, const std::string& reason) {
-  // An event of its own would say twice what the task's own event says.
+  // An event of its own would repeat the task's own event.
   if (out.json()) return;
   out.event({}, "  " + task.label + " cannot succeed: " + reason + "; \"qxuploader tasks drop " +
                     task.name + "\" removes it");

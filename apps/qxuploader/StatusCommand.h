@@ -1,4 +1,4 @@
-// "status": what is stored and not yet uploaded. Changes nothing and sends nothing.
+// "status": shows the stored tasks. It changes nothing and sends nothing.
 //
 // Threads: see Session.
 #pragma once

@@ -1,6 +1,6 @@
 // Ends a thread that waits for a descriptor.
 //
-// Threads: one thread waits, any other calls set().
+// Threads: one thread waits, and any other thread calls set().
 #pragma once
 
 namespace qx::app {
@@ -12,9 +12,9 @@ class StopEvent {
   StopEvent(const StopEvent&) = delete;
   StopEvent& operator=(const StopEvent&) = delete;
 
-  /// From now on waitFor() says false.
+  /// From now on waitFor() returns false.
   void set();
-  /// Waits until `fd` can be read or is at its end; false once set() was called.
+  /// Waits until `fd` can be read or has ended. False once set() has been called.
   bool waitFor(int fd) const;
 
  private:

@@ -1,4 +1,4 @@
-// What "status", "tasks list" and "tasks drop" have in common: they look at what is stored for the
+// The common part of "status", "tasks list" and "tasks drop": they look at the tasks stored for the
 // user and send nothing.
 //
 // Threads: see Session.
@@ -18,11 +18,11 @@ class StoredCommand : public Session {
   using Session::Session;
 
  protected:
-  /// Shows what is stored, or changes it.
+  /// Shows the stored tasks, or changes them.
   virtual void show(const std::vector<ListedTask>& tasks) = 0;
   void onEvent(const Dictionary& event) override;
   UnknownScopes unknownScopes();
-  /// Why what is stored could not be opened.
+  /// The reason why the stored tasks could not be opened.
   const std::optional<Error>& unavailable() const { return unavailable_; }
 
  private:

@@ -1,6 +1,6 @@
-// The platform's reachability, unless the host says otherwise.
+// The platform's reachability, unless the host sets another answer.
 //
-// Threads: any thread.
+// Threads: every operation may be called from any thread.
 #pragma once
 
 #include <optional>
@@ -13,11 +13,11 @@ namespace qx::app {
 
 class SwitchableReachability : public QXNetworkingReachabilityTool {
  public:
-  /// `platform` must outlive this object, which listens to it for good.
+  /// `platform` must outlive this object, which listens to it until the process ends.
   explicit SwitchableReachability(QXNetworkingReachabilityTool& platform);
 
-  /// What isReachable answers from now on; nothing: the platform's own answer again. Listeners hear
-  /// of it on the calling thread when it is a change.
+  /// Sets the answer of isReachable() from now on. Nothing means the platform's own answer. On a
+  /// change, listeners are called on the calling thread.
   void override(std::optional<bool> reachable);
 
   bool isReachable() override;

@@ -42,7 +42,7 @@ void TasksDropCommand::drop(const std::vector<ListedTask>& tasks) {
   Array names;
   for (const ListedTask& task : tasks) names.emplace_back(task.name);
   host().perform(kUploadQueue, "Action_Drop:", {{"names", std::move(names)}});
-  // The list comes behind the events of the dropping.
+  // The list comes after the events of the dropping.
   host().listStored([this, tasks](const std::vector<ListedTask>&) { tellDropped(tasks); });
 }
 

@@ -1,4 +1,4 @@
-// "tasks list" and "tasks drop": the stored tasks one by one. Nothing is sent.
+// "tasks list" and "tasks drop": show and drop single stored tasks. Nothing is sent.
 //
 // Threads: see Session.
 #pragma once
@@ -20,7 +20,7 @@ class TasksListCommand : public StoredCommand {
   void show(const std::vector<ListedTask>& tasks) override;
 };
 
-/// Removes stored tasks by the names that "tasks list" tells.
+/// Removes stored tasks by the names that "tasks list" shows.
 class TasksDropCommand : public StoredCommand {
  public:
   TasksDropCommand(const Context& context, std::vector<std::string> names);

@@ -17,7 +17,7 @@ std::string format(const char* pattern, Arguments... arguments) {
   return buffer.data();
 }
 
-/// 0 behind the end.
+/// The byte at `i`, or 0 after the end.
 unsigned byteAt(std::string_view text, std::size_t i) {
   return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
 }
@@ -28,7 +28,7 @@ struct Steering {
   std::size_t bytes = 0;
 };
 
-/// The one of two or three bytes that begins at `i`; nothing when another character does.
+/// The steering character of two or three bytes that begins at `i`, or nothing.
 std::optional<Steering> steeringAt(std::string_view text, std::size_t i) {
   const unsigned first = byteAt(text, i);
   const unsigned second = byteAt(text, i + 1) & 0x3f;
@@ -77,7 +77,7 @@ std::string countText(std::uint64_t count, std::string_view singular, std::strin
 
 std::string printable(std::string_view text) {
   std::string safe;
-  int following = 0;  // bytes of the character under way that are still to come
+  int following = 0;  // The bytes of the current character that are still to come.
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (const auto steering = steeringAt(text, i)) {
       safe += format("\\u%04x", steering->character);
@@ -87,7 +87,7 @@ std::string printable(std::string_view text) {
     }
     const unsigned byte = byteAt(text, i);
     const bool continues = (byte & 0xc0) == 0x80;
-    // Alone, such a byte is a control character to a terminal that takes no UTF-8.
+    // By itself such a byte is a control character to a terminal without UTF-8.
     const bool stray = continues && following == 0;
     following = continues      ? std::max(following - 1, 0)
                 : byte >= 0xf0 ? 3
@@ -121,7 +121,7 @@ std::string printableJson(std::string_view json) {
 
 std::string cut(std::string_view text, std::size_t columns) {
   std::size_t characters = 0;
-  std::size_t keep = 0;  // bytes of the first columns - 1 characters
+  std::size_t keep = 0;  // The bytes of the first columns - 1 characters.
   for (std::size_t i = 0; i < text.size(); ++i) {
     const bool starts = (static_cast<unsigned char>(text[i]) & 0xc0) != 0x80;
     if (starts && ++characters == columns) keep = i;

@@ -24,7 +24,7 @@ Error fault(std::string why) {
   return {"qxuploader", 0, std::move(why)};
 }
 
-/// Starts the command with its standard output on `write`; its process id, or nothing.
+/// Starts the command with its standard output on `write`. Yields its process id, or nothing.
 std::optional<pid_t> started(const std::string& command, int write) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -34,13 +34,14 @@ std::optional<pid_t> started(const std::string& command, int write) {
   std::string text = command;
   std::array<char*, 4> arguments = {shell.data(), option.data(), text.data(), nullptr};
   pid_t pid = 0;
-  // In the process group of this program, so that it may ask on the terminal and hears Ctrl-C.
+  // The command stays in the process group of this program, so that it may ask on the terminal and
+  // gets Ctrl-C.
   const int code = ::posix_spawn(&pid, "/bin/sh", &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   return code == 0 ? std::optional(pid) : std::nullopt;
 }
 
-/// Waits until `fd` can be read, or says that the time is over.
+/// Waits until `fd` can be read. False when the time is over.
 bool readableInTime(int fd, Clock::time_point end) {
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
@@ -48,11 +49,11 @@ bool readableInTime(int fd, Clock::time_point end) {
     pollfd entry = {fd, POLLIN, 0};
     const int ready = ::poll(&entry, 1, static_cast<int>(left.count()));
     if (ready > 0) return true;
-    if (ready < 0 && errno != EINTR) return true;  // reading says why
+    if (ready < 0 && errno != EINTR) return true;  // Reading will tell the reason.
   }
 }
 
-/// What comes out of `fd` up to its end.
+/// The output from `fd` up to its end.
 Result<std::string> printedOn(int fd, Clock::time_point end) {
   std::string printed;
   std::array<char, 4096> buffer;
@@ -66,7 +67,7 @@ Result<std::string> printedOn(int fd, Clock::time_point end) {
   }
 }
 
-/// The exit status of the command once it has ended; nothing when the time is over before.
+/// The exit status of the command once it has ended. Nothing when the time is over before.
 std::optional<int> endedInTime(pid_t pid, Clock::time_point end) {
   for (;;) {
     int status = 0;

@@ -1,6 +1,6 @@
 // The command that prints the access token.
 //
-// Threads: the main thread, before others run.
+// Threads: only for the main thread, before other threads run.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 
 namespace qx::app {
 
-/// Runs the shell command and gives what it printed, without the line breaks at the end. The
-/// error's text says why there is none: "failed with exit status 3", "printed more than 64 KiB",
-/// "took over 30 s".
+/// Runs the shell command and yields its output without the line breaks at its end. The error tells
+/// why there is no token: "failed with exit status 3", "printed more than 64 KiB", "took over 30
+/// s".
 Result<std::string> outputOfTokenCommand(const std::string& command);
 
 }  // namespace qx::app

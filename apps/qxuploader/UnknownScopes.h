@@ -1,8 +1,9 @@
-// The scopes that the backend did not know when a task of theirs was last tried: what is stored for
-// them cannot succeed. Kept beside the stored tasks, for "status" asks no backend.
+// The scopes that the backend did not know when one of their tasks was last tried, so that their
+// stored tasks cannot succeed. They are kept beside the stored tasks, because "status" does not ask
+// the backend.
 //
-// Threads: the main thread. Runs of two users may write the file at the same time; then the notes
-// of one of them are lost, which only explain.
+// Threads: only for the main thread. A program that notes a scope has the documents directory to
+// itself.
 #pragma once
 
 #include <set>
@@ -15,11 +16,11 @@ namespace qx::app {
 
 class UnknownScopes {
  public:
-  /// Reads what was noted for the user; nothing when it cannot be read.
+  /// Reads the scopes that were noted for the user. Nothing when they cannot be read.
   UnknownScopes(Files& files, Json& json, const std::string& documents, std::string userId);
 
   bool contains(const std::string& scope) const { return scopes_.contains(scope); }
-  /// Notes what the backend's answer said of a scope. A note that cannot be written is left out: it
+  /// Notes whether the backend knows a scope. A note that cannot be written is dropped, because it
   /// only explains.
   void note(const std::string& scope, bool unknown);
 

@@ -33,7 +33,7 @@ UploadCommand::UploadCommand(const Context& context, UploadOptions options)
 
 void UploadCommand::begin() {
   if (!makeDocuments()) return;
-  // What earlier runs stored stays where it is.
+  // The tasks of earlier runs stay stored.
   host().perform(kUploadQueue, "Action_Pause:");
   host().setUp(options_.serverResize, false);
   showLive();
@@ -62,7 +62,8 @@ void UploadCommand::start(std::size_t index) {
                            {"data", *std::move(data)},
                            {"suffix", suffixOf(file)},
                            {"tag", tag},
-                           // The action demands a callback; the event of the outcome tells more.
+                           // The action requires a callback, but the event of the outcome tells
+                           // more.
                            {"complete", Value::callback<HostUploadComplete>(
                                             [](const std::optional<std::string>&, std::int64_t,
                                                const std::optional<Error>&) {})}};

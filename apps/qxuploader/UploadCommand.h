@@ -1,4 +1,4 @@
-// "upload": files straight to the store or through the upload server, nothing stored.
+// "upload": uploads files to the store or through the upload server. Nothing is stored.
 //
 // Threads: see Session.
 #pragma once
@@ -13,13 +13,13 @@
 
 namespace qx::app {
 
-/// What item an upload belongs to, for its tags.
+/// The item of an upload, for its tags.
 struct ItemOptions {
   std::optional<std::int64_t> itemId;
   std::optional<std::string> itemType;
   std::optional<std::int64_t> imageFrom;
   std::vector<std::string> tags;
-  /// "key=value" each.
+  /// Each text is "key=value".
   std::vector<std::string> fields;
 };
 
@@ -45,14 +45,14 @@ class UploadCommand : public Session {
 
   const UploadOptions options_;
   std::size_t next_ = 0;
-  /// What runs: the file's place among the options, which is also the tag, and the object's name
-  /// once it is known.
+  /// The running uploads: the place of the file among the options, which is also the tag, and the
+  /// name of the object once it is known.
   std::map<std::string, std::string> running_;
   std::size_t done_ = 0;
   std::size_t failed_ = 0;
 };
 
-/// The suffix of a file's name without the dot; "bin" when it has none that suits an object's name.
+/// The suffix of a file name without the dot, or "bin" when it has none that fits an object name.
 std::string suffixOf(const std::string& path);
 
 }  // namespace qx::app

@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// With the bytes written out that are no UTF-8, for a tag is a text.
+/// Bytes that are no UTF-8 are written out, because a tag is a text.
 std::string absolutePath(const std::string& file) {
   std::error_code code;
   const auto absolute = std::filesystem::absolute(file, code);
@@ -29,7 +29,7 @@ std::string uploadTag(Digests& digests, const std::string& file, const Data& con
     tag["det"] = item->det;
     tag["tags"] = item->tags;
   }
-  // In ASCII: the stored log cannot hold every character.
+  // The tag is in ASCII, because the stored log cannot hold every character.
   return tag.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 

@@ -1,8 +1,8 @@
-// The tag that this program gives each background upload: by it a later run recognises what is
-// stored already, and every run finds the file that an event is about.
+// The tag that this program gives each background upload. By the tag a later run recognises stored
+// uploads, and every run finds the file of an event.
 //
-// It is a JSON text with the file's absolute path and the SHA-256 of its content; that of an item's
-// image also has the item, its tags, and whether it is a det image.
+// The tag is a JSON text with the absolute path of the file and the SHA-256 of its content. The tag
+// of an item's image also has the item, its tags, and whether it is a det image.
 //
 // Threads: pure functions.
 #pragma once
@@ -17,7 +17,7 @@
 
 namespace qx::app {
 
-/// The item whose original image a file is.
+/// The item to which an original image belongs.
 struct ImageItem {
   std::int64_t itemId = 0;
   bool det = false;
@@ -27,7 +27,7 @@ struct ImageItem {
 /// `item` is null for a file that is no item's image.
 std::string uploadTag(Digests& digests, const std::string& file, const Data& content,
                       const ImageItem* item);
-/// The path in a tag; empty when another host made the tag.
+/// The path in a tag. Empty when another host has made the tag.
 std::string fileOfTag(std::string_view tag);
 
 }  // namespace qx::app

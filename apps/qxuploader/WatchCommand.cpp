@@ -23,7 +23,7 @@ WatchCommand::~WatchCommand() {
 
 void WatchCommand::begin() {
   inotify_ = ::inotify_init1(IN_CLOEXEC);
-  // A file counts when its writer is done with it: closed, or moved here whole.
+  // A file counts when its writer has finished: when it has been closed, or moved here whole.
   if (inotify_ < 0 || ::inotify_add_watch(inotify_, options_.directory.c_str(),
                                           IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE_SELF |
                                               IN_MOVE_SELF | IN_ONLYDIR) < 0) {
@@ -68,12 +68,12 @@ void WatchCommand::waitForFiles() {
 }
 
 void WatchCommand::appeared(const std::string& name) {
-  // Programs that write aside and rename use hidden names for what is not done yet.
+  // Programs that write another file first and rename it use hidden names for unfinished files.
   if (ending() || name.front() == '.') return;
   const std::string path = options_.directory + "/" + name;
   const auto bytes = readWholeFile(path);
   if (!bytes) {
-    // Gone again: a temporary file of its writer.
+    // The file no longer exists. It was a temporary file of its writer.
     if (bytes.error().code == ENOENT) return;
     failedBeforeStart(path, readFailure(bytes.error()), errorFields(bytes.error()));
     return;

@@ -1,6 +1,6 @@
-// "watch": background-uploads each new image that appears in a directory.
+// "watch": uploads each new image that appears in a directory in the background.
 //
-// Threads: see Session; a thread of its own waits for what happens in the directory and posts it.
+// Threads: see Session. A thread of its own waits for changes of the directory and posts them.
 #pragma once
 
 #include <optional>

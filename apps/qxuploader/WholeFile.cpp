@@ -14,8 +14,8 @@
 namespace qx::app {
 namespace {
 
-/// Zeros to read into; nothing when there are too many. The system may grant more memory than it
-/// has, and end the process when it is used.
+/// Memory to read into, filled with zeros. Nothing when it is too much. The system may grant more
+/// memory than it has, and end the process when the memory is used.
 std::optional<std::string> bytesInMemory(std::uint64_t size) {
   const auto memory = static_cast<std::uint64_t>(::sysconf(_SC_PHYS_PAGES)) *
                       static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
@@ -31,7 +31,7 @@ std::optional<std::string> bytesInMemory(std::uint64_t size) {
 
 Result<Data> readWholeFile(const std::string& path) {
   const auto failure = [&](int code) { return Error{"Files", code, std::strerror(code)}; };
-  // O_NONBLOCK: opening a pipe that nobody writes to must not hang; it is refused below.
+  // With O_NONBLOCK, opening a pipe that has no writer does not hang. A pipe is refused below.
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return failure(errno);
   struct stat info {};
@@ -54,7 +54,7 @@ Result<Data> readWholeFile(const std::string& path) {
     if (n > 0) {
       filled += static_cast<std::size_t>(n);
     } else if (n == 0) {
-      break;  // the file became shorter meanwhile
+      break;  // The file has become shorter meanwhile.
     } else if (errno != EINTR) {
       code = errno;
     }

@@ -10,9 +10,9 @@
 
 namespace qx::app {
 
-/// The whole file in memory, or what went wrong.
+/// Reads the whole file into memory, or yields the error.
 Result<Data> readWholeFile(const std::string& path);
-/// What the failure to read a file means to who named it: "could not be read: ...".
+/// The failure to read a file, for the person who named it: "could not be read: ...".
 std::string readFailure(const Error& error);
 
 }  // namespace qx::app

@@ -1,4 +1,4 @@
-// qxuploader: the command line. Reads flags and settings and runs one command.
+// The command line of qxuploader: it reads flags and settings and runs one command.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -44,7 +44,7 @@ struct CommandLine {
   ImageItem imageItem;
   DownloadOptions download;
   WatchOptions watch;
-  /// Of "tasks drop" and "tasks retry".
+  /// The options of "tasks drop" and "tasks retry".
   std::vector<std::string> taskNames;
 };
 
@@ -52,7 +52,7 @@ std::string example(const std::string& text) {
   return "Example:\n  " + text;
 }
 
-/// Texts of "key=value".
+/// Texts such as "key=value".
 const CLI::Validator kField(
     [](std::string& text) {
       const std::size_t equals = text.find('=');
@@ -119,7 +119,7 @@ void addUpload(CLI::App& app, CommandLine& line) {
       ->check(kField);
   command->add_flag("--server-resize", options.serverResize,
                     "through the upload server, which stores a smaller WebP image");
-  addForget(*command, line)->group("");  // nothing to forget here, but no mistake
+  addForget(*command, line)->group("");  // --forget has no effect here.
 }
 
 void addBackground(CLI::App& app, CommandLine& line) {
@@ -229,7 +229,7 @@ std::string missing(std::string_view key) {
   return {};
 }
 
-/// What is wrong with the user id, which names a directory; empty when nothing is.
+/// The fault of the user id, which names a directory, or an empty text.
 std::string faultOfUserId(const Settings& settings) {
   const auto userId = settings.get("user_id");
   if (!userId) return missing("user_id");
@@ -237,7 +237,7 @@ std::string faultOfUserId(const Settings& settings) {
   return settings.entry("user_id").origin + ": a user id cannot be \"" + *userId + "\"";
 }
 
-/// What is missing or malformed in the settings that every transfer needs; empty when nothing is.
+/// The fault of the settings that every transfer needs, or an empty text.
 std::string faultOfSettings(const Settings& settings, bool hasToken, bool needsUploadServer) {
   if (std::string wrong = faultOfUserId(settings); !wrong.empty()) return wrong;
   if (!hasToken) return missing("token") + " (or token_command)";
@@ -326,8 +326,8 @@ int runCommand(const std::string& name, CommandLine& line) {
   return runTransfer(name, line, context);
 }
 
-/// The parser takes an argument "[a,b]" for a list of two where many values may stand. A mark
-/// behind the bracket hides it until the values are read.
+/// Where many values are allowed, the parser takes an argument "[a,b]" for a list of two. A mark
+/// after the bracket hides it until the values are read.
 constexpr char kMark = '\x1f';
 
 std::vector<std::string> markedArguments(int argc, char** argv) {
@@ -335,7 +335,7 @@ std::vector<std::string> markedArguments(int argc, char** argv) {
   for (std::string& argument : arguments) {
     if (argument.ends_with(']') || argument.ends_with(kMark)) argument += kMark;
   }
-  std::reverse(arguments.begin(), arguments.end());  // as the parser wants them
+  std::reverse(arguments.begin(), arguments.end());  // In the order that the parser wants.
   return arguments;
 }
 
@@ -361,7 +361,7 @@ void prepare(CLI::App& app) {
 /// A file that this program opens must not become its standard input or output.
 void openStandardDescriptors() {
   for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    // The lowest free descriptor is the one that is missing.
+    // The lowest free descriptor is the missing one.
     if (::fcntl(fd, F_GETFD) == -1) (void)::open("/dev/null", O_RDWR);
   }
 }
@@ -397,7 +397,8 @@ int start(int argc, char** argv) {
                         "\"; \"qxuploader --help\" lists them");
     }
     if (error.get_exit_code() == 0) {
-      // Not straight to standard output: whether that takes the text is looked at in the end.
+      // The help is not written straight to standard output, because the end of the program checks
+      // whether all output could be written.
       std::ostringstream text;
       const int status = app.exit(error, text, text);
       std::fputs(text.str().c_str(), stdout);
