@@ -74,7 +74,8 @@ AWSConfigure::AWSConfigure(const Platform& platform, const AWSTracking& tracking
       makeScheduler_(std::move(makeScheduler)),
       fetchQeue_(platform.dispatch.makeSerialQueue("com.aws.fetch")),
       getConfigQeue_(platform.dispatch.makeSerialQueue("com.aws.get.config")),
-      changeConfigQeue_(platform.dispatch.makeSerialQueue("com.aws.change.config")) {}
+      changeConfigQeue_(platform.dispatch.makeSerialQueue("com.aws.change.config")),
+      handOverQueue_(platform.dispatch.makeSerialQueue("com.aws.hand.over")) {}
 
 void AWSConfigure::trackConfigError(const std::string& message) const {
   tracking_.action(std::nullopt, message, std::nullopt, AWSTracking::Status::error,

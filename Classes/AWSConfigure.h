@@ -1,9 +1,9 @@
 // The configuration and credential service: the user's identity, and the credentials of each scope.
 //
-// Threads: every operation may be called from any thread. The service has three serial queues:
+// Threads: every operation may be called from any thread. The service has four serial queues:
 // "com.aws.get.config" runs the credential requests one at a time and blocks during a fetch, so
 // that no second fetch starts meanwhile; "com.aws.fetch" sends the fetch; "com.aws.change.config"
-// applies identities.
+// applies identities; "com.aws.hand.over" is the one on which uploads leave.
 // Ownership: a library has one instance, which owns the current scheduler and the session. Running
 // requests use the instance, so it is destroyed after they have ended, or never.
 #pragma once
@@ -56,6 +56,7 @@ class AWSConfigure : public Credentials {
 
   void getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback) override;
   std::shared_ptr<AWSS3TransferUtility> transferUtility(const std::string& scope) override;
+  DispatchQueue& handOverQueue() override { return *handOverQueue_; }
   bool resizesOnServer() const override { return needServerResize; }
 
   /// Fetches the credentials of all scopes and blocks the calling thread until the backend has
@@ -123,6 +124,7 @@ class AWSConfigure : public Credentials {
   const std::shared_ptr<DispatchQueue> fetchQeue_;
   const std::shared_ptr<DispatchQueue> getConfigQeue_;
   const std::shared_ptr<DispatchQueue> changeConfigQeue_;
+  const std::shared_ptr<DispatchQueue> handOverQueue_;
 };
 
 }  // namespace qx

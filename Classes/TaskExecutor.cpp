@@ -72,9 +72,8 @@ class LongIdAnswer {
 
 }  // namespace
 
-TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials,
-                           UploadEvents& events, UploadKind uploadKind,
-                           std::shared_ptr<Task> taskToUpload)
+TaskExecutor::TaskExecutor(const Platform& platform, Credentials& credentials, UploadEvents& events,
+                           UploadKind uploadKind, std::shared_ptr<Task> taskToUpload)
     : task(std::move(taskToUpload)),
       kind(uploadKind),
       platform_(platform),
@@ -169,13 +168,26 @@ void TaskExecutor::uploadToObjectStore(const Data& data,
            AWSCallbackStatus::failure(AWSErrorCode::noConfigured, "[Error] not found config"), 0);
     return;
   }
-  const std::string objectKey = model->authorizedPath + task->filename();
+  handOver([self = shared_from_this(), utility, data, token = *model] {
+    self->sendToObjectStore(*utility, data, token);
+  });
+}
+
+void TaskExecutor::handOver(Work send) {
+  credentials_.handOverQueue().async([self = shared_from_this(), send = std::move(send)] {
+    if (!self->cancelled_) send();
+  });
+}
+
+void TaskExecutor::sendToObjectStore(AWSS3TransferUtility& utility, const Data& data,
+                                     const UploadTokenModel& token) {
+  const std::string objectKey = token.authorizedPath + task->filename();
   const double startTime = platform_.clock.now();
   const UploadEvents::ProgressBlock sent = events_.sent(kind, task);
-  const AWSTask started = utility->uploadData(
-      data, model->bucket, objectKey, /*contentType=*/"", {sent},
+  const AWSTask started = utility.uploadData(
+      data, token.bucket, objectKey, /*contentType=*/"", {sent},
       [self = shared_from_this(), startTime, sent, size = data.size(),
-       url = model->downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
+       url = token.downloadUrlPrefix + "/" + objectKey](const std::optional<Error>& error) {
         if (!self->enter(error ? Stage::reported : Stage::itemId)) return;
         if (sent && !error) sent(partOf(size, 1));
         self->uploadTime = self->platform_.clock.now() - startTime;
@@ -231,17 +243,22 @@ void TaskExecutor::uploadToServer(const Data& data, const std::optional<UploadTo
     text("s3_region", token.region);
   };
 
+  handOver([self = shared_from_this(), request = std::move(request), size = data.size(),
+            url = model->downloadUrlPrefix + "/" + serverPath] {
+    self->sendToServer(request, size, url);
+  });
+}
+
+void TaskExecutor::sendToServer(const QXNetworkingUploadRequest& request, std::size_t size,
+                                const std::string& url) {
   const double startTime = platform_.clock.now();
   const UploadEvents::ProgressBlock sent = events_.sent(kind, task);
   ProgressCallback progress;
-  if (sent) {
-    progress = [sent, size = data.size()](double fraction) { sent(partOf(size, fraction)); };
-  }
+  if (sent) progress = [sent, size](double fraction) { sent(partOf(size, fraction)); };
   keep(uploadWorker->upload(
       request, progress,
       [self = shared_from_this(), startTime, progress,
-       url = model->downloadUrlPrefix + "/" + serverPath](
-          const QXNetworkingUploadResponse& response) {
+       url](const QXNetworkingUploadResponse& response) {
         if (response.error) {
           self->report(
               std::nullopt,

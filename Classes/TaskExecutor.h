@@ -17,6 +17,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -29,8 +30,10 @@
 #include "Classes/UploadEvents.h"
 #include "Classes/UploadTokenModel.h"
 #include "platform/Cancellable.h"
+#include "platform/Dispatch.h"
 #include "platform/Mutex.h"
 #include "platform/Networking.h"
+#include "platform/ObjectStore.h"
 #include "platform/Platform.h"
 
 namespace qx {
@@ -105,6 +108,12 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
   void takeRoute(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToObjectStore(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model);
+  /// Has `send` called on the queue for that, unless the attempt is cancelled before.
+  void handOver(Work send);
+  void sendToObjectStore(AWSS3TransferUtility& utility, const Data& data,
+                         const UploadTokenModel& token);
+  void sendToServer(const QXNetworkingUploadRequest& request, std::size_t size,
+                    const std::string& url);
   void resolveItemId(const std::string& url);
   void report(const std::optional<std::string>& url, const AWSCallbackStatus& status,
               std::int64_t itemId);

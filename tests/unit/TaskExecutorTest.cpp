@@ -81,6 +81,39 @@ TEST_F(TaskExecutorTest, ExecuteReturnsBeforeTheTransfer) {
   EXPECT_EQ(reports.size(), 1U);
 }
 
+TEST_F(TaskExecutorTest, UploadLeavesTheCredentialsQueueBeforeItIsSent) {
+  for (const bool resized : {false, true}) {
+    library.configure.needServerResize = resized;
+    make(dataTask())->execute();
+    while (platform.dispatch.pendingCount("com.aws.hand.over") == 0) {
+      ASSERT_TRUE(platform.dispatch.runNext());
+    }
+    EXPECT_EQ(platform.dispatch.pendingCount("com.aws.get.config"), 0U);
+    EXPECT_EQ(platform.objectStore.uploads().size(), resized ? 1U : 0U);
+    EXPECT_EQ(platform.uploadClients.uploads().size(), 0U);
+    run();
+    EXPECT_EQ(platform.objectStore.uploads().size(), 1U);
+    EXPECT_EQ(platform.uploadClients.uploads().size(), resized ? 1U : 0U);
+  }
+}
+
+TEST_F(TaskExecutorTest, UploadCancelledAfterItsCredentialsIsNeverSent) {
+  for (const bool resized : {false, true}) {
+    library.configure.needServerResize = resized;
+    const auto executor = make(dataTask());
+    executor->execute();
+    while (platform.dispatch.pendingCount("com.aws.hand.over") == 0) {
+      ASSERT_TRUE(platform.dispatch.runNext());
+    }
+    reports.clear();
+    executor->cancel();
+    run();
+    expectFailure(AWSErrorCode::unknown, "[Error] cancelled", std::nullopt, "main");
+    EXPECT_TRUE(platform.objectStore.uploads().empty());
+    EXPECT_TRUE(platform.uploadClients.uploads().empty());
+  }
+}
+
 TEST_F(TaskExecutorTest, MissingIdentityIsReportedAsTheServiceGivesIt) {
   platform.mediator.signOut();
   const auto executor = attempt(dataTask());
