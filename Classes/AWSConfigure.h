@@ -3,7 +3,7 @@
 // Threads: every operation may be called from any thread. The service has four serial queues:
 // "com.aws.get.config" runs the credential requests one at a time and blocks during a fetch, so
 // that no second fetch starts meanwhile; "com.aws.fetch" sends the fetch; "com.aws.change.config"
-// applies identities; "com.aws.hand.over" is the one on which uploads leave.
+// applies identities; "com.aws.hand.over" signs and sends uploads.
 // Ownership: a library has one instance, which owns the current scheduler and the session. Running
 // requests use the instance, so it is destroyed after they have ended, or never.
 #pragma once

@@ -31,9 +31,8 @@ class Credentials {
   virtual void getConfig(std::string scope, bool skipCheckExpiration, ConfigCallback callback) = 0;
   /// The transfer utility that the latest fetch has registered for a scope, or null.
   virtual std::shared_ptr<AWSS3TransferUtility> transferUtility(const std::string& scope) = 0;
-  /// The queue on which uploads leave for the store or the upload server, so that signing and
-  /// hashing hold up no request for credentials. Serial: uploads leave in the order of their
-  /// answers.
+  /// The serial queue on which uploads are signed, hashed and sent, so that this work delays no
+  /// request for credentials. Uploads leave in the order of their answers.
   virtual DispatchQueue& handOverQueue() = 0;
   /// True when uploads go through the host's upload server.
   virtual bool resizesOnServer() const = 0;

@@ -108,7 +108,7 @@ class TaskExecutor : public std::enable_shared_from_this<TaskExecutor> {
   void takeRoute(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToObjectStore(const Data& data, const std::optional<UploadTokenModel>& model);
   void uploadToServer(const Data& data, const std::optional<UploadTokenModel>& model);
-  /// Has `send` called on the queue for that, unless the attempt is cancelled before.
+  /// Calls `send` on the hand-over queue, unless the attempt is cancelled before.
   void handOver(Work send);
   void sendToObjectStore(AWSS3TransferUtility& utility, const Data& data,
                          const UploadTokenModel& token);
