@@ -16,8 +16,7 @@ namespace {
 template <typename Target>
 class ReportingTarget : public MediatorTarget {
  public:
-  ReportingTarget(Library& library, HostListener& listener)
-      : listener_(listener), target_(library) {}
+  explicit ReportingTarget(HostListener& listener) : listener_(listener) {}
   bool performAction(std::string_view action, const Dictionary& parameters) override {
     const bool known = target_.performAction(action, parameters);
     if (!known) listener_.onUnknownAction(action);
@@ -30,10 +29,9 @@ class ReportingTarget : public MediatorTarget {
 };
 
 template <typename Target>
-void registerTarget(Mediator& mediator, std::string_view name, Library& library,
-                    HostListener& listener) {
-  mediator.registerTarget(std::string(name), [&library, &listener] {
-    return std::make_unique<ReportingTarget<Target>>(library, listener);
+void registerTarget(Mediator& mediator, std::string_view name, HostListener& listener) {
+  mediator.registerTarget(std::string(name), [&listener] {
+    return std::make_unique<ReportingTarget<Target>>(listener);
   });
 }
 
@@ -120,8 +118,7 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
     : listener_(listener),
       platform_(withServices(linuxSettings(settings), *this, *this, *this)),
       reachability_(platform_.seams().reachability),
-      seams_(platform_.seams().with(reachability_)),
-      library_(std::make_unique<Library>(seams_)) {
+      seams_(platform_.seams().with(reachability_)) {
   const auto textOrNull = [&](std::string_view key) {
     const auto text = settings.get(key);
     return text ? Value(*text) : Value();
@@ -140,8 +137,9 @@ Host::Host(const Settings& settings, const std::string& token, HostListener& lis
     listener_.onTracking(parameters ? *parameters : Dictionary(), name ? *name : std::string());
     return Value();
   });
-  registerTarget<Target_Uploader>(mediator, kUploader, *library_, listener_);
-  registerTarget<Target_UploadQueue>(mediator, kUploadQueue, *library_, listener_);
+  registerTarget<Target_Uploader>(mediator, kUploader, listener_);
+  registerTarget<Target_UploadQueue>(mediator, kUploadQueue, listener_);
+  Platform::install(seams_);
   perform(kUploadQueue, "Action_Observe:",
           {{"events", Value::callback<HostEvents>([this](const Dictionary& event) {
               post([this, event] { listener_.onEvent(event); });
@@ -195,11 +193,10 @@ void Host::stop() {
 }
 
 void Host::shutDown() {
-  if (!library_) return;
+  if (std::exchange(isShutDown_, true)) return;
   // The failures that follow are not failures of the uploads.
   perform(kUploadQueue, "Action_Pause:", {{"cancelRunning", true}});
   platform_.shutDown();
-  library_.reset();
 }
 
 int Host::threshold() {

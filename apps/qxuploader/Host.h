@@ -1,5 +1,5 @@
-// The host application: it makes the platform and the library, answers the library's questions,
-// gets its reports and events, and sends its actions.
+// The host application: it makes the platform, answers the library's questions, gets the library's
+// reports and events, and sends its actions.
 //
 // Threads: the main thread makes the host and then calls run(). Reports of the library arrive on
 // any thread and go to the HostListener there. Events arrive on the main thread.
@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include "Classes/Library.h"
 #include "HostAnswers.h"
 #include "ListedTask.h"
 #include "Settings.h"
@@ -45,7 +44,8 @@ inline constexpr std::string_view kUploadQueue = "Target_UploadQueue";
 
 class Host : private QXLogger, private QXTrackingEvents, private Console {
  public:
-  /// `listener` must live as long as the host.
+  /// Installs the platform, so that a process can make one host only. `listener` must live as long
+  /// as the host.
   Host(const Settings& settings, const std::string& token, HostListener& listener);
   ~Host();
 
@@ -70,8 +70,9 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   /// Runs the main queue until stop().
   void run();
   void stop();
-  /// Ends all uploads and downloads after run(). An upload that is interrupted does not count as
-  /// failed, stored tasks stay stored, and no callback comes any more. A second call does nothing.
+  /// Ends all uploads and downloads after run(), and all threads. An upload that is interrupted
+  /// does not count as failed, stored tasks stay stored, no callback comes any more, and no action
+  /// may be sent. A second call does nothing.
   void shutDown();
 
  private:
@@ -91,8 +92,7 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   LinuxPlatform platform_;
   SwitchableReachability reachability_;
   const Platform seams_;
-  /// Null after a shutdown.
-  std::unique_ptr<Library> library_;
+  bool isShutDown_ = false;
 };
 
 /// The platform's settings, which follow from the program's settings.

@@ -9,7 +9,7 @@
 // Threads: one thread makes and installs the platform. The platform owns the HTTP engine's thread,
 // the threads of the queues and timers, and the reachability thread; shutDown() ends them.
 // Ownership: the platform must outlive all work of the library. A host keeps it until the process
-// ends, or makes its own Library and destroys it before the platform.
+// ends, or destroys it after shutDown() and sends no action any more.
 #pragma once
 
 #include <functional>
@@ -102,8 +102,7 @@ class LinuxPlatform {
   void stopMainQueue();
 
   /// Ends each transfer with an error, runs the remaining work of all queues except the main queue,
-  /// whose work it drops, and joins the threads. From then on the seams do nothing, so that a host
-  /// that owns a Library can destroy it after this call and before the platform. The destructor
+  /// whose work it drops, and joins the threads. From then on the seams do nothing. The destructor
   /// does the same. A second call does nothing. The host calls it from its main thread, after
   /// runMainQueue() has returned.
   void shutDown();
