@@ -33,6 +33,11 @@ Library::Library(const Platform& seams)
                      .directUploads = directUploads,
                      .idle = idle}) {}
 
+Library::~Library() {
+  // An upload that waits in the queue holds the queue.
+  taskQueue->reset();
+}
+
 std::shared_ptr<TaskScheduler> Library::makeScheduler(const std::string& userId) {
   return TaskScheduler::make(
       {.tracking = tracking,

@@ -34,6 +34,8 @@ class Library {
  public:
   /// The seams must outlive the library.
   explicit Library(const Platform& seams);
+  /// Lets go of the background uploads that wait; what is stored of them stays stored.
+  ~Library();
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
