@@ -4,7 +4,6 @@
 include(CMakePackageConfigHelpers)
 
 set(QX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QXAwsUploader)
-set(QX_HEADERS_DIR ${CMAKE_INSTALL_INCLUDEDIR}/QXAwsUploader)
 
 set(installed_libraries qx_core)
 set_target_properties(qx_core PROPERTIES EXPORT_NAME core)
@@ -22,24 +21,8 @@ install(TARGETS ${installed_libraries} EXPORT QXAwsUploaderTargets
 install(EXPORT QXAwsUploaderTargets NAMESPACE qx:: DESTINATION ${QX_PACKAGE_DIR}
   COMPONENT development)
 
-# The public interface: the seams and values, the target of the actions, the Linux platform as a
-# host makes it, and the fakes. Everything else is private to the library.
-file(GLOB platform_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
-install(FILES ${platform_headers} DESTINATION ${QX_HEADERS_DIR}/platform COMPONENT development)
-install(FILES Classes/Target_Uploader.h Classes/HostCallbacks.h Classes/AWSCallbackStatus.h
-  DESTINATION ${QX_HEADERS_DIR}/Classes COMPONENT development)
-if(TARGET qx_platform_linux)
-  install(FILES platforms/linux/LinuxPlatform.h
-    DESTINATION ${QX_HEADERS_DIR}/platforms/linux COMPONENT development)
-  install(FILES platforms/shared/Mediator.h
-    DESTINATION ${QX_HEADERS_DIR}/platforms/shared COMPONENT development)
-  install(FILES http/MessageSignature.h
-    DESTINATION ${QX_HEADERS_DIR}/http COMPONENT development)
-endif()
-if(TARGET qx_testing)
-  file(GLOB fake_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/fakes/*.h)
-  install(FILES ${fake_headers} DESTINATION ${QX_HEADERS_DIR}/testing/fakes COMPONENT development)
-endif()
+install(DIRECTORY ${QX_PUBLIC_INCLUDE_DIR}/qxawsuploader
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 configure_package_config_file(cmake/QXAwsUploaderConfig.cmake.in
   ${PROJECT_BINARY_DIR}/QXAwsUploaderConfig.cmake INSTALL_DESTINATION ${QX_PACKAGE_DIR})

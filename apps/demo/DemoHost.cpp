@@ -1,12 +1,12 @@
-#include "apps/demo/DemoHost.h"
+#include "DemoHost.h"
+
+#include <qxawsuploader/Target_Uploader.h>
 
 #include <chrono>
 #include <functional>
 #include <iostream>
 #include <sstream>
 #include <string_view>
-
-#include "Classes/Target_Uploader.h"
 
 namespace demo {
 namespace {

@@ -5,16 +5,16 @@
 // the tracker and the answers are called from any thread.
 #pragma once
 
+#include <qxawsuploader/LinuxPlatform.h>
+#include <qxawsuploader/Mutex.h>
+#include <qxawsuploader/Platform.h>
+
 #include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "platform/Mutex.h"
-#include "platform/Platform.h"
-#include "platforms/linux/LinuxPlatform.h"
 
 namespace demo {
 

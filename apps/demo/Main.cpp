@@ -3,7 +3,10 @@
 //
 // Threads: the main thread runs the main queue, on which object-store uploads report. A second
 // thread sends the actions and waits for the reports.
+
+#include <qxawsuploader/Target_Uploader.h>
 #include <CLI/CLI.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -22,8 +25,7 @@
 #include <utility>
 #include <vector>
 
-#include "Classes/Target_Uploader.h"
-#include "apps/demo/DemoHost.h"
+#include "DemoHost.h"
 
 namespace demo {
 namespace {

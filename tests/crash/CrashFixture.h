@@ -22,9 +22,9 @@
 #include <utility>
 
 #include "Classes/Target_Uploader.h"
+#include "Sanitized.h"
 #include "crash/FileCalls.h"
 #include "fakes/FakePlatform.h"
-#include "fakes/Sanitized.h"
 #include "platforms/shared/LibplistPropertyLists.h"
 #include "platforms/shared/PosixFiles.h"
 

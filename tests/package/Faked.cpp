@@ -1,5 +1,5 @@
 // An application's test that uses the installed fakes.
-#include "fakes/FakeClock.h"
+#include <qxawsuploader/testing/FakeClock.h>
 
 int main() {
   qx::FakeClock clock(1000);

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <optional>
 
-#include "Classes/Target_Uploader.h"
-#include "platforms/linux/LinuxPlatform.h"
+#include <qxawsuploader/LinuxPlatform.h>
+#include <qxawsuploader/Target_Uploader.h>
 
 int main() {
   auto& platform = *new qx::LinuxPlatform;

@@ -61,16 +61,25 @@ class InstalledPackage(unittest.TestCase):
         readme = (SOURCES.parent.parent / "README.md").read_text()
         program = readme.split("```cpp\n")[1].split("```")[0]
         self.assertIn("int main()", program)
-        run("c++", "-std=c++20", "-fsyntax-only", f"-I{self.prefix / 'include' / 'QXAwsUploader'}",
-            "-x", "c++", "-", input=program)
+        run("c++", "-std=c++20", "-fsyntax-only", f"-I{self.prefix / 'include'}", "-x", "c++", "-", input=program)
 
     def testEveryInstalledHeaderCompilesAlone(self):
-        include = self.prefix / "include" / "QXAwsUploader"
-        headers = sorted(include.rglob("*.h"))
-        self.assertIn(include / "platforms/linux/LinuxPlatform.h", headers)
+        include = self.prefix / "include"
+        headers = sorted(path.relative_to(include) for path in include.rglob("*.h"))
+        self.assertIn(pathlib.Path("qxawsuploader/LinuxPlatform.h"), headers)
+        self.assertIn(pathlib.Path("qxawsuploader/testing/FakePlatform.h"), headers)
         for header in headers:
-            run("c++", "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{include}",
-                f"-I{include / 'testing'}", header)
+            run("c++", "-std=c++20", "-fsyntax-only", "-x", "c++", f"-I{include}", "-",
+                input=f"#include <{header}>\n")
+
+    def testPublicHeadersAloneAreInstalledAllBelowOneFolder(self):
+        self.assertEqual([path.name for path in (self.prefix / "include").iterdir()],
+                         ["qxawsuploader"])
+        installed = {path.name for path in (self.prefix / "include/qxawsuploader").glob("*.h")}
+        seams = {path.name for path in (SOURCES.parent.parent / "platform").glob("*.h")}
+        self.assertLessEqual(seams | {"Target_Uploader.h", "LinuxPlatform.h"}, installed)
+        self.assertTrue(installed.isdisjoint({"Library.h", "TaskExecutor.h", "SigV4.h",
+                                              "HttpEngine.h", "NlohmannJson.h"}))
 
     def testDebPackagesDependOnWhatTheyAreLinkedWith(self):
         run("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.work / "deb")

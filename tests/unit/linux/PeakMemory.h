@@ -8,7 +8,7 @@
 
 #include <functional>
 
-#include "fakes/Sanitized.h"
+#include "Sanitized.h"
 
 namespace qx {
 

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <future>
 
-#include "fakes/Sanitized.h"
+#include "Sanitized.h"
 #include "unit/linux/TransferFixture.h"
 
 namespace qx {
