@@ -8,7 +8,7 @@ set(public_headers
   ${PROJECT_SOURCE_DIR}/Classes/HostCallbacks.h
   ${PROJECT_SOURCE_DIR}/Classes/Target_Uploader.h
   ${PROJECT_SOURCE_DIR}/http/MessageSignature.h)
-if(QX_BUILD_LINUX)
+if(QXAWSUPLOADER_BUILD_LINUX)
   list(APPEND public_headers
     ${PROJECT_SOURCE_DIR}/platforms/linux/LinuxPlatform.h
     ${PROJECT_SOURCE_DIR}/platforms/shared/Mediator.h)

@@ -1,25 +1,29 @@
 # Compiler settings every target of this project shares.
-find_program(CCACHE ccache)
-if(CCACHE)
-  # The setting lets ccache keep precompiled headers, and what is compiled with them.
-  set(CMAKE_CXX_COMPILER_LAUNCHER
-    ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+if(PROJECT_IS_TOP_LEVEL)
+  find_program(CCACHE ccache)
+  if(CCACHE)
+    # The setting lets ccache keep precompiled headers, and what is compiled with them.
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+  endif()
+  set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 endif()
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# qx_configure(TARGET): C++20, warnings as errors, the sanitizers of this build.
+# qx_configure(TARGET): C++20, and the warnings and sanitizers of this build.
 function(qx_configure target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
-  target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-    -Woverloaded-virtual -Werror)
-  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
-    target_compile_options(${target} PRIVATE -Wthread-safety)
+  if(QXAWSUPLOADER_WARNINGS)
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+      -Woverloaded-virtual -Werror)
+    if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+      target_compile_options(${target} PRIVATE -Wthread-safety)
+    endif()
   endif()
-  if(QX_SANITIZE)
-    target_compile_options(${target} PUBLIC -fsanitize=${QX_SANITIZE} -fno-omit-frame-pointer
-      -fno-sanitize-recover=all)
-    target_link_options(${target} PUBLIC -fsanitize=${QX_SANITIZE})
+  if(QXAWSUPLOADER_SANITIZE)
+    target_compile_options(${target} PUBLIC -fsanitize=${QXAWSUPLOADER_SANITIZE}
+      -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(${target} PUBLIC -fsanitize=${QXAWSUPLOADER_SANITIZE})
   endif()
 endfunction()

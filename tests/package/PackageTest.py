@@ -4,21 +4,14 @@
 """
 import os
 import pathlib
-import subprocess
 import sys
 import tempfile
 import unittest
 
+from Support import run
+
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 SOURCES = pathlib.Path(__file__).resolve().parent
-
-
-def run(*command, **options):
-    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, **options)
-    if done.returncode != 0:
-        raise AssertionError(f"{command}\n{done.stdout}")
-    return done.stdout
 
 
 class InstalledPackage(unittest.TestCase):
