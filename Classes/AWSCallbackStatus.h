@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/Error.h"
+#include "platform/Export.h"
 
 namespace qx {
 
@@ -29,10 +30,10 @@ enum class AWSErrorCode : std::int64_t {
 };
 
 /// The case with this raw value, or nothing for any other number.
-std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
+QX_EXPORT std::optional<AWSErrorCode> errorCodeFromRawValue(std::int64_t rawValue);
 
 /// Success, or a failure with its code and message.
-class AWSCallbackStatus {
+class QX_EXPORT AWSCallbackStatus {
  public:
   static AWSCallbackStatus success() { return {}; }
   /// `backendStatus` is the HTTP status with which the backend has refused credentials, or 0.
@@ -65,7 +66,7 @@ inline constexpr std::string_view kUploaderErrorDomain = "AWSUploaderError";
 
 /// The error object of a failure for the host: the domain "AWSUploaderError", the raw value of
 /// `code`, and `message` as description.
-Error uploaderError(AWSErrorCode code, std::string message);
+QX_EXPORT Error uploaderError(AWSErrorCode code, std::string message);
 
 /// The completion of an upload. It gets (URL, item id, no error) or (no URL, 0, error).
 using UploadCompletion = std::function<void(

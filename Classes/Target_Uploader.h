@@ -17,13 +17,14 @@
 
 // Hosts include this header alone, so it includes their callbacks.
 #include "Classes/HostCallbacks.h"
+#include "platform/Export.h"
 #include "platform/Host.h"
 
 namespace qx {
 
 class Library;
 
-class Target_Uploader : public MediatorTarget {
+class QX_EXPORT Target_Uploader : public MediatorTarget {
  public:
   /// Makes a target that uses the library of the process.
   Target_Uploader();

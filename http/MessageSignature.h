@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/Digests.h"
+#include "platform/Export.h"
 
 namespace qx {
 
@@ -34,7 +35,7 @@ using MessageSigner = std::function<std::pair<std::string, std::string>(const Me
 /// Makes the field "QX-SIGNATURE: t=<time>,v1=<hex>". <hex> is the lower-case hexadecimal
 /// HMAC-SHA256, keyed by the access token, of: method LF pathAndQuery LF time LF
 /// hex(SHA-256(body)).
-std::pair<std::string, std::string> hmacMessageSignature(Digests& digests,
-                                                         const MessageToSign& message);
+QX_EXPORT std::pair<std::string, std::string> hmacMessageSignature(Digests& digests,
+                                                                   const MessageToSign& message);
 
 }  // namespace qx

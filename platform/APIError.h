@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/Error.h"
+#include "platform/Export.h"
 #include "platform/Formats.h"
 #include "platform/Networking.h"
 #include "platform/Value.h"
@@ -20,9 +21,9 @@ namespace qx {
 enum class APIErrorCode : std::int64_t { success = 1, internalError = 1000 };
 
 /// The case with this raw value, or nothing for any other number.
-std::optional<APIErrorCode> apiErrorCodeFromRawValue(std::int64_t rawValue);
+QX_EXPORT std::optional<APIErrorCode> apiErrorCodeFromRawValue(std::int64_t rawValue);
 
-struct APIError {
+struct QX_EXPORT APIError {
   /// A missing message becomes the locale's text for "SUCCESS" or "INTERNAL_ERROR".
   APIError(APIErrorCode errorCode, std::optional<std::string> errorMessage, MessageClients& locale);
 

@@ -10,9 +10,11 @@
 
 #include <string_view>
 
+#include "platform/Export.h"
+
 namespace qx {
 
-class Console {
+class QX_EXPORT Console {
  public:
   virtual ~Console() = default;
   /// Prints one line. `line` has no line break.

@@ -13,10 +13,12 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Export.h"
+
 namespace qx {
 
 /// A handle to bytes. Copying a Data copies the handle, never the bytes.
-class Data {
+class QX_EXPORT Data {
  public:
   /// No bytes.
   Data() = default;

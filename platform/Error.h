@@ -13,11 +13,13 @@
 #include <utility>
 #include <variant>
 
+#include "platform/Export.h"
+
 namespace qx {
 
 /// A failure: the family of errors, the number within the family, and a text for people. It never
 /// holds a credential, a token or a signature.
-struct Error {
+struct QX_EXPORT Error {
   std::string domain;
   std::int64_t code = 0;
   /// The localised description.
@@ -50,6 +52,6 @@ class Result {
 /// Writes "QXAwsUploader: fatal: <message>" as one line to standard error and stops the process
 /// with abort(). It is meant for broken promises of the calling program, which cannot be failure
 /// values.
-[[noreturn]] void fatal(std::string_view message);
+[[noreturn]] QX_EXPORT void fatal(std::string_view message);
 
 }  // namespace qx

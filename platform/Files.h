@@ -24,6 +24,7 @@
 
 #include "platform/Data.h"
 #include "platform/Error.h"
+#include "platform/Export.h"
 
 namespace qx {
 
@@ -95,11 +96,11 @@ class Files {
 };
 
 /// The first of the user's documents directories, or an empty text when there is none.
-std::string documentPath(Files& files);
+QX_EXPORT std::string documentPath(Files& files);
 
 /// True when `name` can be one component of a path below a directory: it is not empty, not "." or
 /// "..", and has no separator and no NUL. A name that fails this test never reaches the file
 /// system.
-bool isPlainPathComponent(std::string_view name);
+QX_EXPORT bool isPlainPathComponent(std::string_view name);
 
 }  // namespace qx

@@ -27,6 +27,7 @@
 #include "platform/Cancellable.h"
 #include "platform/Data.h"
 #include "platform/Error.h"
+#include "platform/Export.h"
 #include "platform/Url.h"
 
 namespace qx {
@@ -39,7 +40,7 @@ struct AWSBasicSessionCredentialsProvider {
   std::string sessionToken;
 };
 
-struct AWSEndpoint {
+struct QX_EXPORT AWSEndpoint {
   std::string urlString;
 
   /// The region type of a region name, case-sensitive. `unknown` for a name that is not in the

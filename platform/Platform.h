@@ -15,6 +15,7 @@
 #include "platform/Console.h"
 #include "platform/Digests.h"
 #include "platform/Dispatch.h"
+#include "platform/Export.h"
 #include "platform/Files.h"
 #include "platform/Formats.h"
 #include "platform/Host.h"
@@ -23,7 +24,7 @@
 
 namespace qx {
 
-struct Platform {
+struct QX_EXPORT Platform {
   QXMediator& mediator;
   QXLogger& logger;
   NotificationCentre& notifications;

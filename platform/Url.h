@@ -13,11 +13,13 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Export.h"
+
 namespace qx {
 
 /// The parts of an address, split at its delimiters alone. The address may be malformed or have no
 /// scheme.
-struct AddressParts {
+struct QX_EXPORT AddressParts {
   explicit AddressParts(std::string_view address);
 
   /// The part before the first "://". Empty when there is none.
@@ -28,7 +30,7 @@ struct AddressParts {
   std::string_view rest;
 };
 
-class Url {
+class QX_EXPORT Url {
  public:
   /// Reads a URL. Nothing when `text` is empty or no URI reference by RFC 3986. UTF-8 outside ASCII
   /// is accepted unchanged, too. Blanks, control characters and broken percent escapes are refused.

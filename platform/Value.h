@@ -67,7 +67,7 @@ class HostObject {
   const char* type_;
 };
 
-class Value {
+class QX_EXPORT Value {
  public:
   /// Null.
   Value() = default;
@@ -105,7 +105,7 @@ class Value {
   const Dictionary* asDictionary() const { return std::get_if<Dictionary>(&state_); }
   const HostObject* asHostObject() const { return std::get_if<HostObject>(&state_); }
 
-  friend bool operator==(const Value& a, const Value& b);
+  friend QX_EXPORT bool operator==(const Value& a, const Value& b);
 
  private:
   std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::string, Data, Date,
@@ -115,19 +115,20 @@ class Value {
 
 // Each reader yields the value under `key` when it is present and has the expected type, else
 // nothing.
-std::optional<bool> readBool(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<bool> readBool(const Dictionary& dictionary, std::string_view key);
 /// Reads a signed 64-bit integer, or an unsigned one that fits into it.
-std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_view key);
-std::optional<double> readDouble(const Dictionary& dictionary, std::string_view key);
-std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key);
-std::optional<Data> readData(const Dictionary& dictionary, std::string_view key);
-std::optional<Dictionary> readDictionary(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<std::int64_t> readInt(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<double> readDouble(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<std::string> readText(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<Data> readData(const Dictionary& dictionary, std::string_view key);
+QX_EXPORT std::optional<Dictionary> readDictionary(const Dictionary& dictionary,
+                                                   std::string_view key);
 /// Reads a list whose elements are all texts.
-std::optional<std::vector<std::string>> readTextList(const Dictionary& dictionary,
-                                                     std::string_view key);
+QX_EXPORT std::optional<std::vector<std::string>> readTextList(const Dictionary& dictionary,
+                                                               std::string_view key);
 /// Reads a dictionary whose values are all texts.
-std::optional<std::map<std::string, std::string>> readTextMap(const Dictionary& dictionary,
-                                                              std::string_view key);
+QX_EXPORT std::optional<std::map<std::string, std::string>> readTextMap(
+    const Dictionary& dictionary, std::string_view key);
 
 /// Reads a callback of exactly this signature. An empty std::function counts as absent.
 template <typename Signature>

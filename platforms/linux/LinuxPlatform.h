@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "http/MessageSignature.h"
+#include "platform/Export.h"
 #include "platform/Platform.h"
 #include "platforms/shared/Mediator.h"
 
@@ -73,7 +74,7 @@ struct SettingFault {
   std::string reason;
 };
 
-class LinuxPlatform {
+class QX_EXPORT LinuxPlatform {
  public:
   /// Yields one fault for each setting that cannot be used. It looks at files and sends nothing. A
   /// host calls it before it makes the platform:

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Export.h"
 #include "platform/Host.h"
 #include "platform/Mutex.h"
 
@@ -23,7 +24,7 @@ namespace qx {
 
 class DeveloperMistakes;
 
-class Mediator : public QXMediator {
+class QX_EXPORT Mediator : public QXMediator {
  public:
   using Answer = std::function<Value(const std::vector<Value>& arguments)>;
 
