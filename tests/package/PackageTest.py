@@ -8,7 +8,7 @@ import sys
 import tempfile
 import unittest
 
-from Support import ERROR_WITHOUT_IDENTITY, HOST_SECONDS, run
+from Support import ERROR_WITHOUT_IDENTITY, HOST_SECONDS, hardening, run
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 SOURCES = pathlib.Path(__file__).resolve().parent
@@ -70,6 +70,17 @@ class InstalledPackage(unittest.TestCase):
         self.assertLessEqual(seams | {"Target_Uploader.h", "LinuxPlatform.h"}, installed)
         self.assertTrue(installed.isdisjoint({"Library.h", "TaskExecutor.h", "SigV4.h",
                                               "HttpEngine.h", "NlohmannJson.h"}))
+
+    def testProgramIsHardenedAndStripped(self):
+        program = self.prefix / "bin/qxuploader"
+        # Buffers are checked in optimised builds alone; SharedLibraryTest.py makes one.
+        self.assertLessEqual({"position-independent", "read-only relocations", "stack not executable",
+                              "bound at the start", "stack protector"}, hardening(program))
+        self.assertNotRegex(run("readelf", "-SW", program), r"\.symtab|\.debug_")
+
+    def testStaticLibrariesHoldTheStackProtector(self):
+        for library in self.prefix.rglob("lib*.a"):
+            self.assertIn(" U __stack_chk_fail", run("nm", library), library)
 
     def testDebPackagesDependOnWhatTheyAreLinkedWith(self):
         run("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.work / "deb")

@@ -9,7 +9,7 @@ import shutil
 import tempfile
 import unittest
 
-from Support import ERROR_WITHOUT_IDENTITY, HOST_SECONDS, run
+from Support import ERROR_WITHOUT_IDENTITY, HOST_SECONDS, hardening, run
 
 HERE = pathlib.Path(__file__).resolve().parent
 
@@ -34,6 +34,7 @@ class SharedLibrary(unittest.TestCase):
         launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
         run("cmake", "-S", HERE / "subdirectory", "-B", cls.build, "-G", "Ninja",
             f"-DUPLOADER={HERE.parent.parent}", "-DBUILD_SHARED_LIBS=ON", "-DQXAWSUPLOADER_INSTALL=ON",
+            "-DQXAWSUPLOADER_HARDENING=ON", "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O1",
             *launcher)
         run("cmake", "--build", cls.build)
         run("cmake", "--install", cls.build, "--prefix", cls.prefix)
@@ -87,6 +88,11 @@ class SharedLibrary(unittest.TestCase):
                 if symbol.startswith("qx::TypeTag<")}
         self.assertGreater(len(tags), 4)
         self.assertLessEqual(tags, self.exported)
+
+    def testItIsHardened(self):
+        self.assertEqual(hardening(self.library),
+                         {"position-independent", "read-only relocations", "stack not executable",
+                          "bound at the start", "stack protector", "checked buffers"})
 
     def testHostInTheSameBuildRuns(self):
         self.assertIn("libqxawsuploader.so", run("ldd", self.build / "host"))

@@ -1,4 +1,5 @@
 """What the tests of the package share."""
+import re
 import subprocess
 
 # What the hosts here print of an upload for which nobody is signed in.
@@ -14,3 +15,18 @@ def run(*command, **options):
     if done.returncode != 0:
         raise AssertionError(f"{command}\n{done.stdout}")
     return done.stdout
+
+
+def hardening(file):
+    """Which of the usual protections a program or shared library carries."""
+    header, segments, dynamic = (run("readelf", option, file) for option in ("-hW", "-lW", "-dW"))
+    undefined = run("nm", "-D", "--undefined-only", file)
+    found = {
+        "position-independent": re.search(r"Type: +DYN ", header),
+        "read-only relocations": "GNU_RELRO" in segments,
+        "stack not executable": re.search(r"GNU_STACK .* RW +0x", segments),
+        "bound at the start": re.search(r"\(FLAGS_1\) .*\bNOW\b", dynamic),
+        "stack protector": "__stack_chk_fail" in undefined,
+        "checked buffers": re.search(r"\b__\w+_chk\b", undefined),
+    }
+    return {name for name, there in found.items() if there}
