@@ -36,7 +36,7 @@ class SharedLibrary(unittest.TestCase):
             f"-DUPLOADER={HERE.parent.parent}", "-DBUILD_SHARED_LIBS=ON", "-DQXAWSUPLOADER_INSTALL=ON",
             "-DQXAWSUPLOADER_HARDENING=ON", "-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O1",
             *launcher)
-        run("cmake", "--build", cls.build)
+        run("cmake", "--build", cls.build, "--target", "all", "bare_host")
         run("cmake", "--install", cls.build, "--prefix", cls.prefix)
         cls.library = next(cls.prefix.rglob("libqxawsuploader.so"))
         cls.exported = {name for _, name in demangled(cls.library, options=["-D", "--defined-only"])}
@@ -97,6 +97,9 @@ class SharedLibrary(unittest.TestCase):
     def testHostInTheSameBuildRuns(self):
         self.assertIn("libqxawsuploader.so", run("ldd", self.build / "host"))
         self.assertEqual(run(self.build / "host", timeout=HOST_SECONDS), ERROR_WITHOUT_IDENTITY)
+
+    def testHostWithoutExceptionsAndTypeInformationRuns(self):
+        self.assertEqual(run(self.build / "bare_host", timeout=HOST_SECONDS), "miss scope\n" + ERROR_WITHOUT_IDENTITY)
 
     def testCMakeProjectFindsTheInstalledOne(self):
         build = self.work / "cmake"
