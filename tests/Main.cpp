@@ -67,6 +67,8 @@ int main(int argc, char** argv) {
   const bool inDeathTest = std::any_of(argv, argv + argc, [](std::string_view argument) {
     return argument.starts_with("--gtest_internal_run_death_test");
   });
+  // A death test starts its process anew, for an earlier test may have left threads behind.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   testing::InitGoogleMock(&argc, argv);
   if (!inDeathTest && argc == 3 && std::string_view(argv[1]) == "--each-in-a-child") {
     return runEachInAChild(linesOf(argv[2]));

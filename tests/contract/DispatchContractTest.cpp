@@ -67,7 +67,6 @@ class Notes {
 template <typename T>
 class DispatchContract : public testing::Test {
  protected:
-  DispatchContract() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
   Dispatch& dispatch() { return underTest_.dispatch; }
 
   // Declared before the queues and so destroyed after them, because work on the queues notes

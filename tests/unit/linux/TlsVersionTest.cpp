@@ -89,7 +89,6 @@ TEST_P(TlsVersionTest, NothingOlderThanOnePointTwoIsSpoken) {
   // OpenSSL reads its configuration once per process, so the test continues in a process that has
   // not read it yet.
   ::setenv("OPENSSL_CONF", (folder + "/openssl.cnf").c_str(), 1);
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto [version, spoken] = GetParam();
   EXPECT_EXIT(
       {
