@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Classes/HostCallbacks.h"
+#include "platform/Export.h"
 #include "platform/Host.h"
 #include "platform/Value.h"
 
@@ -22,7 +23,7 @@ namespace qx {
 
 class Library;
 
-class Target_UploadQueue : public MediatorTarget {
+class QX_EXPORT Target_UploadQueue : public MediatorTarget {
  public:
   /// Makes a target that uses the library of the process.
   Target_UploadQueue();

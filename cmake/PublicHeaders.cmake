@@ -6,6 +6,7 @@ set(public_headers
   ${seams_and_values}
   ${PROJECT_SOURCE_DIR}/Classes/AWSCallbackStatus.h
   ${PROJECT_SOURCE_DIR}/Classes/HostCallbacks.h
+  ${PROJECT_SOURCE_DIR}/Classes/Target_UploadQueue.h
   ${PROJECT_SOURCE_DIR}/Classes/Target_Uploader.h
   ${PROJECT_SOURCE_DIR}/http/MessageSignature.h)
 if(QXAWSUPLOADER_BUILD_LINUX)
