@@ -1,23 +1,15 @@
 #include "Classes/TaskScheduler.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <limits>
+#include <memory>
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include "Classes/AWSConfigure.h"
-#include "Classes/AWSUploader.h"
 #include "Classes/TaskQueue.h"
-#include "Classes/UserTaskStorage.h"
-#include "unit/UploadFixture.h"
+#include "unit/TaskSchedulerFixture.h"
 
 namespace qx {
 namespace {
@@ -26,75 +18,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Operation = MemoryFiles::Operation;
-
-const std::string kDirectory = "/documents/aws-0011/u1";
-const std::string kLog = kDirectory + "/logs.plist";
-
-struct Report {
-  std::string callback;
-  std::string scope;
-  std::optional<std::string> url;
-  AWSParameterMap extra;
-  std::optional<Error> error;
-};
-
-class TaskSchedulerTest : public UploadFixture {
- protected:
-  TaskSchedulerTest() {
-    const auto recorder = [this](std::string name) {
-      return [this, name](const std::string& scope, const std::optional<std::string>& url,
-                          const AWSParameterMap& extra, const std::optional<Error>& error) {
-        reports.push_back({name, scope, url, extra, error});
-      };
-    };
-    library.configure.backgroundUploadCallback.store(recorder("host"));
-    library.configure.backgroundUploadItemCallback.store(recorder("item"));
-  }
-
-  std::shared_ptr<TaskExecutor> dataExecutor(const std::string& filename,
-                                             AWSParameterMap extra = {}) {
-    return library.uploader.makeExecutor(
-        std::make_shared<DataTask>(filename, "avatar", Data("bytes"), std::move(extra)));
-  }
-  /// Queues a stored task whose attempts end when run() is called.
-  void add(TaskScheduler& scheduler, const std::string& filename) {
-    scheduler.add(dataExecutor(filename));
-  }
-  static void report(const std::shared_ptr<TaskExecutor>& executor,
-                     const AWSCallbackStatus& status) {
-    // Kept, so that a test may have one executor report again and again.
-    const TaskExecutor::Observers observers = executor->observers;
-    executor->deliver(
-        status.succeeded() ? std::optional<std::string>("https://cdn.test/x") : std::nullopt,
-        status, status.succeeded() ? 7 : 0);
-    executor->observers = observers;
-  }
-  static AWSCallbackStatus failure() {
-    return AWSCallbackStatus::failure(AWSErrorCode::serverError, "no");
-  }
-  void storeUnavailable() { platform.objectStore.failAll(Error{"ObjectStore", 3, "down"}); }
-  std::optional<std::int64_t> loggedCount(const std::string& filename) {
-    const auto tasks = UserTaskStorage(library.platform, "u1").localTasks();
-    for (const auto& task : tasks) {
-      if (task->filename() == filename) return task->uploadCount();
-    }
-    return std::nullopt;
-  }
-  void putStoredTasks(int count, std::int64_t uploadCount = 0) {
-    std::string log = "<plist version=\"1.0\"><dict>";
-    for (int i = 0; i < count; ++i) {
-      const std::string name = std::to_string(1000 + i) + ".jpg";
-      log += "<key>" + name + "</key><dict><key>base</key><dict><key>file_path</key><string>" +
-             "aws-0011/u1/" + name + "</string><key>module_key</key><string>avatar</string>" +
-             "<key>upload_count</key><integer>" + std::to_string(uploadCount) +
-             "</integer></dict><key>extra</key><dict/></dict>";
-      platform.files.put(kDirectory + "/" + name, "bytes");
-    }
-    platform.files.put(kLog, log + "</dict></plist>");
-  }
-
-  std::vector<Report> reports;
-};
 
 TEST_F(TaskSchedulerTest, NewSchedulerEmptiesTheSharedQueueAndOpensTheDirectory) {
   const auto& queue = library.taskQueue;
@@ -460,179 +383,6 @@ TEST_F(TaskSchedulerTest, OutcomesAreTrackedAlsoWithoutCallbacks) {
   library.configure.backgroundUploadItemCallback.store(nullptr);
   library.makeScheduler("u1")->reporter()(dataExecutor("a.jpg"), std::nullopt, failure(), 0);
   EXPECT_THAT(platform.mediator.trackedEvents(), SizeIs(1));
-}
-
-// ---- Resuming the tasks of earlier runs
-
-class TaskSchedulerResumeTest : public TaskSchedulerTest {
- protected:
-  TaskSchedulerResumeTest() { library.configure.resumeStoredTasks = true; }
-
-  /// Applies the identity of "u1" with this token; yields the new scheduler.
-  std::shared_ptr<TaskScheduler> signIn(const std::string& token) {
-    platform.mediator.signIn("u1", token, "https://backend.test");
-    library.configure.userDidChange();
-    return library.configure.scheduler.load();
-  }
-};
-
-TEST_F(TaskSchedulerResumeTest, TaskOfAnEarlierRunIsGoneAfterItsSuccess) {
-  putStoredTasks(2);
-  const auto scheduler = library.makeScheduler("u1");
-  const auto executors = scheduler->localTaskExecutor();
-  scheduler->bindStorageComplete(*executors[0]);
-  report(executors[0], AWSCallbackStatus::success());
-  EXPECT_THAT(platform.files.paths(), ElementsAre(kDirectory + "/1001.jpg", kLog));
-  EXPECT_EQ(loggedCount("1000.jpg"), std::nullopt);
-  EXPECT_EQ(loggedCount("1001.jpg"), 0);
-}
-
-TEST_F(TaskSchedulerResumeTest, AllOfTwoHundredAndFiftyGoUpAfterOneTick) {
-  putStoredTasks(250);
-  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
-  const auto scheduler = library.makeScheduler("u1");
-  scheduler->retryLocalTask();
-  EXPECT_EQ(library.taskQueue->total(), 200);
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(250));
-  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
-  EXPECT_THAT(scheduler->localTaskExecutor(), IsEmpty());
-}
-
-TEST_F(TaskSchedulerResumeTest, FailedTasksWaitForTheNextTick) {
-  putStoredTasks(450);
-  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
-  storeUnavailable();
-  const auto scheduler = library.makeScheduler("u1");
-  scheduler->retryLocalTask();
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(450)) << "each once";
-  EXPECT_EQ(loggedCount("1000.jpg"), 1);
-  EXPECT_EQ(loggedCount("1449.jpg"), 1);
-  scheduler->retryLocalTask();
-  run();
-  EXPECT_EQ(loggedCount("1449.jpg"), 2);
-}
-
-TEST_F(TaskSchedulerTest, WithoutTheSwitchTheRestWaitsForTheNextTick) {
-  putStoredTasks(250);
-  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
-  const auto scheduler = library.makeScheduler("u1");
-  scheduler->retryLocalTask();
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(200));
-}
-
-TEST_F(TaskSchedulerResumeTest, BackgroundUploadReturnsAfterDataAndThenLogAreSynced) {
-  library.configure.full(ConfigParameters::readFromHost(platform.mediator));
-  platform.reachability.setReachable(false);
-  const std::size_t before = platform.files.calls().size();
-  library.uploader.backgroundUpload(Data("bytes"), "jpg", {}, "avatar");
-  const auto calls = platform.files.calls();
-  ASSERT_THAT(calls, SizeIs(before + 2));
-  const auto& data = calls[before];
-  const auto& log = calls[before + 1];
-  EXPECT_TRUE(data.path.ends_with(".jpg"));
-  EXPECT_EQ(log.path.substr(log.path.rfind('/')), "/logs.plist");
-  for (const auto& call : {data, log}) {
-    EXPECT_EQ(call.operation, Operation::write);
-    EXPECT_EQ(call.durability, Durability::synced);
-    EXPECT_TRUE(call.succeeded);
-  }
-}
-
-TEST_F(TaskSchedulerResumeTest, TaskQueuedTwiceDoesNotComeBackAfterItsSuccess) {
-  putStoredTasks(1);
-  const auto scheduler = library.makeScheduler("u1");
-  const auto first = scheduler->localTaskExecutor();
-  const auto second = scheduler->localTaskExecutor();
-  scheduler->bindStorageComplete(*first[0]);
-  scheduler->bindStorageComplete(*second[0]);
-  report(first[0], AWSCallbackStatus::success());
-  report(second[0], failure());
-  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
-  EXPECT_EQ(loggedCount("1000.jpg"), std::nullopt);
-}
-
-TEST_F(TaskSchedulerResumeTest, NewIdentityOfTheSameUserKeepsWhatTheOldOneStores) {
-  const auto old = library.makeScheduler("u1");
-  const auto current = library.makeScheduler("u1");
-  old->syncLocl(dataExecutor("a.jpg"));
-  current->syncLocl(dataExecutor("b.jpg"));
-  EXPECT_EQ(loggedCount("a.jpg"), 0);
-  EXPECT_EQ(loggedCount("b.jpg"), 0);
-}
-
-TEST_F(TaskSchedulerResumeTest, TaskUnderWayAtANewIdentityIsGoneAfterItsSuccessAndNotSentTwice) {
-  platform.objectStore.hold();
-  add(*signIn("token"), "a.jpg");
-  run();
-  ASSERT_THAT(platform.objectStore.uploads(), SizeIs(1));
-
-  const auto current = signIn("renewed");
-  current->retryLocalTask();
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1)) << "while the first one is under way";
-
-  platform.objectStore.release();
-  run();
-  EXPECT_THAT(platform.files.paths(), ElementsAre(kLog));
-  EXPECT_THAT(current->localTaskExecutor(), IsEmpty());
-  EXPECT_THAT(reports, SizeIs(2)) << "one outcome, two callbacks";
-  current->retryLocalTask();
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(1));
-}
-
-TEST_F(TaskSchedulerResumeTest, FailureUnderWayAtANewIdentityCounts) {
-  platform.objectStore.hold();
-  add(*signIn("token"), "a.jpg");
-  run();
-  signIn("renewed");
-  storeUnavailable();
-  platform.objectStore.release();
-  run();
-  EXPECT_EQ(loggedCount("a.jpg"), 1);
-}
-
-TEST_F(TaskSchedulerResumeTest, TheNextOnesFollowAlsoWhenAnUnstoredUploadEndsLast) {
-  putStoredTasks(250);
-  const auto scheduler = signIn("token");
-  scheduler->retryLocalTask();
-  platform.files.fail(Operation::write, kDirectory + "/unstored.jpg");
-  add(*scheduler, "unstored.jpg");
-  run();
-  EXPECT_THAT(platform.objectStore.uploads(), SizeIs(251));
-}
-
-/// Calls `onLogged` whenever the log has been written.
-class WatchedFiles : public MemoryFiles {
- public:
-  std::optional<Error> write(const std::string& path, std::span<const std::string_view> pieces,
-                             WriteMode mode, Durability durability) override {
-    auto error = MemoryFiles::write(path, pieces, mode, durability);
-    if (path == kLog && onLogged) std::exchange(onLogged, nullptr)();
-    return error;
-  }
-  std::function<void()> onLogged;
-};
-
-TEST(TaskSchedulerTickTest, TickBetweenLogAndQueueDoesNotQueueTheTaskASecondTime) {
-  FakePlatform& platform = FakePlatform::kept();
-  WatchedFiles files;
-  Library& library = keptLibrary(platform.seams().with(files));
-  platform.reachability.setReachable(false);
-  library.configure.resumeStoredTasks = true;
-  const auto scheduler = library.makeScheduler("u1");
-  std::size_t listed = 0;
-  files.onLogged = [&] {
-    listed = scheduler->localTaskExecutor().size();
-    scheduler->retryLocalTask();
-  };
-  scheduler->add(library.uploader.makeExecutor(
-      std::make_shared<DataTask>("a.jpg", "avatar", Data("bytes"), AWSParameterMap())));
-  EXPECT_EQ(listed, 1U) << "the log had it already";
-  EXPECT_EQ(library.taskQueue->waitingCount(), 1U);
 }
 
 }  // namespace
