@@ -11,9 +11,7 @@ constexpr double kLeewaySeconds = 2e-9;
 }  // namespace
 
 RetryTimer::RetryTimer(Dispatch& dispatch, Clock& clock, std::function<void()> tick)
-    : clock_(clock),
-      tick_(std::move(tick)),
-      timer_(dispatch.makeTimer(dispatch.globalQueue())) {}
+    : clock_(clock), tick_(std::move(tick)), timer_(dispatch.makeTimer(dispatch.globalQueue())) {}
 
 void RetryTimer::fireIfNeed() {
   std::call_once(started_, [this] {

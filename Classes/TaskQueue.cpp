@@ -40,8 +40,8 @@ void eraseOne(std::multiset<std::string>& names, const std::string& name) {
 
 }  // namespace
 
-std::shared_ptr<TaskQueue> TaskQueue::make(QXNetworkingReachabilityTool& reachability,
-                                           Limit limit, std::function<void()> ended) {
+std::shared_ptr<TaskQueue> TaskQueue::make(QXNetworkingReachabilityTool& reachability, Limit limit,
+                                           std::function<void()> ended) {
   const std::shared_ptr<TaskQueue> queue(
       new TaskQueue(reachability, std::move(limit), std::move(ended)));
   reachability.startListening([weak = std::weak_ptr<TaskQueue>(queue)](bool reachable, bool) {
@@ -78,7 +78,8 @@ bool TaskQueue::announceUnlessUnderWay(const std::string& filename) {
 }
 
 bool TaskQueue::isUnderWay(const std::string& filename) const {
-  return announced_.contains(filename) || queued_.contains(filename) || endedNames_.contains(filename);
+  return announced_.contains(filename) || queued_.contains(filename) ||
+         endedNames_.contains(filename);
 }
 
 void TaskQueue::start() {

@@ -93,8 +93,7 @@ class TaskQueue : public std::enable_shared_from_this<TaskQueue> {
   };
 
  private:
-  TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit,
-            std::function<void()> ended);
+  TaskQueue(QXNetworkingReachabilityTool& reachability, Limit limit, std::function<void()> ended);
   /// Starts the oldest executor when the network and the limit allow it.
   bool startNext();
   /// The waiting executors, the oldest first.

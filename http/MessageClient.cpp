@@ -162,7 +162,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
     Built built;
     HttpRequest& request = built.request;
     const auto methods = message.methods();
-    if (methods.empty()) return Error{std::string(kNetworkingErrorDomain), 0, "the message has no method"};
+    if (methods.empty())
+      return Error{std::string(kNetworkingErrorDomain), 0, "the message has no method"};
     request.method = methods.front();
     request.url = messageUrl(baseURL_, message.api());
     request.headers = headers_;
@@ -221,7 +222,8 @@ class MessageManager : public QXMessageAPINetworkingManager {
     const Data body(std::move(answer.body));
     const MessageDecoder decoder(json);
     if (answer.status / 100 != 2) {
-      return {Error{std::string(kNetworkingErrorDomain), answer.status, failureText(body, answer.status, decoder)},
+      return {Error{std::string(kNetworkingErrorDomain), answer.status,
+                    failureText(body, answer.status, decoder)},
               nullptr};
     }
     auto value = message.decodeResponse(body, decoder);
