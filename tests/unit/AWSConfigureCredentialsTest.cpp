@@ -319,7 +319,7 @@ TEST_F(AWSConfigureTest, FailedFetchKeepsTheRegistrationsOfTheOneBefore) {
   EXPECT_EQ(get("avatar").status, serverError("HTTP 503"));
   EXPECT_EQ(configure().session.load()->configUUID, uuid);
   EXPECT_NE(platform_.objectStore.S3TransferUtilityForKey("avatar" + *uuid), nullptr);
-  // The expired credential is not handed out again, even to one who would take it.
+  // The expired credential is not given again, even to a request that would accept it.
   EXPECT_EQ(get("avatar", true).status, serverError("HTTP 503"));
 }
 

@@ -36,7 +36,7 @@ inline ConfigParameters identity(const std::string& user, const std::string& tok
   return {user, token, Url::parse("https://backend.test")};
 }
 
-/// A credential record whose bucket tells it apart.
+/// A credential record that its bucket tells from others.
 inline Dictionary record(double expiration, const std::string& bucket = "b1",
                          const std::string& region = "eu-north-1") {
   return {{"access_key_id", "AK"},     {"access_key_secret", "SK"},
@@ -74,7 +74,7 @@ class AWSConfigureTest : public testing::Test {
         });
   }
   void run() { platform_.dispatch.runUntilIdle(); }
-  /// Asks, runs and yields the one answer.
+  /// Asks for credentials, runs the queues and yields the only answer.
   Answer get(const std::string& scope, bool skipCheckExpiration = false) {
     answers_.clear();
     ask(scope, skipCheckExpiration);

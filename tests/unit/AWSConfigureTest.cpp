@@ -37,10 +37,11 @@ TEST_F(AWSConfigureTest, IdentityIsAppliedWhenFullReturns) {
   EXPECT_EQ(runsOn("com.aws.change.config"), 1U);
 }
 
-// Who found the identity in force would otherwise go on without its scheduler or its client.
+// Otherwise a request that finds the identity in force would go on without its scheduler or its
+// client.
 TEST_F(AWSConfigureTest, IdentityIsInForceOnlyWhenAllOfItIsApplied) {
   int asked = 0;
-  // Asked for the record "host error", half-way.
+  // The host is asked this for the record "host error", in the middle of the change.
   platform_.mediator.answer("QXConfig_currentEnvironmentIsProduction",
                             [&](const std::vector<Value>&) {
                               ++asked;

@@ -28,7 +28,7 @@ class AWSConfigureThreadsTest : public testing::Test {
     for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
     for (std::thread& thread : threads) thread.join();
   }
-  /// Runs what every queue held when it was called.
+  /// Runs the work that every queue held at the time of the call.
   void drain() {
     auto& dispatch = library.platform.dispatch;
     const auto reached = dispatch.makeSemaphore(0);
@@ -39,7 +39,7 @@ class AWSConfigureThreadsTest : public testing::Test {
   }
 
   FakePlatform& fakes_ = FakePlatform::kept();
-  // The queues' threads use both until the process ends.
+  // The threads of the queues use both objects until the process ends.
   ThreadDispatch& dispatch_ = ThreadDispatch::make();
   Library& library = keptLibrary(fakes_.seams().with(dispatch_));
 };
@@ -89,8 +89,8 @@ TEST_F(AWSConfigureThreadsTest, IdentityChangesRequestsAndFieldsMayMeetOnAnyThre
       library.configure.backgroundUploadItem("https://cdn.test/a.jpg", {{"uuid", "77"}});
     }
   });
-  // A request behind the others is answered after them, for none of them fetches any more once the
-  // identity stands still.
+  // A request after all others is answered after them, because none of them fetches again once the
+  // identity no longer changes.
   drain();
   drain();
   EXPECT_EQ(answers, 100);

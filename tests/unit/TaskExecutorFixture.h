@@ -24,7 +24,7 @@ class TaskExecutorTest : public UploadFixture {
     std::optional<std::string> url;
     AWSCallbackStatus status;
     std::int64_t itemId = 0;
-    /// The queue it came on; empty for the test's own thread.
+    /// The queue of the report. Empty for the test's own thread.
     std::string queue;
   };
 
@@ -43,7 +43,7 @@ class TaskExecutorTest : public UploadFixture {
   static std::shared_ptr<DataTask> dataTask(AWSParameterMap extra = {}) {
     return std::make_shared<DataTask>("a.b.jpg", "avatar", Data("bytes"), std::move(extra));
   }
-  /// One attempt, run to its end.
+  /// Makes one attempt and runs it to its end.
   std::shared_ptr<TaskExecutor> attempt(std::shared_ptr<Task> task) {
     auto executor = make(std::move(task));
     executor->execute();

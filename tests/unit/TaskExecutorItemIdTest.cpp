@@ -105,7 +105,7 @@ TEST_F(TaskExecutorTest, CallbackThatClearsItselfLivesOnUntilItReturns) {
   long heldMeanwhile = 0;
   executor->complete = [token, &heldMeanwhile](const std::shared_ptr<TaskExecutor>& reporter,
                                                const auto&, const auto&, std::int64_t) {
-    // Locals, for a closure that goes too early takes its captures along.
+    // The captures are locals, because a closure that is destroyed too early destroys its captures.
     long& held = heldMeanwhile;
     const std::weak_ptr<int> watched = token;
     reporter->complete = nullptr;
@@ -132,7 +132,7 @@ TEST_F(TaskExecutorTest, HostThatAnswersTwiceIsHeardOnce) {
   EXPECT_EQ(executor->task->extra().at("itemId"), AWSBasicParameter(std::int64_t{5}));
 }
 
-/// Passes everything on but the question for an item id, which it forgets.
+/// Passes every question on except the one for an item id, which it forgets.
 class ForgetfulMediator : public QXMediator {
  public:
   explicit ForgetfulMediator(QXMediator& inner) : inner_(inner) {}
@@ -204,24 +204,24 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, GenerataItemId,
     testing::Values(
         GeneratedId{"123456", 1712345678, 4562345678},
-        // Whole seconds, cut off.
+        // Fractions of seconds are cut off.
         GeneratedId{"123456", 1712345678.999, 4562345678},
-        // No user id, none that is a number, none within 64 bits: 0.
+        // A user id that is absent, no number, or not within 64 bits counts as 0.
         GeneratedId{std::nullopt, 1712345678, 2345678}, GeneratedId{"", 1712345678, 2345678},
         GeneratedId{"abc", 1712345678, 2345678}, GeneratedId{"12a", 1712345678, 2345678},
         GeneratedId{"99999999999999999999", 1712345678, 2345678},
         GeneratedId{"0", 1712345678, 2345678},
-        // A remainder has no leading zeros of its own; the time keeps its own.
+        // The remainder has no leading zeros. The time keeps its own.
         GeneratedId{"1000", 1712345678, 2345678}, GeneratedId{"5007", 1712345678, 72345678},
         GeneratedId{"7", 1700000123, 70000123},
-        // Signs.
+        // User ids with signs.
         GeneratedId{"+123456", 1712345678, 4562345678},
         GeneratedId{"-123456", 1712345678, -4562345678}, GeneratedId{"-1000", 1712345678, 2345678},
-        // Short times: fewer than four digits stand alone.
+        // A time of fewer than four digits is the whole id.
         GeneratedId{"123456", 999, 999}, GeneratedId{"123456", 0, 0},
         GeneratedId{"123456", -0.9, 0}, GeneratedId{"123456", -12, -12},
         GeneratedId{"123456", 1234, 4564},
-        // Beyond 64 bits.
+        // A number beyond 64 bits.
         GeneratedId{"999", 1e18, 0}));
 
 }  // namespace

@@ -360,7 +360,7 @@ TEST_F(TaskExecutorTest, ThousandUploadsLeaveNothingBehind) {
 // ---- sha1
 
 TEST_F(TaskExecutorTest, Sha1IsFortyLowerCaseHexadecimals) {
-  // The digests of FIPS 180.
+  // The examples of FIPS 180.
   EXPECT_EQ(sha1(platform.digests, Data()), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
   EXPECT_EQ(sha1(platform.digests, Data("abc")), "a9993e364706816aba3e25717850c26c9cd0d89d");
   EXPECT_EQ(

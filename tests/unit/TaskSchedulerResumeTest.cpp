@@ -24,7 +24,7 @@ class TaskSchedulerResumeTest : public TaskSchedulerTest {
  protected:
   TaskSchedulerResumeTest() { library.configure.resumeStoredTasks = true; }
 
-  /// Applies the identity of "u1" with this token; yields the new scheduler.
+  /// Applies the identity of "u1" with this token and yields the new scheduler.
   std::shared_ptr<TaskScheduler> signIn(const std::string& token) {
     platform.mediator.signIn("u1", token, "https://backend.test");
     library.configure.userDidChange();

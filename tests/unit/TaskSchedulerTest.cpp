@@ -39,7 +39,7 @@ TEST_F(TaskSchedulerTest, UploadRunsFromTheStoredFileAndSuccessDeletesFileAndEnt
   scheduler->add(given);
   EXPECT_EQ(platform.files.text(kDirectory + "/a.jpg"), "bytes");
   EXPECT_EQ(loggedCount("a.jpg"), 0);
-  // What goes up is the stored file, not what the given executor holds.
+  // The stored file is uploaded, not the bytes that the given executor holds.
   platform.files.put(kDirectory + "/a.jpg", "stored bytes");
   platform.reachability.setReachable(true);
   run();
@@ -251,7 +251,7 @@ TEST_F(TaskSchedulerTest, CountFromAnEarlierRunCounts) {
   ASSERT_THAT(executors, SizeIs(1));
   scheduler->bindStorageComplete(*executors[0]);
   report(executors[0], failure());
-  // The tenth failure deletes; but this run's log does not know the task, so it stays.
+  // The tenth failure deletes a task. But the log of this run does not know this task, so it stays.
   EXPECT_EQ(loggedCount("1000.jpg"), 9);
   EXPECT_TRUE(platform.files.text(kDirectory + "/1000.jpg"));
 }

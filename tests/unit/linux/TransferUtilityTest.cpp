@@ -44,7 +44,7 @@ TEST_F(TransferUtilityTest, TokenDateHostAndPayloadAreSentAndSigned) {
   EXPECT_EQ(request.headers.at("host"), "127.0.0.1:" + std::to_string(server.port()));
   EXPECT_EQ(request.headers.at("x-amz-date"), "20261121T000600Z");
   EXPECT_EQ(request.headers.at("x-amz-security-token"), "the-token-of-user-42");
-  // printf payload | sha256sum
+  // The output of: printf payload | sha256sum
   EXPECT_EQ(request.headers.at("x-amz-content-sha256"),
             "239f59ed55e737c77147cf55ad0c1b030b6d7ee748a7426952f9b852d5a935e5");
   EXPECT_THAT(
@@ -111,7 +111,7 @@ TEST_F(TransferUtilityTest, OverTlsADottedBucketStaysOutOfTheHost) {
     const SeenRequest request = proxy.requests()[0];
     EXPECT_EQ(request.method, "CONNECT");
     EXPECT_EQ(request.target, host);
-    // The proxy learns the host and no more.
+    // The proxy learns only the host.
     EXPECT_EQ(request.headers.count("authorization"), 0u);
     EXPECT_EQ(request.headers.count("x-amz-security-token"), 0u);
   }
@@ -145,7 +145,7 @@ TEST_F(TransferUtilityTest, CredentialsThatTheStoreRepeatsStayOutOfTheError) {
 }
 
 TEST_F(TransferUtilityTest, SignatureThatTheStoreRepeatsStaysOutOfTheError) {
-  // The clock and the host stand still, so both uploads are signed alike.
+  // The clock and the host do not change, so both uploads have the same signature.
   ScriptedServer first({Turn()});
   uploadThrough(first, "http://s3.amazonaws.com", "bucket");
   std::string signature = first.requests()[0].headers.at("authorization");
@@ -291,7 +291,8 @@ TEST_F(TransferUtilityTest, EndpointElementIsARedirectToo) {
   const std::string host = "127.0.0.1:" + std::to_string(server.port());
   ScriptedServer redirecting({answerWith(
       301, "<Error><Code>PermanentRedirect</Code><Endpoint>" + host + "</Endpoint></Error>")});
-  // Another port of this machine is another server, so the element is read and refused.
+  // Another port of this machine is another server, so the element is read and the redirect
+  // refused.
   EXPECT_EQ(upload(redirecting.url())->code, 1);
   EXPECT_EQ(server.connections(), 0u);
 }
@@ -358,7 +359,7 @@ TEST_F(TransferUtilityTest, FailedDownloadLeavesTheEarlierFileAndNothingElse) {
 }
 
 TEST_F(TransferUtilityTest, DownloadThatIsNotWhatTheETagSaysIsAnErrorAndLeavesTheEarlierFile) {
-  // printf whole | md5sum
+  // The output of: printf whole | md5sum
   const std::string md5 = "356c9ee60e9da05301adc3bd96f6b383";
   ScriptedServer server({answerWith(200, "whole", "ETag: \"" + md5 + "\"\r\n"),
                          answerWith(200, "wholf", "ETag: \"" + md5 + "\"\r\n")});
@@ -375,7 +376,7 @@ TEST_F(TransferUtilityTest, DownloadThatIsNotWhatTheETagSaysIsAnErrorAndLeavesTh
 }
 
 TEST_F(TransferUtilityTest, ETagThatIsNoMd5IsNotCompared) {
-  const std::string md5 = "356c9ee60e9da05301adc3bd96f6b383";  // Of other bytes.
+  const std::string md5 = "356c9ee60e9da05301adc3bd96f6b383";  // The MD5 of other bytes.
   for (const std::string& headers :
        {"ETag: \"" + md5 + "-2\"\r\n", std::string("ETag: \"abc\"\r\n"),
         "ETag: \"" + md5 + "\"\r\nx-amz-server-side-encryption: aws:kms\r\n",
@@ -421,7 +422,7 @@ TEST_F(TransferUtilityTest, PathWithANulIsRefusedAndNothingWritten) {
 TEST_F(TransferUtilityTest, FullDiskIsOneErrorAndLeavesTheEarlierFile) {
   ScriptedServer server({answerWith(200, std::string(500000, 'n'))});
   std::ofstream(path("file")) << "earlier";
-  // A file-size limit stands in for a disk that is full after 100 kB.
+  // A file-size limit takes the place of a disk that is full after 100 kB.
   ::signal(SIGXFSZ, SIG_IGN);
   rlimit before{};
   ::getrlimit(RLIMIT_FSIZE, &before);
