@@ -1,6 +1,6 @@
-# What `cmake --install` and `cpack` put where: the libraries with their headers, the CMake package and
-# the pkg-config file ("development"), and the program with its manual and completions ("program",
-# in apps/qxuploader).
+# The destinations of `cmake --install` and `cpack`: the libraries with their headers, the CMake
+# package and the pkg-config file (component "development"), and the program with its manual and
+# completions (component "program", in apps/qxuploader).
 include(CMakePackageConfigHelpers)
 
 set(QX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QXAwsUploader)
@@ -32,8 +32,8 @@ install(FILES ${PROJECT_BINARY_DIR}/QXAwsUploaderConfig.cmake
   ${PROJECT_BINARY_DIR}/QXAwsUploaderConfigVersion.cmake
   DESTINATION ${QX_PACKAGE_DIR} COMPONENT development)
 
-# Two .deb packages. The program's dependencies are read from what it is linked with; those of the
-# static libraries are what a program linked with them needs.
+# Two .deb packages. The dependencies of the program are read from the libraries that it is linked
+# with. Those of the static libraries are the packages that a program linked with them needs.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME qxawsuploader)
 set(CPACK_PACKAGE_VENDOR "The QXAwsUploader developers")
@@ -55,7 +55,7 @@ string(JOIN ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libcurl4-openssl-dev 
   "libssl-dev (>= 3)" libplist-dev libjpeg-dev libpng-dev libwebp-dev "libtiff-dev (>= 4.5)")
 set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "The command-line host qxuploader.")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "The static libraries with their headers.")
-# Each package has its copyright file where Debian looks for it.
+# Each package has its copyright file at the place where Debian looks for it.
 install(FILES packaging/deb/copyright
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqxawsuploader-dev COMPONENT development)
 if(TARGET qxuploader)

@@ -1,6 +1,6 @@
-# The public headers: what a host includes as <qxawsuploader/NAME.h>, and what is installed. Each is a
-# copy of the tree's header of that name, so that no host depends on the folders of the tree. A header
-# that is not listed here is private to the library.
+# The public headers, which hosts include as <qxawsuploader/NAME.h> and which are installed. Each is
+# a copy of the header of that name in the tree, so that no host depends on the folders of the tree.
+# A header that is not listed here is private to the library.
 file(GLOB seams_and_values CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/platform/*.h)
 set(public_headers
   ${seams_and_values}
@@ -21,8 +21,8 @@ file(GLOB fakes CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/fakes/*.h)
 # tools which only read the sources find the headers, too.
 set(QX_PUBLIC_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
 
-# qx_copy_header(FROM TO): TO includes other public headers the way hosts do. It is written only when
-# it changes, for writing it compiles again what includes it.
+# qx_copy_header(FROM TO): copies a header, which then includes other public headers as hosts do. TO
+# is written only when it changes, because writing it makes all files that include it compile again.
 function(qx_copy_header from to)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${from})
   file(READ ${from} text)
@@ -52,7 +52,7 @@ if(outdated)
   file(REMOVE ${outdated})
 endif()
 
-# qx_public_includes(TARGET): what links the target can include the public headers.
+# qx_public_includes(TARGET): lets programs that link the target include the public headers.
 function(qx_public_includes target)
   target_include_directories(${target} INTERFACE
     $<BUILD_INTERFACE:${QX_PUBLIC_INCLUDE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -1,8 +1,8 @@
-# Compiler settings every target of this project shares.
+# The compiler settings that all targets of this project share.
 if(PROJECT_IS_TOP_LEVEL)
   find_program(CCACHE ccache)
   if(CCACHE)
-    # The setting lets ccache keep precompiled headers, and what is compiled with them.
+    # This setting lets ccache keep precompiled headers and the objects compiled with them.
     set(CMAKE_CXX_COMPILER_LAUNCHER
       ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
   endif()
@@ -10,11 +10,11 @@ if(PROJECT_IS_TOP_LEVEL)
 endif()
 
 if(QXAWSUPLOADER_SANITIZE)
-  # A sanitizer sees more than the checks of the C library, which would hide faults from it.
+  # Sanitizers find more faults than the checks of the C library, which would hide faults from them.
   set(QXAWSUPLOADER_HARDENING OFF)
 endif()
 if(QXAWSUPLOADER_HARDENING)
-  # Lets CMake link what it compiles with -fPIE as a position-independent executable.
+  # Lets CMake link objects compiled with -fPIE as position-independent executables.
   include(CheckPIESupported)
   check_pie_supported(LANGUAGES CXX)
 endif()

@@ -12,7 +12,7 @@ from conan.tools.files import copy, load, rmdir
 from conan.tools.gnu import PkgConfigDeps
 from conan.tools.system.package_manager import Apt, Dnf, PacMan
 
-# What a build of the libraries reads.
+# The files that a build of the libraries reads.
 SOURCES = ("CMakeLists.txt", "LICENSE", "cmake/*", "Classes/*", "platform/*", "http/*", "s3/*",
            "platforms/*", "tests/fakes/*", "packaging/deb/copyright")
 
@@ -52,7 +52,7 @@ class QXAwsUploader(ConanFile):
         self.requires("nlohmann_json/[>=3.11 <4]")
 
     def system_requirements(self):
-        # Conan's own libplist, where there is one, is older than libplist-2.0.
+        # The libplist of Conan, where there is one, is older than libplist-2.0.
         Apt(self).install(["libplist-dev"])
         Dnf(self).install(["libplist-devel"])
         PacMan(self).install(["libplist"])
@@ -77,7 +77,7 @@ class QXAwsUploader(ConanFile):
     def package(self):
         copy(self, "LICENSE", src=self.source_folder, dst=os.path.join(self.package_folder, "licenses"))
         CMake(self).install()
-        # Conan writes its own for those who use the package.
+        # Conan writes its own CMake package for users of this package.
         for folder in ("cmake", "pkgconfig"):
             rmdir(self, os.path.join(self.package_folder, "lib", folder))
 

@@ -1,5 +1,5 @@
-// A host that is compiled without exceptions and run-time type information, and that hides all of
-// its own symbols. It implements a seam, is called back and calls the library.
+// A host that is compiled without exceptions and run-time type information and hides all its
+// symbols. It implements a seam, gets callbacks and calls the library.
 #include <qxawsuploader/LinuxPlatform.h>
 #include <qxawsuploader/Target_Uploader.h>
 
@@ -43,6 +43,6 @@ int main() {
                                      {"complete", callback}});
   platform.runMainQueue();
   std::fflush(stdout);
-  // Without destructors: the library's threads live as long as the process.
+  // No destructors run, because the library's threads live until the process ends.
   std::_Exit(status);
 }

@@ -73,7 +73,7 @@ class InstalledPackage(unittest.TestCase):
 
     def testProgramIsHardenedAndStripped(self):
         program = self.prefix / "bin/qxuploader"
-        # Buffers are checked in optimised builds alone; SharedLibraryTest.py makes one.
+        # Buffers are checked in optimised builds only. SharedLibraryTest.py makes such a build.
         self.assertLessEqual({"position-independent", "read-only relocations", "stack not executable",
                               "bound at the start", "stack protector"}, hardening(program))
         self.assertNotRegex(run("readelf", "-SW", program), r"\.symtab|\.debug_")

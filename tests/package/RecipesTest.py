@@ -18,7 +18,7 @@ from Support import run
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 PROJECT = (ROOT / "CMakeLists.txt").read_text()
 VERSION = re.search(r"project\(QXAwsUploader VERSION (\S+)", PROJECT)[1]
-# The module of pkg-config that each package of Conan and port of vcpkg stands for.
+# The pkg-config module of each Conan package and vcpkg port.
 CONAN_MODULES = {"libcurl": "libcurl", "libjpeg": "libjpeg", "libpng": "libpng", "libwebp": "libwebp",
                  "libtiff": "libtiff-4"}
 VCPKG_MODULES = {"curl": "libcurl", "libplist": "libplist-2.0", "libjpeg-turbo": "libjpeg",
@@ -147,7 +147,7 @@ class Conan(unittest.TestCase):
         self.assertEqual(used - {"core"}, set(recipe.required))
 
 
-# What vcpkg gives a portfile, as far as ours uses it.
+# The parts of vcpkg that our portfile uses.
 VCPKG = """
 set(CURRENT_PACKAGES_DIR ${FOLDER}/packages)
 function(vcpkg_find_acquire_program name)
@@ -188,7 +188,7 @@ class Vcpkg(unittest.TestCase):
             options = dict(re.match(r"option -D(\w+)=(.*)", line).groups() for line in said
                            if line.startswith("option"))
             self.assertIn("QXAWSUPLOADER_BUILD_TESTS", options)
-            # The package's folder is the one that vcpkg moves, and the port is known by.
+            # vcpkg moves the folder of this name, and the port has the same name.
             build = pathlib.Path(folder) / "build"
             files = configured(ROOT, build, {**options, "CMAKE_INSTALL_LIBDIR": "lib"})
             config = next(line.split()[1] for line in said if line.startswith("config"))

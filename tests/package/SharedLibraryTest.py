@@ -71,7 +71,7 @@ class SharedLibrary(unittest.TestCase):
             if kind != "T" or not match:
                 continue
             owner, function = match.groups()
-            # A function that belongs to no class begins its line.
+            # The line of a function outside classes begins with its name.
             declared = rf"\b{function}\(" if owner else rf"(?m)^\S.*\b{function}\("
             if any(re.search(declared, header) and
                    (not owner or re.search(rf"\b(?:class|struct)\b[^;{{]*\b{owner}\b[^;{{]*{{", header))
@@ -83,7 +83,8 @@ class SharedLibrary(unittest.TestCase):
         self.assertEqual(missing, [])
 
     def testTypesOfCallbacksAreTheSameForHostAndLibrary(self):
-        # A callback whose type holds a type that is not exported would have a tag on either side.
+        # A callback type that contains a type that is not exported would have one tag in the host
+        # and another in the library.
         tags = {symbol for _, symbol in demangled(*self.build.rglob("libqx_core.a"), options=["--defined-only"])
                 if symbol.startswith("qx::TypeTag<")}
         self.assertGreater(len(tags), 4)

@@ -2,9 +2,9 @@
 import re
 import subprocess
 
-# What the hosts here print of an upload for which nobody is signed in.
+# The line that the hosts here print for an upload when nobody is signed in.
 ERROR_WITHOUT_IDENTITY = "[Error] miss userId or accessToken 102\n"
-# A host whose callback is not called runs for ever.
+# A host whose callback is not called would run for ever.
 HOST_SECONDS = 60
 
 

@@ -1,6 +1,6 @@
-// The configuration service above a signed-in host and a backend that knows two scopes.
+// The configuration service of a signed-in host, with a backend that knows two scopes.
 //
-// Threads: everything on the test's own thread, by run().
+// Threads: everything runs on the test's own thread, in run().
 #pragma once
 
 #include <gmock/gmock.h>

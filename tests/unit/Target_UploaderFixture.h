@@ -1,6 +1,6 @@
-// A host that sends actions to the target: their dictionaries, and what they must have done.
+// A host that sends actions to the target: their dictionaries and their effects.
 //
-// Threads: everything on the test's own thread, by run().
+// Threads: everything runs on the test's own thread, in run().
 #pragma once
 
 #include <cstdint>

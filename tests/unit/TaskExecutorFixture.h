@@ -1,6 +1,6 @@
-// One attempt of one task, and the reports that it makes.
+// One attempt of one task, and its reports.
 //
-// Threads: everything on the test's own thread, by run().
+// Threads: everything runs on the test's own thread, in run().
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
-// Background uploads of one user, and what both background callbacks hear of them.
+// The background uploads of one user, and the calls of both background callbacks.
 //
-// Threads: everything on the test's own thread, by run().
+// Threads: everything runs on the test's own thread, in run().
 #pragma once
 
 #include <cstdint>
@@ -53,7 +53,7 @@ class TaskSchedulerTest : public UploadFixture {
   }
   static void report(const std::shared_ptr<TaskExecutor>& executor,
                      const AWSCallbackStatus& status) {
-    // Kept, so that a test may have one executor report again and again.
+    // The observers are kept, so that a test may have one executor report again and again.
     const TaskExecutor::Observers observers = executor->observers;
     executor->deliver(
         status.succeeded() ? std::optional<std::string>("https://cdn.test/x") : std::nullopt,

@@ -1,6 +1,6 @@
-// The storage of one user above files in memory, and the log that it writes.
+// The storage of one user on files in memory, and the log that it writes.
 //
-// Threads: the test's own.
+// Threads: only for the test's own thread.
 #pragma once
 
 #include <gmock/gmock.h>
