@@ -25,7 +25,7 @@
 
 namespace qx {
 
-class Value;
+class QX_EXPORT Value;
 using Array = std::vector<Value>;
 using Dictionary = std::map<std::string, Value, std::less<>>;
 
