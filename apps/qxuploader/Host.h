@@ -47,7 +47,7 @@ class Host : private QXLogger, private QXTrackingEvents, private Console {
   /// Installs the platform, so that a process can make one host only. `listener` must live as long
   /// as the host.
   Host(const Settings& settings, const std::string& token, HostListener& listener);
-  ~Host();
+  ~Host() override;
 
   HostAnswers& answers() { return answers_; }
   SwitchableReachability& reachability() { return reachability_; }
