@@ -32,7 +32,7 @@ Interrupts::Interrupts(std::function<void()> handler)
 Interrupts::~Interrupts() {
   ending_ = true;
   // One of the watched signals, sent to this thread alone, ends its wait.
-  pthread_kill(thread_.native_handle(), SIGTERM);
+  pthread_kill(thread_.native_handle(), SIGINT);
   thread_.join();
 }
 
